@@ -1,0 +1,63 @@
+#ifndef PLATFORM_CONFIG_VESK_CONFIG_PARSER_H
+#define PLATFORM_CONFIG_VESK_CONFIG_PARSER_H
+
+#include <cstdint>
+#include <optional>
+
+#include <nlohmann/json.hpp>
+
+#include "platform/core/string.h"
+
+namespace ara::tessel::common::veskConfigParser {
+
+using ara::core::String;
+
+// The "Log" section: {"level": 0-6 or "off".."verbose", "sinks": ["console","file","dlt"],
+// "file": "/path/to/file"}. Absent keys keep what the program passed.
+struct LogConfig {
+    std::optional<std::uint8_t> level;
+    std::optional<std::uint8_t> mode;  // log::LogMode bits
+    std::optional<String> filePath;
+};
+
+// Reads vesk.json once, at construction: from $VESK_CONFIG when set, otherwise
+// /etc/vesk/vesk.json. A missing or malformed file leaves the parser invalid and every getter
+// at its default; nothing is thrown.
+class VeskConfigParser {
+public:
+    static constexpr const char* kDefaultPath = "/etc/vesk/vesk.json";
+    static constexpr const char* kPathVariable = "VESK_CONFIG";
+
+    VeskConfigParser();
+    explicit VeskConfigParser(const String& path);
+
+    static String ConfigPath();
+
+    bool IsValid() const noexcept { return valid_; }
+    const String& Path() const noexcept { return path_; }
+
+    std::optional<LogConfig> GetLogConfig() const;
+    // "Wardend"."instanceId", "1" when absent.
+    String GetWardendInstanceId() const;
+    // A top-level section, or null when absent; for the getters of other subsystems.
+    const nlohmann::json* GetSection(const String& name) const;
+
+private:
+    String path_;
+    bool valid_{false};
+    nlohmann::json root_;
+};
+
+}  // namespace ara::tessel::common::veskConfigParser
+
+namespace vesk::veskcm::veskwardend {
+
+class GetWardendInstanceId {
+public:
+    // The daemon's instance id from vesk.json, "1" by default.
+    static ara::core::String GetInstanceId();
+};
+
+}  // namespace vesk::veskcm::veskwardend
+
+#endif

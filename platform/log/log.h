@@ -1,0 +1,150 @@
+#ifndef PLATFORM_LOG_LOG_H
+#define PLATFORM_LOG_LOG_H
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <sstream>
+#include <vector>
+
+#include "platform/core/string.h"
+
+namespace ara::tessel::common::log {
+
+using ara::core::String;
+
+// Numbers as the platform uses them: 0 off, 1 fatal ... 6 verbose.
+enum class LogLevel : std::uint8_t {
+    kOff = 0,
+    kFatal = 1,
+    kError = 2,
+    kWarn = 3,
+    kInfo = 4,
+    kDebug = 5,
+    kVerbose = 6,
+};
+
+// Sink selection for InitLogging. Mode 0 means the console alone; otherwise a bit set.
+enum LogMode : std::uint8_t {
+    kModeConsole = 0x01,
+    kModeFile = 0x02,
+    kModeDlt = 0x04,
+};
+
+const char* LogLevelName(LogLevel level) noexcept;
+
+// A tagged line is written at most once per period; lines within the period are counted as
+// suppressed. An empty tag is never limited.
+struct LogLimitConfig {
+    static constexpr std::uint32_t kDefaultPeriodMs = 500;
+    std::uint32_t periodMs{kDefaultPeriodMs};
+};
+
+struct LogRecord {
+    std::chrono::system_clock::time_point time;
+    String appId;
+    String contextId;
+    LogLevel level{LogLevel::kInfo};
+    String text;
+};
+
+class LogSink {
+public:
+    virtual ~LogSink() = default;
+    virtual void Write(const LogRecord& record) = 0;
+};
+
+// Keeps every record in memory; tests read it.
+class MemoryLogSink final : public LogSink {
+public:
+    void Write(const LogRecord& record) override;
+    std::vector<LogRecord> Records() const;
+    // True when a record of that level has exactly that text.
+    bool Contains(LogLevel level, const String& text) const;
+    std::size_t Count(LogLevel level, const String& text) const;
+    void Clear();
+
+private:
+    mutable std::mutex mutex_;  // guards records_
+    std::vector<LogRecord> records_;
+};
+
+class Log;
+
+// One line under construction; written to the sinks when the stream is destroyed, if its level
+// is enabled and its tag is not limited.
+class LogStream final {
+public:
+    LogStream(const Log* log, LogLevel level, String tag, LogLimitConfig limit);
+    LogStream(LogStream&& other) noexcept;
+    LogStream(const LogStream&) = delete;
+    LogStream& operator=(const LogStream&) = delete;
+    LogStream& operator=(LogStream&&) = delete;
+    ~LogStream();
+
+    template <typename T>
+    LogStream& operator<<(const T& value) {
+        if (enabled_) {
+            buffer_ << value;
+        }
+        return *this;
+    }
+    // Bytes print as numbers, as the daemon's lines expect.
+    LogStream& operator<<(std::uint8_t value);
+    LogStream& operator<<(std::int8_t value);
+    LogStream& operator<<(bool value);
+
+    void Flush();
+
+private:
+    const Log* log_;
+    LogLevel level_;
+    String tag_;
+    LogLimitConfig limit_;
+    bool enabled_;
+    std::ostringstream buffer_;
+};
+
+// A log context. One object per context id, shared by everybody who asks for it.
+class Log final {
+public:
+    // Global set-up. The "Log" section of vesk.json, when present, overrides level, mode and
+    // path. Calling it again replaces the sinks.
+    static void InitLogging(const String& appId, const String& description, std::uint8_t level,
+                            std::uint8_t mode, const String& path);
+    // Registers a context (contextId) with its description; appId empty means the process's.
+    static void InitLog(const String& appId, const String& contextId, const String& description);
+    static std::shared_ptr<Log> GetLog(const String& contextId);
+
+    // Sinks and level can be changed at run time (tests add a MemoryLogSink).
+    static void AddSink(std::shared_ptr<LogSink> sink);
+    static void RemoveSink(const std::shared_ptr<LogSink>& sink);
+    static void SetLevel(LogLevel level);
+    static LogLevel GetLevel();
+    // Lines of that tag suppressed by their LogLimitConfig so far.
+    static std::uint64_t SuppressedCount(const String& tag);
+
+    explicit Log(String contextId);
+
+    bool IsValid() const noexcept { return !contextId_.empty(); }
+    const String& ContextId() const noexcept { return contextId_; }
+    bool CheckLogLevel(LogLevel level) const noexcept;
+
+    LogStream LogFatal(const String& tag = {}, LogLimitConfig limit = {}) const;
+    LogStream LogError(const String& tag = {}, LogLimitConfig limit = {}) const;
+    LogStream LogWarn(const String& tag = {}, LogLimitConfig limit = {}) const;
+    LogStream LogInfo(const String& tag = {}, LogLimitConfig limit = {}) const;
+    LogStream LogDebug(const String& tag = {}, LogLimitConfig limit = {}) const;
+    LogStream LogVerbose(const String& tag = {}, LogLimitConfig limit = {}) const;
+
+private:
+    friend class LogStream;
+    void Emit(LogLevel level, const String& tag, const LogLimitConfig& limit, String text) const;
+
+    String contextId_;
+};
+
+}  // namespace ara::tessel::common::log
+
+#endif

@@ -1,0 +1,98 @@
+#include "platform/vcc/utils/thread_pool.h"
+
+#include <pthread.h>
+
+#include <csignal>
+
+namespace lumo::vcc::utils {
+
+namespace {
+constexpr std::size_t kThreadNameMax = 15;
+}
+
+ThreadPool::ThreadPool(std::uint32_t threadNumber, std::uint32_t queueSize,
+                       const ara::core::String& name)
+    : queueSize_(queueSize), name_(name.substr(0, kThreadNameMax)) {
+    // Workers leave SIGTERM and SIGINT to the main thread, whose handler stops the daemon.
+    sigset_t blocked;
+    sigset_t previous;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGTERM);
+    sigaddset(&blocked, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &blocked, &previous);
+    threads_.reserve(threadNumber);
+    for (std::uint32_t i = 0; i < threadNumber; ++i) {
+        threads_.emplace_back([this] { Work(); });
+        pthread_setname_np(threads_.back().native_handle(), name_.c_str());
+    }
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+}
+
+ThreadPool::~ThreadPool() {
+    Stop();
+}
+
+bool ThreadPool::Enqueue(Task task, std::uint32_t sourceId) {
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (stopped_ || queue_.size() >= queueSize_ || !task) {
+            return false;
+        }
+        queue_.push_back(Entry{std::move(task), sourceId});
+    }
+    available_.notify_one();
+    return true;
+}
+
+void ThreadPool::Stop() {
+    std::lock_guard<std::mutex> stopLock(stopMutex_);
+    std::deque<Entry> dropped;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        stopped_ = true;
+        dropped_ += queue_.size();
+        dropped.swap(queue_);
+    }
+    available_.notify_all();
+    for (auto& thread : threads_) {
+        if (thread.joinable() && thread.get_id() != std::this_thread::get_id()) {
+            thread.join();
+        } else if (thread.joinable()) {
+            thread.detach();  // Stop from one of our own tasks: that thread ends after it
+        }
+    }
+    threads_.clear();
+}
+
+bool ThreadPool::IsStopped() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return stopped_;
+}
+
+std::size_t ThreadPool::QueuedCount() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return queue_.size();
+}
+
+std::uint64_t ThreadPool::DroppedCount() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return dropped_;
+}
+
+void ThreadPool::Work() {
+    for (;;) {
+        Entry entry;
+        {
+            std::unique_lock<std::mutex> lock(mutex_);
+            available_.wait(lock, [this] { return stopped_ || !queue_.empty(); });
+            if (stopped_) {
+                return;
+            }
+            entry = std::move(queue_.front());
+            queue_.pop_front();
+        }
+        entry.task();
+    }
+}
+
+}  // namespace lumo::vcc::utils

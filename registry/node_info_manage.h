@@ -1,0 +1,44 @@
+#ifndef REGISTRY_NODE_INFO_MANAGE_H
+#define REGISTRY_NODE_INFO_MANAGE_H
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+
+#include "platform/core/string.h"
+
+namespace vesk::wardend {
+
+using ara::core::String;
+
+// Which application nodes are known and the pid each last reported; and the /proc liveness
+// test that the other registries use.
+//
+// Locks: mutex_ is held for the whole of each operation. Event and method registration call
+// UpdateNodeInfo with their own registry lock held, so mutex_ always comes last.
+class NodeInfoManage {
+public:
+    static NodeInfoManage& GetInstance();
+
+    bool UpdateNodeInfo(const String& nodeName, const std::int32_t& pid, const bool& isRegister);
+    bool IsNodeAlive(const String& nodeName);
+    // True when /proc/<pid> exists; a reused pid counts as alive.
+    static bool IsProcessAlive(const std::int32_t& pid);
+
+    // A copy of the table, name to pid.
+    std::map<String, std::int32_t> Nodes() const;
+
+private:
+    NodeInfoManage() = default;
+
+    // Both expect mutex_ held.
+    bool RegisterLocked(const String& nodeName, std::int32_t pid);
+    bool UnregisterLocked(const String& nodeName, std::int32_t pid);
+
+    mutable std::mutex mutex_;  // guards nodes_
+    std::map<String, std::int32_t> nodes_;
+};
+
+}  // namespace vesk::wardend
+
+#endif

@@ -1,0 +1,54 @@
+#ifndef TESTS_INTEGRATION_DAEMON_FIXTURE_H
+#define TESTS_INTEGRATION_DAEMON_FIXTURE_H
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "tests/support/process.h"
+#include "tests/support/temp_dir.h"
+
+namespace wardend::test {
+
+constexpr std::chrono::seconds kStartTimeout{20};
+
+// Starts the real wardend binary with a vesk.json of the test's own (info level on the
+// console, unless the test writes another) and stops it at the end.
+class DaemonTest : public ::testing::Test {
+protected:
+    std::string WriteConfig(const std::string& json) { return dir_.WriteFile("vesk.json", json); }
+
+    std::vector<std::string> Env() const { return {"VESK_CONFIG=" + dir_.Path() + "/vesk.json"}; }
+
+    std::unique_ptr<ChildProcess> StartDaemon(const std::vector<std::string>& args = {}) {
+        if (!configWritten_) {
+            WriteConfig(R"({"Log": {"level": "info"}})");
+            configWritten_ = true;
+        }
+        auto daemon = std::make_unique<ChildProcess>(WARDEND_BINARY, args, Env());
+        return daemon;
+    }
+
+    // Waits for the daemon's "Wardend server init finished." line.
+    static bool WaitReady(const ChildProcess& daemon) {
+        return daemon.WaitForStderr("Wardend server init finished.", kStartTimeout);
+    }
+
+    RunResult Run(const std::vector<std::string>& args) {
+        if (!configWritten_) {
+            WriteConfig(R"({"Log": {"level": "info"}})");
+            configWritten_ = true;
+        }
+        return RunToEnd(WARDEND_BINARY, args, Env());
+    }
+
+    TempDir dir_;
+    bool configWritten_{false};
+};
+
+}  // namespace wardend::test
+
+#endif

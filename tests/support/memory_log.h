@@ -1,0 +1,39 @@
+#ifndef TESTS_SUPPORT_MEMORY_LOG_H
+#define TESTS_SUPPORT_MEMORY_LOG_H
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "platform/log/log.h"
+
+namespace wardend::test {
+
+using ara::tessel::common::log::LogLevel;
+
+// Installs an in-memory sink at verbose level for the lifetime of the test, so that log lines
+// that are behaviour can be asserted.
+class MemoryLogTest : public ::testing::Test {
+protected:
+    void SetUp() override;
+    void TearDown() override;
+
+    bool Logged(LogLevel level, const std::string& text) const {
+        return sink_->Contains(level, text);
+    }
+    std::size_t LogCount(LogLevel level, const std::string& text) const {
+        return sink_->Count(level, text);
+    }
+    void ClearLog() { sink_->Clear(); }
+    // Every line, one a row, for failure messages.
+    std::string LogDump() const;
+
+    std::shared_ptr<ara::tessel::common::log::MemoryLogSink> sink_;
+
+private:
+    LogLevel previousLevel_{LogLevel::kWarn};
+};
+
+}  // namespace wardend::test
+
+#endif

@@ -1,0 +1,135 @@
+#include "tests/support/process.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "tests/support/temp_dir.h"
+
+namespace wardend::test {
+
+namespace {
+
+std::string ReadWhole(const std::string& path) {
+    std::ifstream in(path);
+    std::stringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+std::string NewCapturePath(const char* what) {
+    static int counter = 0;
+    return TempDir::Base() + "/wardend-test-" + std::to_string(getpid()) + "-" +
+           std::to_string(counter++) + "." + what;
+}
+
+}  // namespace
+
+pid_t MakeDeadPid() {
+    const pid_t child = fork();
+    if (child == 0) {
+        _exit(0);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return child;
+}
+
+ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& args,
+                           const std::vector<std::string>& extraEnv)
+    : stdoutPath_(NewCapturePath("out")), stderrPath_(NewCapturePath("err")) {
+    std::vector<std::string> argStore{program};
+    argStore.insert(argStore.end(), args.begin(), args.end());
+    std::vector<char*> argv;
+    for (auto& arg : argStore) {
+        argv.push_back(arg.data());
+    }
+    argv.push_back(nullptr);
+    std::vector<std::string> envStore = extraEnv;
+
+    pid_ = fork();
+    if (pid_ == 0) {
+        const int out = open(stdoutPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        const int err = open(stderrPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+        dup2(out, STDOUT_FILENO);
+        dup2(err, STDERR_FILENO);
+        for (auto& entry : envStore) {
+            putenv(entry.data());
+        }
+        execv(program.c_str(), argv.data());
+        _exit(127);
+    }
+}
+
+ChildProcess::~ChildProcess() {
+    if (pid_ > 0 && !reaped_) {
+        kill(pid_, SIGKILL);
+        int status = 0;
+        waitpid(pid_, &status, 0);
+    }
+    unlink(stdoutPath_.c_str());
+    unlink(stderrPath_.c_str());
+}
+
+bool ChildProcess::Signal(int signal) const {
+    return pid_ > 0 && kill(pid_, signal) == 0;
+}
+
+std::optional<int> ChildProcess::WaitExit(std::chrono::milliseconds timeout) {
+    if (reaped_) {
+        return std::nullopt;
+    }
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    for (;;) {
+        int status = 0;
+        const pid_t done = waitpid(pid_, &status, WNOHANG);
+        if (done == pid_) {
+            reaped_ = true;
+            if (WIFEXITED(status)) {
+                return WEXITSTATUS(status);
+            }
+            return WIFSIGNALED(status) ? -WTERMSIG(status) : -1;
+        }
+        if (std::chrono::steady_clock::now() >= deadline) {
+            return std::nullopt;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+}
+
+bool ChildProcess::WaitForStderr(const std::string& text, std::chrono::milliseconds timeout) const {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (Stderr().find(text) != std::string::npos) {
+            return true;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return Stderr().find(text) != std::string::npos;
+}
+
+std::string ChildProcess::Stdout() const {
+    return ReadWhole(stdoutPath_);
+}
+std::string ChildProcess::Stderr() const {
+    return ReadWhole(stderrPath_);
+}
+
+RunResult RunToEnd(const std::string& program, const std::vector<std::string>& args,
+                   const std::vector<std::string>& extraEnv, std::chrono::milliseconds timeout) {
+    ChildProcess child(program, args, extraEnv);
+    RunResult result;
+    const auto code = child.WaitExit(timeout);
+    result.exitCode = code.value_or(-1000);
+    result.out = child.Stdout();
+    result.err = child.Stderr();
+    return result;
+}
+
+}  // namespace wardend::test

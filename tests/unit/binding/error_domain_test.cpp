@@ -1,0 +1,141 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <future>
+
+#include "binding/error/com_error_domain.h"
+#include "binding/error/core_error_domain.h"
+#include "binding/error/e2e_error_domain.h"
+#include "binding/error/future_error_domain.h"
+
+namespace {
+
+using ara::core::ErrorCode;
+using ara::core::ErrorDomain;
+using lumo::vcc::api::types::GetComErrorDomain;
+using lumo::vcc::api::types::GetE2EErrorDomain;
+
+struct DomainText {
+    const ErrorDomain* domain;
+    ErrorDomain::CodeType code;
+    const char* text;
+};
+
+class DomainTextTest : public ::testing::TestWithParam<DomainText> {};
+
+TEST_P(DomainTextTest, MessageAndWhatGiveTheTableText) {
+    const DomainText& row = GetParam();
+    EXPECT_STREQ(row.domain->Message(row.code), row.text);
+    const ErrorCode code(row.code, *row.domain, 7);
+    try {
+        code.ThrowAsException();
+    } catch (const ara::core::Exception& e) {
+        EXPECT_STREQ(e.what(), row.text);
+        EXPECT_EQ(e.Error().Value(), row.code);
+        EXPECT_EQ(e.Error().SupportData(), 7);
+        EXPECT_EQ(e.Error().Domain(), *row.domain);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    AllDomains, DomainTextTest,
+    ::testing::Values(
+        DomainText{&ara::core::GetCoreErrorDomain(), 22, "Invalid argument"},
+        DomainText{&ara::core::GetCoreErrorDomain(), 137, "Invalid meta model short name"},
+        DomainText{&ara::core::GetCoreErrorDomain(), 138, "Invalid meta model path"},
+        DomainText{&ara::core::GetFutureErrorDomain(), 101, "broken promise"},
+        DomainText{&ara::core::GetFutureErrorDomain(), 102, "future already retrieved"},
+        DomainText{&ara::core::GetFutureErrorDomain(), 103, "promise already satisfied"},
+        DomainText{&ara::core::GetFutureErrorDomain(), 104, "no state"},
+        DomainText{&GetComErrorDomain(), 0, "ok"},
+        DomainText{&GetComErrorDomain(), 1, "kServiceNotAvailable"},
+        DomainText{&GetComErrorDomain(), 2, "kMaxSamplesExceeded"},
+        DomainText{&GetComErrorDomain(), 3, "kNetworkBindingFailure"},
+        DomainText{&GetComErrorDomain(), 11, "kServiceNotOffered"},
+        DomainText{&GetComErrorDomain(), 14, "kCommunicationStackError"},
+        DomainText{&GetComErrorDomain(), 17, "kWrongMethodCallProcessingMode"},
+        DomainText{&GetE2EErrorDomain(), 1, "repeated"},
+        DomainText{&GetE2EErrorDomain(), 2, "wrong_sequence_error"},
+        DomainText{&GetE2EErrorDomain(), 3, "error"},
+        DomainText{&GetE2EErrorDomain(), 4, "not_available"},
+        DomainText{&GetE2EErrorDomain(), 5, "no_new_data"},
+        DomainText{&GetE2EErrorDomain(), 6, "check_disable"}));
+
+TEST(ErrorDomainTest, NamesAndIdsAreTheFixedOnes) {
+    EXPECT_STREQ(ara::core::GetCoreErrorDomain().Name(), "Core");
+    EXPECT_EQ(ara::core::GetCoreErrorDomain().Id(), 0x8000000000000014ULL);
+    EXPECT_STREQ(ara::core::GetFutureErrorDomain().Name(), "Future");
+    EXPECT_EQ(ara::core::GetFutureErrorDomain().Id(), 0x8000000000000013ULL);
+    EXPECT_STREQ(GetComErrorDomain().Name(), "Com");
+    EXPECT_EQ(GetComErrorDomain().Id(), 0x8000000000001267ULL);
+    EXPECT_STREQ(GetE2EErrorDomain().Name(), "E2E");
+    EXPECT_EQ(GetE2EErrorDomain().Id(), 0x8000000000001268ULL);
+}
+
+TEST(ErrorDomainTest, EachDomainThrowsItsOwnExceptionType) {
+    EXPECT_THROW(
+        ara::core::MakeErrorCode(ara::core::CoreErrc::kInvalidArgument, 0).ThrowAsException(),
+        ara::core::CoreException);
+    EXPECT_THROW(ara::core::MakeErrorCode(ara::core::future_errc::no_state, 0).ThrowAsException(),
+                 ara::core::FutureException);
+    EXPECT_THROW(lumo::vcc::api::types::MakeErrorCode(
+                     lumo::vcc::api::types::ComErrc::kNetworkBindingFailure, 0)
+                     .ThrowAsException(),
+                 lumo::vcc::api::types::ComException);
+    EXPECT_THROW(lumo::vcc::api::types::MakeErrorCode(lumo::vcc::api::types::E2EErrorCode::error, 0)
+                     .ThrowAsException(),
+                 lumo::vcc::api::types::E2EException);
+}
+
+TEST(ErrorDomainTest, UnknownComAndE2ECodesGrowTheTableWithAnEmptyText) {
+    for (const ErrorDomain* domain : {&GetComErrorDomain(), &GetE2EErrorDomain()}) {
+        const char* first = domain->Message(999);
+        EXPECT_STREQ(first, "");
+        // The second lookup finds the entry the first one inserted.
+        EXPECT_EQ(domain->Message(999), first);
+        EXPECT_STREQ(domain->Message(1),
+                     domain == &GetComErrorDomain() ? "kServiceNotAvailable" : "repeated");
+    }
+}
+
+TEST(ErrorDomainDeathTest, UnknownCoreCodeAborts) {
+    EXPECT_DEATH(ara::core::GetCoreErrorDomain().Message(999), "Unknown core error");
+}
+
+TEST(ErrorDomainDeathTest, UnknownFutureCodeAborts) {
+    EXPECT_DEATH(ara::core::GetFutureErrorDomain().Message(999), "unknown future error");
+}
+
+TEST(ErrorCodeTest, DefaultIsInvalidArgumentOfTheCoreDomain) {
+    const ErrorCode code;
+    EXPECT_EQ(code.Domain(), ara::core::GetCoreErrorDomain());
+    EXPECT_EQ(code.Value(), 22);
+    EXPECT_EQ(code.SupportData(), 0);
+}
+
+TEST(ErrorCodeTest, EqualityIgnoresSupportDataButNotTheDomain) {
+    EXPECT_EQ(ErrorCode(3, GetComErrorDomain(), 1), ErrorCode(3, GetComErrorDomain(), 2));
+    EXPECT_NE(ErrorCode(3, GetComErrorDomain()), ErrorCode(3, GetE2EErrorDomain()));
+}
+
+TEST(ErrorCodeTest, StdFutureErrorsMapToTheFutureDomain) {
+    const struct {
+        std::future_errc from;
+        ErrorDomain::CodeType to;
+    } rows[] = {{std::future_errc::broken_promise, 101},
+                {std::future_errc::future_already_retrieved, 102},
+                {std::future_errc::promise_already_satisfied, 103},
+                {std::future_errc::no_state, 104}};
+    for (const auto& row : rows) {
+        const ErrorCode code =
+            ara::core::ErrorCodeFromStdFutureError(std::make_error_code(row.from));
+        EXPECT_EQ(code.Domain(), ara::core::GetFutureErrorDomain());
+        EXPECT_EQ(code.Value(), row.to);
+    }
+    const ErrorCode other =
+        ara::core::ErrorCodeFromStdFutureError(std::make_error_code(std::errc::invalid_argument));
+    EXPECT_EQ(other.Domain(), ara::core::GetCoreErrorDomain());
+    EXPECT_EQ(other.Value(), 22);
+}
+
+}  // namespace

@@ -1,0 +1,137 @@
+#include "platform/core/future.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "binding/error/com_error_domain.h"
+
+namespace {
+
+using ara::core::ErrorCode;
+using ara::core::Future;
+using ara::core::FutureException;
+using ara::core::Promise;
+using ara::core::Result;
+
+ErrorCode FutureError(ara::core::future_errc code) {
+    return ara::core::MakeErrorCode(code, 0);
+}
+
+TEST(FutureTest, ThenOnAReadyFutureRunsAtOnceOnTheCallingThread) {
+    Promise<int> promise;
+    auto future = promise.get_future();
+    promise.set_value(4);
+    std::thread::id ranOn;
+    auto next = future.then([&](Future<int> done) {
+        ranOn = std::this_thread::get_id();
+        return done.get() * 2;
+    });
+    EXPECT_EQ(ranOn, std::this_thread::get_id());
+    EXPECT_FALSE(future.valid());
+    EXPECT_TRUE(next.is_ready());
+    EXPECT_EQ(next.get(), 8);
+}
+
+TEST(FutureTest, ThenOnAPendingFutureRunsOnTheFulfillingThread) {
+    Promise<int> promise;
+    std::thread::id ranOn;
+    auto next = promise.get_future().then([&](Future<int> done) {
+        ranOn = std::this_thread::get_id();
+        return done.get() + 1;
+    });
+    std::thread::id fulfiller;
+    std::thread worker([&] {
+        fulfiller = std::this_thread::get_id();
+        promise.set_value(1);
+    });
+    worker.join();
+    EXPECT_EQ(next.get(), 2);
+    EXPECT_EQ(ranOn, fulfiller);
+}
+
+TEST(FutureTest, ThenPassesErrorsAndResultsThrough) {
+    Promise<int> promise;
+    auto next = promise.get_future().then([](Future<int> done) -> Result<std::string> {
+        auto result = done.GetResult();
+        if (!result.HasValue()) {
+            return Result<std::string>::FromError(result.Error());
+        }
+        return std::to_string(result.Value());
+    });
+    promise.SetError(lumo::vcc::api::types::MakeErrorCode(
+        lumo::vcc::api::types::ComErrc::kServiceNotOffered, 0));
+    auto result = next.GetResult();
+    ASSERT_FALSE(result.HasValue());
+    EXPECT_EQ(result.Error().Value(), 11);
+}
+
+TEST(FutureTest, ThenChainsIntoVoidAndIntoFutures) {
+    Promise<int> promise;
+    Promise<int> inner;
+    int seen = 0;
+    auto chained = promise.get_future()
+                       .then([&](Future<int> done) { seen = done.get(); })
+                       .then([&](Future<void> done) {
+                           done.get();
+                           return inner.get_future();
+                       });
+    promise.set_value(3);
+    EXPECT_EQ(seen, 3);
+    EXPECT_FALSE(chained.is_ready());
+    inner.set_value(10);
+    EXPECT_EQ(chained.get(), 10);
+}
+
+TEST(FutureTest, DestroyingAnUnsatisfiedPromiseBreaksIt) {
+    Future<int> future;
+    {
+        Promise<int> promise;
+        future = promise.get_future();
+    }
+    auto result = future.GetResult();
+    ASSERT_FALSE(result.HasValue());
+    EXPECT_EQ(result.Error(), FutureError(ara::core::future_errc::broken_promise));
+}
+
+TEST(FutureTest, MisuseRaisesFutureExceptionsWithTheirCodes) {
+    Promise<int> promise;
+    auto future = promise.get_future();
+    try {
+        (void)promise.get_future();
+        FAIL() << "second get_future did not throw";
+    } catch (const FutureException& e) {
+        EXPECT_EQ(e.Error(), FutureError(ara::core::future_errc::future_already_retrieved));
+    }
+    promise.set_value(1);
+    try {
+        promise.set_value(2);
+        FAIL() << "second set_value did not throw";
+    } catch (const FutureException& e) {
+        EXPECT_EQ(e.Error(), FutureError(ara::core::future_errc::promise_already_satisfied));
+    }
+    Future<int> empty;
+    try {
+        (void)empty.get();
+        FAIL() << "get on an empty future did not throw";
+    } catch (const FutureException& e) {
+        EXPECT_EQ(e.Error(), FutureError(ara::core::future_errc::no_state));
+    }
+}
+
+TEST(FutureTest, GetThrowsTheErrorsDomainException) {
+    auto future =
+        Future<int>::MakeReady(Result<int>::FromError(lumo::vcc::api::types::MakeErrorCode(
+            lumo::vcc::api::types::ComErrc::kCommunicationStackError, 0)));
+    EXPECT_THROW(future.get(), lumo::vcc::api::types::ComException);
+}
+
+TEST(FutureTest, WaitForTimesOutOnAPendingFuture) {
+    Promise<int> promise;
+    auto future = promise.get_future();
+    EXPECT_EQ(future.wait_for(std::chrono::milliseconds(1)), ara::core::future_status::timeout);
+    promise.set_value(1);
+    EXPECT_EQ(future.wait_for(std::chrono::milliseconds(1)), ara::core::future_status::ready);
+}
+
+}  // namespace

@@ -1,0 +1,119 @@
+#include "platform/log/log.h"
+
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "platform/log/sinks.h"
+#include "tests/support/memory_log.h"
+#include "tests/support/temp_dir.h"
+
+namespace {
+
+using ara::tessel::common::log::Log;
+using ara::tessel::common::log::LogLimitConfig;
+using wardend::test::LogLevel;
+using wardend::test::MemoryLogTest;
+using wardend::test::TempDir;
+
+class LogTest : public MemoryLogTest {
+protected:
+    std::shared_ptr<Log> log_ = Log::GetLog("TEST");
+};
+
+TEST_F(LogTest, GetLogReturnsOneSharedObjectPerContext) {
+    EXPECT_EQ(Log::GetLog("TEST"), log_);
+    EXPECT_NE(Log::GetLog("OTHR"), log_);
+    EXPECT_TRUE(log_->IsValid());
+    EXPECT_FALSE(Log("").IsValid());
+}
+
+TEST_F(LogTest, LinesAboveTheLevelAreNotWritten) {
+    Log::SetLevel(LogLevel::kWarn);
+    log_->LogInfo() << "hidden";
+    log_->LogVerbose() << "hidden";
+    log_->LogWarn() << "shown " << 3;
+    log_->LogError() << "shown too";
+    EXPECT_FALSE(Logged(LogLevel::kInfo, "hidden"));
+    EXPECT_FALSE(Logged(LogLevel::kVerbose, "hidden"));
+    EXPECT_TRUE(Logged(LogLevel::kWarn, "shown 3"));
+    EXPECT_TRUE(Logged(LogLevel::kError, "shown too"));
+    EXPECT_TRUE(log_->CheckLogLevel(LogLevel::kWarn));
+    EXPECT_FALSE(log_->CheckLogLevel(LogLevel::kInfo));
+    EXPECT_FALSE(log_->CheckLogLevel(LogLevel::kOff));
+}
+
+TEST_F(LogTest, BytesAndBoolsPrintReadably) {
+    log_->LogInfo() << std::uint8_t{7} << ' ' << std::int8_t{-2} << ' ' << true;
+    EXPECT_TRUE(Logged(LogLevel::kInfo, "7 -2 true")) << LogDump();
+}
+
+TEST_F(LogTest, ATagWritesOneLinePerPeriodAndCountsTheRest) {
+    const LogLimitConfig hour{3600 * 1000};
+    for (int i = 0; i < 5; ++i) {
+        log_->LogWarn("limit-test-tag", hour) << "peer did something " << i;
+    }
+    log_->LogWarn("limit-test-other", hour) << "another tag";
+    EXPECT_TRUE(Logged(LogLevel::kWarn, "peer did something 0"));
+    EXPECT_FALSE(Logged(LogLevel::kWarn, "peer did something 1"));
+    EXPECT_TRUE(Logged(LogLevel::kWarn, "another tag"));
+    EXPECT_EQ(Log::SuppressedCount("limit-test-tag"), 4U);
+    EXPECT_EQ(Log::SuppressedCount("limit-test-other"), 0U);
+}
+
+TEST_F(LogTest, AnEmptyTagIsNeverLimited) {
+    for (int i = 0; i < 3; ++i) {
+        log_->LogError("", LogLimitConfig{}) << "repeated";
+    }
+    EXPECT_EQ(LogCount(LogLevel::kError, "repeated"), 3U);
+}
+
+TEST_F(LogTest, ALimitedTagWritesAgainAfterItsPeriod) {
+    const LogLimitConfig shortPeriod{1};
+    log_->LogWarn("limit-test-short", shortPeriod) << "first";
+    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(2);
+    while (std::chrono::steady_clock::now() < until) {
+    }
+    log_->LogWarn("limit-test-short", shortPeriod) << "second";
+    EXPECT_TRUE(Logged(LogLevel::kWarn, "second"));
+}
+
+TEST(LogFormatTest, ConsoleLinesCarryAppContextLevelAndText) {
+    ara::tessel::common::log::LogRecord record;
+    record.time = std::chrono::system_clock::now();
+    record.appId = "WRDN";
+    record.contextId = "CM";
+    record.level = LogLevel::kWarn;
+    record.text = "some text";
+    const std::string line = ara::tessel::common::log::FormatRecord(record);
+    EXPECT_NE(line.find(" WRDN CM [warn] some text"), std::string::npos) << line;
+}
+
+// InitLogging reads the "Log" section of vesk.json, which overrides what the program passes.
+TEST_F(LogTest, ConfigurationSelectsLevelAndFileSink) {
+    TempDir dir;
+    const std::string logFile = dir.Path() + "/wardend.log";
+    const std::string config =
+        dir.WriteFile("vesk.json", R"({"Log": {"level": "debug", "sinks": ["file"], "file": ")" +
+                                       logFile + R"("}})");
+    setenv("VESK_CONFIG", config.c_str(), 1);
+    Log::InitLogging("WRDN", "ARA_LOG", 3, 0, "");
+    unsetenv("VESK_CONFIG");
+
+    EXPECT_EQ(Log::GetLevel(), LogLevel::kDebug);
+    log_->LogDebug() << "to the file";
+    log_->LogVerbose() << "not at debug";
+
+    std::ifstream in(logFile);
+    std::stringstream content;
+    content << in.rdbuf();
+    EXPECT_NE(content.str().find("WRDN TEST [debug] to the file"), std::string::npos)
+        << content.str();
+    EXPECT_EQ(content.str().find("not at debug"), std::string::npos);
+
+    Log::InitLogging("WRDN", "ARA_LOG", 3, 0, "");  // back to the console
+}
+
+}  // namespace

@@ -1,0 +1,58 @@
+#include "platform/core/result.h"
+
+#include <gtest/gtest.h>
+
+#include "binding/error/com_error_domain.h"
+
+namespace {
+
+using ara::core::ErrorCode;
+using ara::core::Result;
+using lumo::vcc::api::types::ComErrc;
+using lumo::vcc::api::types::ComException;
+
+ErrorCode ComError(ComErrc code) {
+    return lumo::vcc::api::types::MakeErrorCode(code, 0);
+}
+
+TEST(ResultTest, HoldsAValueOrAnError) {
+    const Result<int> value(5);
+    EXPECT_TRUE(value.HasValue());
+    EXPECT_EQ(value.Value(), 5);
+    EXPECT_EQ(value.ErrorOr(ComError(ComErrc::kOk)), ComError(ComErrc::kOk));
+
+    const auto error = Result<int>::FromError(ComError(ComErrc::kNetworkBindingFailure));
+    EXPECT_FALSE(error.HasValue());
+    EXPECT_EQ(error.Error(), ComError(ComErrc::kNetworkBindingFailure));
+    EXPECT_EQ(error.ValueOr(9), 9);
+    EXPECT_TRUE(error.CheckError(ComError(ComErrc::kNetworkBindingFailure)));
+}
+
+TEST(ResultTest, ValueOrThrowRaisesTheDomainException) {
+    const auto error = Result<int>::FromError(ComError(ComErrc::kServiceNotOffered));
+    EXPECT_THROW(error.ValueOrThrow(), ComException);
+    const auto voidError = Result<void>::FromError(ComError(ComErrc::kServiceNotOffered));
+    EXPECT_THROW(voidError.ValueOrThrow(), ComException);
+    EXPECT_NO_THROW(Result<void>().ValueOrThrow());
+}
+
+TEST(ResultTest, DefaultErrorIsCoreInvalidArgument) {
+    const auto error = Result<int>::FromError(ErrorCode());
+    EXPECT_EQ(error.Error().Value(), 22);
+    EXPECT_STREQ(error.Error().Domain().Name(), "Core");
+}
+
+TEST(ResultDeathTest, ErrorOnAValueAbortsWithItsText) {
+    const Result<int> value(1);
+    EXPECT_DEATH((void)value.Error(),
+                 "\\[CORETYPE Result\\] : Error, Error\\(\\) called but NOT a error!");
+    const Result<void> voidValue;
+    EXPECT_DEATH((void)voidValue.Error(), "NOT a error!");
+}
+
+TEST(ResultDeathTest, ValueOnAnErrorAborts) {
+    const auto error = Result<int>::FromError(ComError(ComErrc::kServiceNotOffered));
+    EXPECT_DEATH((void)error.Value(), "NOT a value");
+}
+
+}  // namespace

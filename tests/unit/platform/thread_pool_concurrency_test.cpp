@@ -1,0 +1,39 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "platform/vcc/utils/thread_pool.h"
+
+namespace {
+
+using lumo::vcc::utils::ThreadPool;
+
+// Producers race each other and a Stop: every accepted task either ran or was counted as
+// dropped, and nothing runs after Stop returns.
+TEST(ThreadPoolConcurrencyTest, AcceptedTasksRunOrAreDroppedNeverBoth) {
+    ThreadPool sut(3, 256, "wrdn_conc");
+    std::atomic<long> accepted{0};
+    std::atomic<long> ran{0};
+    std::vector<std::thread> producers;
+    for (int p = 0; p < 4; ++p) {
+        producers.emplace_back([&, p] {
+            for (int i = 0; i < 5000; ++i) {
+                if (sut.Enqueue([&] { ++ran; }, static_cast<std::uint32_t>(p))) {
+                    ++accepted;
+                }
+            }
+        });
+    }
+    std::this_thread::yield();
+    sut.Stop();
+    for (auto& producer : producers) {
+        producer.join();
+    }
+    const long ranAtStop = ran.load();
+    EXPECT_EQ(ranAtStop + static_cast<long>(sut.DroppedCount()), accepted.load());
+    EXPECT_EQ(ran.load(), ranAtStop);
+}
+
+}  // namespace
