@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <fstream>
+#include <limits>
 
 #include "platform/log/log.h"
 
@@ -84,6 +85,32 @@ std::optional<LogConfig> VeskConfigParser::GetLogConfig() const {
     }
     if (const auto it = section->find("file"); it != section->end() && it->is_string()) {
         config.filePath = it->get<String>();
+    }
+    return config;
+}
+
+SnapshotConfig VeskConfigParser::GetSnapshotConfig() const {
+    SnapshotConfig config;
+    const nlohmann::json* section = GetSection("SnapshotConfig");
+    if (section == nullptr || !section->is_object()) {
+        return config;
+    }
+    if (const auto it = section->find("threshold");
+        it != section->end() && it->is_number_unsigned() &&
+        it->get<std::uint64_t>() <= std::numeric_limits<std::uint32_t>::max()) {
+        config.threshold = static_cast<std::uint32_t>(it->get<std::uint64_t>());
+    }
+    const auto readFlag = [section](const char* key, bool& flag) {
+        if (const auto it = section->find(key); it != section->end() && it->is_boolean()) {
+            flag = it->get<bool>();
+        }
+    };
+    readFlag("enable_sched_trace", config.enable_sched_trace);
+    readFlag("time_delay", config.time_delay);
+    readFlag("cpu_usage", config.cpu_usage);
+    readFlag("net_statistics", config.net_statistics);
+    if (const auto it = section->find("path"); it != section->end() && it->is_string()) {
+        config.path = it->get<String>();
     }
     return config;
 }

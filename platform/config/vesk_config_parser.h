@@ -20,6 +20,18 @@ struct LogConfig {
     std::optional<String> filePath;
 };
 
+// The "SnapshotConfig" section; the fields carry the names of its keys. A key that is absent or
+// of the wrong type (a flag that isn't a JSON bool, a threshold that isn't an unsigned number up
+// to 2^32-1, a path that isn't a string) keeps its default, so a damaged section stays off.
+struct SnapshotConfig {
+    std::uint32_t threshold{0};
+    bool enable_sched_trace{false};
+    bool time_delay{false};
+    bool cpu_usage{false};
+    bool net_statistics{false};
+    String path{"/tmp"};
+};
+
 // Reads vesk.json once, at construction: from $VESK_CONFIG when set, otherwise
 // /etc/vesk/vesk.json. A missing or malformed file leaves the parser invalid and every getter
 // at its default; nothing is thrown.
@@ -37,6 +49,8 @@ public:
     const String& Path() const noexcept { return path_; }
 
     std::optional<LogConfig> GetLogConfig() const;
+    // The defaults when the file or the section is missing.
+    SnapshotConfig GetSnapshotConfig() const;
     // "Wardend"."instanceId", "1" when absent.
     String GetWardendInstanceId() const;
     // A top-level section, or null when absent; for the getters of other subsystems.
