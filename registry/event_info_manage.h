@@ -1,22 +1,136 @@
 #ifndef REGISTRY_EVENT_INFO_MANAGE_H
 #define REGISTRY_EVENT_INFO_MANAGE_H
 
-#include "platform/core/string.h"
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <set>
+#include <tuple>
+#include <vector>
+
+#include "records/wardend_records.h"
 
 namespace vesk::wardend {
 
-using ara::core::String;
+// serviceId, instanceId, topicName; the reserved byte is always 0 and takes no part in ordering.
+struct DDSEventKey {
+    std::uint16_t serviceId{};
+    std::uint16_t instanceId{};
+    String topicName;
+    std::uint8_t reserved{};
 
-// Publishers and subscribers of events. Its first member is the daemon's instance id, which
-// main overwrites before any service exists and the service start reads.
+    bool operator<(const DDSEventKey& other) const {
+        return std::tie(serviceId, instanceId, topicName) <
+               std::tie(other.serviceId, other.instanceId, other.topicName);
+    }
+    bool operator==(const DDSEventKey& other) const { return !(*this < other) && !(other < *this); }
+};
+
+struct SomeipEventKey {
+    std::uint16_t serviceId{};
+    std::uint16_t instanceId{};
+    std::uint16_t eventId{};
+    std::uint8_t reserved{};
+
+    bool operator<(const SomeipEventKey& other) const {
+        return std::tie(serviceId, instanceId, eventId) <
+               std::tie(other.serviceId, other.instanceId, other.eventId);
+    }
+    bool operator==(const SomeipEventKey& other) const {
+        return !(*this < other) && !(other < *this);
+    }
+};
+
+// A stored event on one driver. Queries hand out only `info`; the three maps, keyed by
+// subscriber name, stay inside the registry.
+struct EventRecord {
+    EventInfoWithPubSub info;
+    std::map<String, String> subInstanceShortNames;
+    std::map<String, String> subEventTypes;
+    std::map<String, std::int32_t> subPids;
+
+    bool operator==(const EventRecord& other) const {
+        return info == other.info && subInstanceShortNames == other.subInstanceShortNames &&
+               subEventTypes == other.subEventTypes && subPids == other.subPids;
+    }
+};
+
+using EventRegisterHandler = std::function<void(const EventAllDriverIndex&)>;
+
+// Publishers and subscribers of events, one record per event per driver. Its first member is
+// the daemon's instance id, which main overwrites before any service exists.
+//
+// Locks, in this order: eventLock_, then handlerLock_; with eventLock_ held the registry calls
+// NodeInfoManage::UpdateNodeInfo (node mutex) and E2EInfoManage (its mutex). Callers may hold
+// registerMutex (outermost) or the latency statusLock before calling in. A handler runs with
+// both locks held and must not come back into this registry. SetEventRegisterHandler takes
+// handlerLock_ alone.
 class EventInfoManage {
 public:
     static EventInfoManage& GetInstance();
 
     String instanceId{"666"};
 
+    // True when the last driver handled was recorded; false for a request with no driver.
+    bool RegisterEventInfo(const EventRegisterInfo& info, const bool& isPub);
+    // True when an application was taken off a record. With both drivers only DDS is acted on.
+    bool UnregisterEventInfo(const EventRegisterInfo& info, const bool& isPub);
+    // "ALL" or an event type; DDS records first, each driver in key order.
+    std::vector<EventInfoWithPubSub> QueryEventInfo(const String& eventType);
+    EventInfoWithPubSub QuerySubEventInfo(const QuerySubEventInfoIndex& index);
+    bool QueryEventInfoByType(const String& eventType, EventInfoWithPubSub& out);
+    std::vector<EventInfoWithPubSub> QueryDDSEventInfo(const DDSEventKey& key);
+    std::vector<EventInfoWithPubSub> QuerySomeipEventInfo(const SomeipEventKey& key);
+    // Adds the node's published and subscribed event types, and its service instances.
+    void GetNodeEventInfo(const String& nodeName, NodeInfo& node, std::set<String>& instances);
+    // Stores handler under each key of the switch's index, replacing an earlier one.
+    void SetEventRegisterHandler(const EventRegisterHandler& handler,
+                                 const LatencySwitch& latencySwitch);
+
+    // Copies of the tables.
+    std::map<DDSEventKey, EventRecord> DdsEvents() const;
+    std::map<SomeipEventKey, EventRecord> SomeipEvents() const;
+
+    EventInfoManage(const EventInfoManage&) = delete;
+    EventInfoManage& operator=(const EventInfoManage&) = delete;
+    ~EventInfoManage() = default;
+
 private:
     EventInfoManage() = default;
+
+    // Every helper below expects eventLock_ held.
+    template <typename Map>
+    bool RegisterExistingLocked(Map& map, const typename Map::key_type& key,
+                                const EventRegisterInfo& info, bool isPub, DriverType driver);
+    template <typename Map>
+    bool RegisterNewLocked(Map& map, const typename Map::key_type& key,
+                           const EventRegisterInfo& info, bool isPub, DriverType driver);
+    template <typename Map>
+    bool UnregisterPubLocked(Map& map, const typename Map::key_type& key, const String& appName,
+                             DriverType driver);
+    template <typename Map>
+    bool UnregisterSubLocked(Map& map, const typename Map::key_type& key, const String& appName,
+                             DriverType driver);
+    static bool CheckEventAliveLocked(EventRecord& record, DriverType driver);
+    static void RemoveDeadSubsLocked(EventRecord& record, bool& alive, DriverType driver);
+    template <typename Map>
+    void QueryMapLocked(Map& map, const String& eventType, bool all, DriverType driver,
+                        std::vector<EventInfoWithPubSub>& result);
+    template <typename Map>
+    void GetNodeEventInfoLocked(const Map& map, const String& nodeName, std::int32_t pid,
+                                std::set<String>& instances, std::set<String>& pubTypes,
+                                std::set<String>& subTypes, DriverType driver);
+    // Take handlerLock_ themselves; called with eventLock_ held.
+    void NotifyDDSEventHandler(const DDSEventKey& key);
+    void NotifySomeipEventHandler(const SomeipEventKey& key);
+
+    mutable std::mutex eventLock_;  // guards ddsEventMap_, someipEventMap_ and every record
+    std::mutex handlerLock_;        // guards ddsHandlerMap_ and someipHandlerMap_
+    std::map<DDSEventKey, EventRecord> ddsEventMap_;
+    std::map<SomeipEventKey, EventRecord> someipEventMap_;
+    std::map<DDSEventKey, EventRegisterHandler> ddsHandlerMap_;
+    std::map<SomeipEventKey, EventRegisterHandler> someipHandlerMap_;
 };
 
 }  // namespace vesk::wardend

@@ -4,8 +4,9 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <vector>
 
-#include "platform/core/string.h"
+#include "records/wardend_records.h"
 
 namespace vesk::wardend {
 
@@ -15,7 +16,10 @@ using ara::core::String;
 // test that the other registries use.
 //
 // Locks: mutex_ is held for the whole of each operation. Event and method registration call
-// UpdateNodeInfo with their own registry lock held, so mutex_ always comes last.
+// UpdateNodeInfo with their own registry lock held (registry lock, then mutex_), while
+// QueryNodeInfo holds mutex_ and calls the event, method and field registries (mutex_, then
+// eventLock_, methodLock_, fieldLock_). registerMutex, taken outermost by the service around
+// both paths, keeps them from meeting.
 class NodeInfoManage {
 public:
     static NodeInfoManage& GetInstance();
@@ -24,6 +28,10 @@ public:
     bool IsNodeAlive(const String& nodeName);
     // True when /proc/<pid> exists; a reused pid counts as alive.
     static bool IsProcessAlive(const std::int32_t& pid);
+
+    // "ALL" gives names and pids of live nodes only; a name gives one row with its lists.
+    // Callers hold registerMutex.
+    std::vector<NodeInfo> QueryNodeInfo(const String& nodeName);
 
     // A copy of the table, name to pid.
     std::map<String, std::int32_t> Nodes() const;
