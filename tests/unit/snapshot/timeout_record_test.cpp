@@ -1,0 +1,69 @@
+#include "platform/tlog/timeout_record.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "tests/support/temp_dir.h"
+
+namespace {
+
+using kbr::tlog::MsgInfo;
+using kbr::tlog::TimeoutRecord;
+using wardend::test::TempDir;
+
+struct GuidCase {
+    std::string guid;
+    bool valid;
+};
+
+class TimeoutRecordGuidTest : public ::testing::TestWithParam<GuidCase> {};
+
+TEST_P(TimeoutRecordGuidTest, OnlyAPlainFileNameIsAGuid) {
+    TempDir dir;
+    dir.WriteFile("tlog/" + GetParam().guid + ".tlog", "record\n");
+    dir.WriteFile("secret.tlog", "record\n");
+    const TimeoutRecord sut(dir.Path() + "/tlog");
+    EXPECT_EQ(TimeoutRecord::IsValidGuid(GetParam().guid), GetParam().valid);
+    EXPECT_EQ(sut.GetTimeoutRecordInfo({GetParam().guid, 1, 2}).size(), GetParam().valid ? 1U : 0U);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Guids, TimeoutRecordGuidTest,
+    ::testing::Values(GuidCase{"0a1b-2c3d_4e.5f:6", true}, GuidCase{"../secret", false},
+                      GuidCase{".hidden", false}, GuidCase{"a b", false},
+                      GuidCase{std::string(TimeoutRecord::kMaxGuidLength, 'g'), true},
+                      GuidCase{std::string(TimeoutRecord::kMaxGuidLength + 1, 'g'), false}));
+
+TEST(TimeoutRecordTest, AnEmptyGuidOrAMissingFileHasNoRecords) {
+    TempDir dir;
+    const TimeoutRecord sut(dir.Path());
+    EXPECT_TRUE(sut.GetTimeoutRecordInfo({"", 1, 2}).empty());
+    EXPECT_TRUE(sut.GetTimeoutRecordInfo({"absent", 1, 2}).empty());
+}
+
+TEST(TimeoutRecordTest, RecordsAreTheNonEmptyLinesInFileOrder) {
+    TempDir dir;
+    dir.WriteFile("m1.tlog", "send 10\r\n\nqueue 20\n\ndeliver 30");
+    const TimeoutRecord sut(dir.Path() + "/");
+    EXPECT_EQ(sut.GetTimeoutRecordInfo({"m1", 7, 8}),
+              (std::vector<std::string>{"send 10", "queue 20", "deliver 30"}));
+}
+
+TEST(TimeoutRecordTest, RecordLengthAndCountAreBounded) {
+    TempDir dir;
+    std::string text = std::string(TimeoutRecord::kMaxRecordLength + 700, 'a') + "\nnext\n";
+    for (std::size_t i = 0; i < TimeoutRecord::kMaxRecords; ++i) {
+        text += "r" + std::to_string(i) + "\n";
+    }
+    dir.WriteFile("big.tlog", text);
+    const std::vector<std::string> records =
+        TimeoutRecord(dir.Path()).GetTimeoutRecordInfo(MsgInfo{"big", 1, 2});
+    ASSERT_EQ(records.size(), TimeoutRecord::kMaxRecords);
+    EXPECT_EQ(records[0], std::string(TimeoutRecord::kMaxRecordLength, 'a'));
+    EXPECT_EQ(records[1], "next");
+    EXPECT_EQ(records.back(), "r" + std::to_string(TimeoutRecord::kMaxRecords - 3));
+}
+
+}  // namespace
