@@ -1,0 +1,150 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "catalogue/msg_file_store.h"
+#include "registry/event_info_manage.h"
+#include "registry/method_info_manage.h"
+#include "tests/unit/catalogue/catalogue_fixture.h"
+
+namespace {
+
+using vesk::wardend::DriverType;
+using vesk::wardend::EventInfoManage;
+using vesk::wardend::EventRegisterInfo;
+using vesk::wardend::MethodInfoManage;
+using vesk::wardend::MethodRegisterInfo;
+using vesk::wardend::ResolveDataType;
+using wardend::test::CatalogueTest;
+using wardend::test::LogLevel;
+using Texts = std::vector<std::string>;
+
+class DataTypeQueryTest : public CatalogueTest {
+protected:
+    // Registers an event on DDS; a distinct topic per event type keeps tests apart in the
+    // process-wide registry.
+    static EventRegisterInfo Event(const std::string& eventType, const std::string& app,
+                                   const std::string& dataType) {
+        EventRegisterInfo info;
+        info.name = eventType;
+        info.eventType = eventType;
+        info.appName = app;
+        info.text = dataType;
+        info.pid = ::getpid();
+        info.eventMap_[DriverType::DDS].dds.serviceId = 0x1234;
+        info.eventMap_[DriverType::DDS].dds.topicName = "topic/" + eventType;
+        return info;
+    }
+};
+
+TEST(ResolveDataTypeTest, FollowsAliasesToTheEndOrToTheLastLinkFound) {
+    const std::map<std::string, std::string> msgs = {
+        {"A", R"({"Type": "TYPE_REFERENCE", "Definition": "B"})"},
+        {"B", R"({"Type": "TYPE_REFERENCE", "Definition": "C"})"},
+        {"C", R"({"Type": "TYPE_STRUCT"})"},
+        {"Broken", R"({"Type": "TYPE_REFERENCE", "Definition": "Gone"})"},
+        {"NoDefinition", R"({"Type": "TYPE_REFERENCE"})"},
+        {"Empty", ""},
+        {"NotJson", "{TYPE_REFERENCE"},
+    };
+    const struct {
+        const char* name;
+        std::string text;
+        const char* warned;  // the name in the warning, nullptr for none
+    } rows[] = {
+        {"A", msgs.at("C"), nullptr},
+        {"C", msgs.at("C"), nullptr},
+        {"Broken", msgs.at("Broken"), "Gone"},
+        {"NoDefinition", msgs.at("NoDefinition"), ""},
+        {"Empty", "", nullptr},
+        {"NotJson", msgs.at("NotJson"), nullptr},
+        {"Unknown", "", "Unknown"},
+        {"", "", ""},
+    };
+    for (const auto& row : rows) {
+        auto sink = std::make_shared<ara::tessel::common::log::MemoryLogSink>();
+        ara::tessel::common::log::Log::AddSink(sink);
+        EXPECT_EQ(ResolveDataType(row.name, msgs), row.text) << row.name;
+        ara::tessel::common::log::Log::RemoveSink(sink);
+        const auto records = sink->Records();
+        if (row.warned == nullptr) {
+            EXPECT_TRUE(records.empty()) << row.name;
+        } else {
+            ASSERT_EQ(records.size(), 1U) << row.name;
+            EXPECT_EQ(records[0].text,
+                      std::string("Wardend can't find data type message ") + row.warned);
+        }
+    }
+}
+
+TEST_F(DataTypeQueryTest, EmptyCatalogueAnswersEmptyAndWarns) {
+    EXPECT_EQ(store_->QueryDataType("X"), "");
+    EXPECT_TRUE(Logged(LogLevel::kWarn, "Wardend can't find data type message X"));
+    EXPECT_TRUE(Logged(LogLevel::kVerbose, "Datatype X size:0"));
+    EXPECT_TRUE(store_->QueryAllDataType().empty());
+    EXPECT_TRUE(store_->QueryDataTypeRefList().empty());
+    EXPECT_TRUE(Logged(LogLevel::kVerbose, "Wardend all datatype size is 0"));
+}
+
+TEST_F(DataTypeQueryTest, ExampleAliasChainResolvesToItsEnd) {
+    const std::string examples = WARDEND_EXAMPLES_MSG_DIR;
+    vesk::wardend::MsgFileStore store(examples, "");
+    store.LoadDataType("/Norvane/AP/Trajectory");
+    EXPECT_EQ(store.QueryDataType("/Norvane/AP/Speed"),
+              store.QueryAllDataType().at("/Norvane/AP/Float32"));
+    EXPECT_EQ(store.QueryDataTypeRefList().at("/Norvane/AP/Trajectory").size(), 9U);
+}
+
+TEST_F(DataTypeQueryTest, EventShowGivesTypePublisherAndState) {
+    userDir_.WriteFile("ShowType.msg", Alias("ShowType", "ShowTarget"));
+    userDir_.WriteFile("ShowTarget.msg", Struct("ShowTarget", {}));
+    store_->LoadDataType("ShowType");
+    auto& events = EventInfoManage::GetInstance();
+    ASSERT_TRUE(events.RegisterEventInfo(Event("show/on", "pubApp", "ShowType"), true));
+    EXPECT_EQ(store_->QueryEventType("show/on"), (Texts{Struct("ShowTarget", {}), "pubApp", "ON"}));
+    EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend query event type"));
+
+    // A publisher gone offline keeps its name; the subscriber keeps the record listed.
+    ASSERT_TRUE(events.RegisterEventInfo(Event("show/off", "pubApp", "ShowType"), true));
+    ASSERT_TRUE(events.RegisterEventInfo(Event("show/off", "subApp", "ShowType"), false));
+    ASSERT_TRUE(events.UnregisterEventInfo(Event("show/off", "pubApp", "ShowType"), true));
+    EXPECT_EQ(store_->QueryEventType("show/off"),
+              (Texts{Struct("ShowTarget", {}), "pubApp", "OFF"}));
+
+    ClearLog();
+    EXPECT_EQ(store_->QueryEventType("show/unknown"), (Texts{"", "", ""}));
+    EXPECT_TRUE(Logged(LogLevel::kWarn, "Wardend can't find data type message ")) << LogDump();
+}
+
+TEST_F(DataTypeQueryTest, MethodTypesKeepTheirPositions) {
+    userDir_.WriteFile("In2.msg", Struct("In2", {}));
+    userDir_.WriteFile("Out.msg", Alias("Out", "In2"));
+    store_->LoadDataType("In2");
+    store_->LoadDataType("Out");
+
+    MethodRegisterInfo info;
+    info.appName = "server";
+    info.name = "QueryMethodTypeTest/Method";
+    info.serviceId = 0x4321;
+    info.pid = ::getpid();
+    info.inputDatatypes = {"In1", "In2"};
+    info.replyDatatypes = {"Out"};
+    info.methodOutputDatatype = "In2";
+    info.methodMap_[DriverType::DDS].dds.requestTopicName = "QueryMethodTypeTest/Request";
+    ASSERT_TRUE(MethodInfoManage::GetInstance().RegisterMethodInfo(info, true));
+
+    const auto types = store_->QueryMethodType(info.name);
+    EXPECT_EQ(types.requestTypes, (Texts{"", Struct("In2", {})}));
+    EXPECT_EQ(types.replyTypes, (Texts{Struct("In2", {})}));
+    EXPECT_TRUE(Logged(LogLevel::kWarn, "Wardend can't find data type message In1"));
+    EXPECT_TRUE(Logged(LogLevel::kVerbose, "Wardend begin to load replyDatatypes"));
+
+    const auto none = store_->QueryMethodType("QueryMethodTypeTest/Unknown");
+    EXPECT_TRUE(none.requestTypes.empty());
+    EXPECT_TRUE(none.replyTypes.empty());
+}
+
+}  // namespace
