@@ -1,24 +1,27 @@
 #ifndef RECORDS_SERVICE_OUTPUTS_H
 #define RECORDS_SERVICE_OUTPUTS_H
 
-// The output records of the application and tools services. The service skeletons expose them
-// as their nested types; clients use them directly. Field order is wire order.
+// The output records of the application and tools services, one per method. A method answers
+// with one of these and never with an ErrorCode: a failure is result 1 or an empty output.
+// Field order is wire order.
 
 #include <cstdint>
 #include <map>
 #include <vector>
 
+#include "records/record_fields.h"
 #include "records/wardend_records.h"
 
 namespace vesk::wardend {
 
-// result: 0 success, 1 failure.
+// RegisterAppInfo: 0 success, 1 failure.
 struct RegisterAppInfoOutput {
     std::uint16_t result{};
 
     WARDEND_RECORD_FIELDS(RegisterAppInfoOutput, result)
 };
 
+// Data type name to its description.
 struct QueryAllDataTypeOutput {
     std::map<String, String> dataTypes;
 
@@ -31,6 +34,7 @@ struct QueryDataTypeOutput {
     WARDEND_RECORD_FIELDS(QueryDataTypeOutput, dataType)
 };
 
+// Root type name to the names it refers to.
 struct QueryDataTypeRefListOutput {
     std::map<String, std::vector<String>> refList;
 
@@ -43,15 +47,15 @@ struct QueryEventInfoOutput {
     WARDEND_RECORD_FIELDS(QueryEventInfoOutput, eventInfos)
 };
 
-// The event's data type description, its publisher, and "ON" or "OFF".
 struct QueryEventShowOutput {
-    String dataType;
+    String dataTypeDescription;
     String pubApp;
-    String latencyState;
+    String latencyState;  // "ON" or "OFF"
 
-    WARDEND_RECORD_FIELDS(QueryEventShowOutput, dataType, pubApp, latencyState)
+    WARDEND_RECORD_FIELDS(QueryEventShowOutput, dataTypeDescription, pubApp, latencyState)
 };
 
+// Application name to its result.
 struct QueryLatencyResultOutput {
     std::map<String, LatencyResult> results;
 
@@ -59,10 +63,10 @@ struct QueryLatencyResultOutput {
 };
 
 struct QueryLatencyStatusOutput {
-    std::map<String, LatencyMode> pubModes;
-    std::map<String, LatencyMode> subModes;
+    std::map<String, LatencyMode> pubStatus;
+    std::map<String, LatencyMode> subStatus;
 
-    WARDEND_RECORD_FIELDS(QueryLatencyStatusOutput, pubModes, subModes)
+    WARDEND_RECORD_FIELDS(QueryLatencyStatusOutput, pubStatus, subStatus)
 };
 
 struct QueryMethodInfoOutput {

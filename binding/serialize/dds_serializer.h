@@ -1,0 +1,550 @@
+#ifndef BINDING_SERIALIZE_DDS_SERIALIZER_H
+#define BINDING_SERIALIZE_DDS_SERIALIZER_H
+
+// The packed DDS payload: values one after another in the host's byte order, with no alignment,
+// padding, byte order mark or configuration tree. Strings, vectors and maps start with an
+// unsigned 32-bit count (bytes, elements, pairs). Both ends are on one host.
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <map>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "binding/serialize/serialize_config.h"
+#include "binding/serialize/serialize_log.h"
+#include "binding/serialize/serialize_traits.h"
+#include "platform/core/string.h"
+#include "platform/memory/memcpy_s.h"
+
+namespace lumo::serialize::dds {
+
+inline constexpr std::uint64_t kCountWidth = 4;
+inline constexpr std::uint64_t kMaxCount = std::numeric_limits<std::uint32_t>::max();
+
+namespace detail {
+
+inline void CopyOrLog(unsigned char* dest, const void* src, std::size_t count, const char* text) {
+    if (memcpy_s(dest, count, src, count) != 0) {
+        DdsLog().LogError() << text;
+    }
+}
+
+inline void LogRead(const char* text) {
+    DdsLog().LogError(kDdsReadTag, kPeerLimit) << text;
+}
+
+inline std::uint32_t LoadCount(const unsigned char* data) {
+    std::uint32_t count = 0;
+    std::memcpy(&count, data, sizeof(count));
+    return count;
+}
+
+template <typename T>
+void StoreScalar(unsigned char* out, const T& value, const char* text) {
+    if constexpr (std::is_same_v<T, bool>) {
+        const unsigned char byte = value ? 1 : 0;
+        CopyOrLog(out, &byte, 1, text);
+    } else {
+        CopyOrLog(out, &value, sizeof(T), text);
+    }
+}
+
+template <typename T>
+T LoadScalar(const unsigned char* in) {
+    if constexpr (std::is_same_v<T, bool>) {
+        return in[0] != 0;
+    } else {
+        T value{};
+        std::memcpy(&value, in, sizeof(T));
+        return value;
+    }
+}
+
+}  // namespace detail
+
+template <typename T, typename Enable = void>
+struct Codec;
+
+// Adds up the sizes of a record's members.
+class SizeEnumerator {
+public:
+    template <typename M>
+    void operator()(const M& member);
+    std::uint64_t Total() const { return failed_ ? kSizeFailure : total_; }
+
+private:
+    std::uint64_t total_{0};
+    bool failed_{false};
+};
+
+// Writes a record's members at the running offset.
+class SerializingEnumerator {
+public:
+    SerializingEnumerator(unsigned char* buffer, std::uint64_t offset)
+        : buffer_(buffer), offset_(offset) {}
+    template <typename M>
+    void operator()(const M& member);
+    std::uint64_t Offset() const { return offset_; }
+
+private:
+    unsigned char* buffer_;
+    std::uint64_t offset_;
+};
+
+// Size pass over a stream: offset kSizeFailure marks a failure, after which every further
+// member fails and logs again.
+class DeserializeSizeCounter {
+public:
+    DeserializeSizeCounter(const unsigned char* data, std::uint64_t length)
+        : data_(data), remaining_(length) {}
+    template <typename M>
+    void operator()(M& member);
+    std::uint64_t Consumed() const { return offset_ == kSizeFailure ? kSizeFailure : consumed_; }
+
+private:
+    void Take(std::uint64_t width);
+
+    const unsigned char* data_;
+    std::uint64_t offset_{0};
+    std::uint64_t remaining_;
+    std::uint64_t consumed_{0};
+};
+
+// Value pass: members whose bytes are missing keep their defaults.
+class DeserializingEnumerator {
+public:
+    DeserializingEnumerator(const unsigned char* data, std::uint64_t size, std::uint64_t offset)
+        : data_(data), size_(size), offset_(offset) {}
+    template <typename M>
+    void operator()(M& member);
+    std::uint64_t Offset() const { return offset_; }
+
+private:
+    const unsigned char* data_;
+    std::uint64_t size_;
+    std::uint64_t offset_;
+};
+
+template <typename T>
+struct Codec<T, std::enable_if_t<serialize::detail::kIsScalar<T>>> {
+    static std::uint64_t Size(const T& /*value*/) { return sizeof(T); }
+    static std::uint64_t Write(const T& value, unsigned char* buffer, std::uint64_t offset) {
+        detail::StoreScalar(buffer + offset, value,
+                            "[DDS Serializer] Memory copy return error, invalid data.");
+        return offset + sizeof(T);
+    }
+    static std::uint64_t ReadSize(const unsigned char* /*data*/, std::uint64_t length) {
+        return length >= sizeof(T) ? sizeof(T) : kSizeFailure;
+    }
+    static void Read(const unsigned char* data, std::uint64_t /*length*/, T& out) {
+        out = detail::LoadScalar<T>(data);
+    }
+};
+
+template <>
+struct Codec<ara::core::String> {
+    static std::uint64_t Size(const ara::core::String& value) {
+        return value.size() > kMaxCount ? kSizeFailure : kCountWidth + value.size();
+    }
+    static std::uint64_t Write(const ara::core::String& value, unsigned char* buffer,
+                               std::uint64_t offset) {
+        static constexpr const char* kError =
+            "[DDS Serializer String] Memory copy return error, Invalid serialization.";
+        const auto count = static_cast<std::uint32_t>(value.size());
+        detail::CopyOrLog(buffer + offset, &count, sizeof(count), kError);
+        if (!value.empty()) {
+            detail::CopyOrLog(buffer + offset + kCountWidth, value.data(), value.size(), kError);
+        }
+        return offset + kCountWidth + value.size();
+    }
+    static std::uint64_t ReadSize(const unsigned char* data, std::uint64_t length) {
+        const std::uint64_t count = length >= kCountWidth ? detail::LoadCount(data) : kSizeFailure;
+        if (count == kSizeFailure || count > length - kCountWidth) {
+            detail::LogRead("Deserialization of String failed, insufficient data.");
+            return kSizeFailure;
+        }
+        return count + kCountWidth;
+    }
+    static void Read(const unsigned char* data, std::uint64_t /*length*/, ara::core::String& out) {
+        out.assign(reinterpret_cast<const char*>(data + kCountWidth), detail::LoadCount(data));
+    }
+};
+
+template <typename E, typename A>
+struct Codec<std::vector<E, A>> {
+    static constexpr bool kBlock = serialize::detail::kIsScalar<E> && !std::is_same_v<E, bool>;
+
+    static std::uint64_t Size(const std::vector<E, A>& value) {
+        if (value.size() > kMaxCount) {
+            return kSizeFailure;
+        }
+        if constexpr (serialize::detail::kIsScalar<E>) {
+            return kCountWidth + value.size() * sizeof(E);
+        } else {
+            std::uint64_t total = kCountWidth;
+            for (const E& element : value) {
+                const std::uint64_t size = Codec<E>::Size(element);
+                if (size > kSizeMax || (total += size) > kSizeMax) {
+                    return kSizeFailure;
+                }
+            }
+            return total;
+        }
+    }
+
+    static std::uint64_t Write(const std::vector<E, A>& value, unsigned char* buffer,
+                               std::uint64_t offset) {
+        const auto count = static_cast<std::uint32_t>(value.size());
+        detail::CopyOrLog(buffer + offset, &count, sizeof(count),
+                          "[DDS Serializer Vector] Memory copy return error, Invalid "
+                          "serialization.");
+        offset += kCountWidth;
+        if constexpr (kBlock) {
+            if (!value.empty()) {
+                detail::CopyOrLog(buffer + offset, value.data(), value.size() * sizeof(E),
+                                  "[DDS Serializer Vector] Memory copy return error, Invalid "
+                                  "serialization.");
+            }
+            return offset + value.size() * sizeof(E);
+        } else if constexpr (serialize::detail::kIsScalar<E>) {
+            for (const E& element : value) {
+                detail::StoreScalar(buffer + offset, element,
+                                    "[DDS Serializer Sequence] Memory copy return error, Invalid "
+                                    "serialization.");
+                offset += sizeof(E);
+            }
+            return offset;
+        } else {
+            for (const E& element : value) {
+                offset = Codec<E>::Write(element, buffer, offset);
+            }
+            return offset;
+        }
+    }
+
+    static std::uint64_t ReadSize(const unsigned char* data, std::uint64_t length) {
+        if constexpr (serialize::detail::kIsScalar<E>) {
+            const std::uint64_t count = length > 3 ? detail::LoadCount(data) : kSizeFailure;
+            const std::uint64_t total = count * sizeof(E) + kCountWidth;
+            if (count == kSizeFailure || total > length) {
+                DdsLog().LogVerbose() << "Deserialization of Vector failed, insufficient data.";
+                detail::LogRead("Deserialization[DDS] size counter failed, insufficient data.");
+                return kSizeFailure;
+            }
+            return total;
+        } else {
+            if (length < kCountWidth) {
+                detail::LogRead(
+                    "GetSize():Deserialization of sequence container failed, insufficient data.");
+                return kSizeFailure;
+            }
+            const std::uint64_t count = detail::LoadCount(data);
+            std::uint64_t offset = kCountWidth;
+            for (std::uint64_t i = 0; i < count; ++i) {
+                const std::uint64_t size = Codec<E>::ReadSize(data + offset, length - offset);
+                if (size > length - offset || size == 0) {
+                    detail::LogRead(
+                        "GetSize():Deserialization of sequence container failed, insufficient "
+                        "data.");
+                    return kSizeFailure;
+                }
+                offset += size;
+            }
+            return offset;
+        }
+    }
+
+    // Expects a stream that ReadSize accepted.
+    static void Read(const unsigned char* data, std::uint64_t length, std::vector<E, A>& out) {
+        const std::uint32_t count = detail::LoadCount(data);
+        out.clear();
+        if constexpr (kBlock) {
+            out.resize(count);
+            if (count != 0 && memcpy_s(out.data(), count * sizeof(E), data + kCountWidth,
+                                       count * sizeof(E)) != 0) {
+                detail::LogRead(
+                    "GetValue(): Deserialization of sequence container failed, insufficient "
+                    "data.");
+            }
+        } else if constexpr (serialize::detail::kIsScalar<E>) {
+            out.reserve(count);
+            for (std::uint32_t i = 0; i < count; ++i) {
+                out.push_back(detail::LoadScalar<E>(data + kCountWidth + i * sizeof(E)));
+            }
+        } else {
+            std::uint64_t offset = kCountWidth;
+            out.reserve(std::min<std::uint64_t>(count, length));
+            for (std::uint32_t i = 0; i < count; ++i) {
+                const std::uint64_t size = Codec<E>::ReadSize(data + offset, length - offset);
+                if (size > length - offset) {
+                    detail::LogRead(
+                        "GetValue(): Deserialization of sequence container failed, insufficient "
+                        "data.");
+                    return;
+                }
+                E element{};
+                Codec<E>::Read(data + offset, size, element);
+                out.push_back(std::move(element));
+                offset += size;
+            }
+        }
+    }
+};
+
+template <typename K, typename V, typename C, typename A>
+struct Codec<std::map<K, V, C, A>> {
+    using Map = std::map<K, V, C, A>;
+
+    static std::uint64_t Size(const Map& value) {
+        if (value.size() > kMaxCount) {
+            return kSizeFailure;
+        }
+        std::uint64_t total = kCountWidth;
+        for (const auto& [key, mapped] : value) {
+            const std::uint64_t keySize = Codec<K>::Size(key);
+            const std::uint64_t valueSize = Codec<V>::Size(mapped);
+            if (keySize > kSizeMax || valueSize > kSizeMax ||
+                (total += keySize + valueSize) > kSizeMax) {
+                return kSizeFailure;
+            }
+        }
+        return total;
+    }
+
+    static std::uint64_t Write(const Map& value, unsigned char* buffer, std::uint64_t offset) {
+        const auto count = static_cast<std::uint32_t>(value.size());
+        detail::CopyOrLog(buffer + offset, &count, sizeof(count),
+                          "[DDS Serializer] Memory copy return error, invalid data.");
+        offset += kCountWidth;
+        for (const auto& [key, mapped] : value) {
+            offset = Codec<K>::Write(key, buffer, offset);
+            offset = Codec<V>::Write(mapped, buffer, offset);
+        }
+        return offset;
+    }
+
+    static std::uint64_t PairSize(const unsigned char* data, std::uint64_t length) {
+        const std::uint64_t keySize = Codec<K>::ReadSize(data, length);
+        if (keySize > length) {
+            return kSizeFailure;
+        }
+        const std::uint64_t valueSize = Codec<V>::ReadSize(data + keySize, length - keySize);
+        if (valueSize > length - keySize || keySize + valueSize == 0) {
+            return kSizeFailure;
+        }
+        return keySize + valueSize;
+    }
+
+    static std::uint64_t ReadSize(const unsigned char* data, std::uint64_t length) {
+        if (length < kCountWidth) {
+            detail::LogRead("Deserialization of associative container failed, insufficient data.");
+            return kSizeFailure;
+        }
+        const std::uint64_t count = detail::LoadCount(data);
+        std::uint64_t offset = kCountWidth;
+        for (std::uint64_t i = 0; i < count; ++i) {
+            const std::uint64_t size = PairSize(data + offset, length - offset);
+            if (size > length - offset) {
+                detail::LogRead("Deserialization of pair failed, insufficient data.");
+                return kSizeFailure;
+            }
+            offset += size;
+        }
+        return offset;
+    }
+
+    static void Read(const unsigned char* data, std::uint64_t length, Map& out) {
+        const std::uint32_t count = detail::LoadCount(data);
+        out.clear();
+        std::uint64_t offset = kCountWidth;
+        for (std::uint32_t i = 0; i < count; ++i) {
+            const std::uint64_t keySize = Codec<K>::ReadSize(data + offset, length - offset);
+            if (keySize > length - offset) {
+                detail::LogRead("Deserialization of pair failed, insufficient data.");
+                return;
+            }
+            K key{};
+            Codec<K>::Read(data + offset, keySize, key);
+            offset += keySize;
+            const std::uint64_t valueSize = Codec<V>::ReadSize(data + offset, length - offset);
+            if (valueSize > length - offset) {
+                detail::LogRead("Deserialization of pair failed, insufficient data.");
+                return;
+            }
+            V mapped{};
+            Codec<V>::Read(data + offset, valueSize, mapped);
+            offset += valueSize;
+            out.emplace(std::move(key), std::move(mapped));  // a repeated key keeps the first
+        }
+    }
+};
+
+template <typename T>
+struct Codec<T, std::enable_if_t<serialize::detail::IsRecord<T>::value>> {
+    static std::uint64_t Size(const T& value) {
+        SizeEnumerator sizes;
+        value.enumerate(sizes);
+        return sizes.Total();
+    }
+    static std::uint64_t Write(const T& value, unsigned char* buffer, std::uint64_t offset) {
+        SerializingEnumerator writer(buffer, offset);
+        value.enumerate(writer);
+        return writer.Offset();
+    }
+    static std::uint64_t ReadSize(const unsigned char* data, std::uint64_t length) {
+        T probe{};  // only its member types matter
+        DeserializeSizeCounter counter(data, length);
+        probe.enumerate(counter);
+        return counter.Consumed();
+    }
+    static void Read(const unsigned char* data, std::uint64_t length, T& out) {
+        DeserializingEnumerator reader(data, length, 0);
+        out.enumerate(reader);
+    }
+};
+
+template <typename M>
+void SizeEnumerator::operator()(const M& member) {
+    const std::uint64_t size = Codec<M>::Size(member);
+    if (failed_ || size > kSizeMax || (total_ += size) > kSizeMax) {
+        failed_ = true;
+    }
+}
+
+template <typename M>
+void SerializingEnumerator::operator()(const M& member) {
+    offset_ = Codec<M>::Write(member, buffer_, offset_);
+}
+
+inline void DeserializeSizeCounter::Take(std::uint64_t width) {
+    if (offset_ != kSizeFailure && remaining_ >= width) {
+        consumed_ += width;
+        offset_ += width;
+        remaining_ -= width;
+        return;
+    }
+    detail::LogRead("Deserialization[DDS] size counter failed, insufficient data.");
+    offset_ = kSizeFailure;
+}
+
+template <typename M>
+void DeserializeSizeCounter::operator()(M& member) {
+    if constexpr (serialize::detail::kIsScalar<M>) {
+        (void)member;
+        Take(sizeof(M));
+    } else if constexpr (serialize::detail::IsRecord<M>::value) {
+        member.enumerate(*this);
+    } else {
+        (void)member;
+        const std::uint64_t size = offset_ == kSizeFailure
+                                       ? kSizeFailure
+                                       : Codec<M>::ReadSize(data_ + offset_, remaining_);
+        Take(size);
+    }
+}
+
+template <typename M>
+void DeserializingEnumerator::operator()(M& member) {
+    if constexpr (serialize::detail::kIsScalar<M>) {
+        const std::uint64_t start = offset_;
+        offset_ = start + sizeof(M);
+        if (start > size_) {
+            detail::LogRead("Insufficient arguments from remote end");
+        } else if (size_ - start < sizeof(M)) {
+            detail::LogRead(
+                "Deserialization of trivially copyable type failed, insufficient data!");
+        } else {
+            member = detail::LoadScalar<M>(data_ + start);
+        }
+    } else if constexpr (serialize::detail::IsRecord<M>::value) {
+        member.enumerate(*this);
+    } else {
+        const std::uint64_t size =
+            offset_ >= size_ ? kSizeFailure : Codec<M>::ReadSize(data_ + offset_, size_ - offset_);
+        if (size > size_ - std::min(offset_, size_)) {
+            detail::LogRead("Insufficient arguments from remote end");
+            offset_ = size_ + 1;  // later members fail too
+            return;
+        }
+        Codec<M>::Read(data_ + offset_, size, member);
+        offset_ += size;
+    }
+}
+
+// Serializer of one value at buffer + position.
+template <typename T>
+class Serializer {
+public:
+    Serializer(const T& value, const SerializeConfig& config, std::uint64_t position = 0)
+        : value_(&value), config_(config), position_(position) {}
+
+    std::uint64_t GetSize() {
+        if (size_ == kSizeFailure) {
+            size_ = Codec<T>::Size(*value_);
+        }
+        return size_;
+    }
+
+    // The buffer must hold position + GetSize() bytes; nothing is written if the size fails.
+    void Serialize(unsigned char* buffer) {
+        if (GetSize() > kSizeMax) {
+            return;
+        }
+        (void)Codec<T>::Write(*value_, buffer, position_);
+    }
+
+private:
+    const T* value_;
+    SerializeConfig config_;  // carried; no field of it changes this format
+    std::uint64_t position_;
+    std::uint64_t size_{kSizeFailure};
+};
+
+template <typename T>
+class Deserializer {
+public:
+    Deserializer(const unsigned char* data, unsigned long length)
+        : data_(data), length_(data == nullptr ? 0 : length) {}
+
+    // Bytes the value takes, or kSizeFailure when the stream is too short.
+    std::uint64_t GetSize() {
+        if (!sized_) {
+            sized_ = true;
+            size_ = Codec<T>::ReadSize(data_, length_);
+            if constexpr (serialize::detail::kIsScalar<T>) {
+                if (size_ == kSizeFailure) {
+                    detail::LogRead("Deserialization[DDS] size counter failed, insufficient data.");
+                }
+            }
+        }
+        return size_;
+    }
+
+    // The value; a stream the size pass refused gives defaults in the unreadable tail.
+    T GetValue() {
+        T value{};
+        if constexpr (serialize::detail::IsRecord<T>::value) {
+            Codec<T>::Read(data_, length_, value);
+        } else {
+            if (GetSize() <= kSizeMax) {
+                Codec<T>::Read(data_, size_, value);
+            }
+        }
+        return value;
+    }
+
+private:
+    const unsigned char* data_;
+    std::uint64_t length_;
+    std::uint64_t size_{kSizeFailure};
+    bool sized_{false};
+};
+
+}  // namespace lumo::serialize::dds
+
+#endif

@@ -1,0 +1,112 @@
+#ifndef BINDING_SERIALIZE_SOMEIP_COMMON_H
+#define BINDING_SERIALIZE_SOMEIP_COMMON_H
+
+// What the SOME/IP writer and reader share: the settings that steer one value and the rules
+// that derive widths and padding from them.
+
+#include <cstdint>
+
+#include "binding/serialize/serialize_config.h"
+#include "binding/serialize/serialize_log.h"
+#include "platform/memory/memcpy_s.h"
+
+namespace lumo::serialize::someip {
+
+// The settings of one value: the configuration, its node (may be null), its offset from the
+// first payload byte, and whether nothing follows it in the message.
+struct ValueContext {
+    const SerializeConfig* config{nullptr};
+    const SerializationNode* node{nullptr};
+    std::uint64_t position{0};
+    bool isLastInStream{false};
+};
+
+// Size of a value with its length field width and trailing padding; size kSizeFailure on error.
+struct Layout {
+    std::uint64_t size{kSizeFailure};
+    std::uint64_t lengthWidth{0};
+    std::uint8_t padding{0};
+};
+
+namespace detail {
+
+inline ByteOrder OrderOf(const ValueContext& c) {
+    return c.node != nullptr ? c.node->byteOrder : c.config->byteOrder;
+}
+
+inline bool HasDataId(const ValueContext& c) {
+    return c.node != nullptr && c.node->dataId != kNoDataId;
+}
+
+inline bool IsDynamic(const ValueContext& c) {
+    return HasDataId(c) && c.node->isDynamicLengthField == 1;
+}
+
+inline bool IsRaw(const ValueContext& c) {
+    return c.node != nullptr ? c.node->isStringRaw : c.config->isStringRaw;
+}
+
+inline std::uint64_t DynamicWidth(std::uint64_t content) {
+    if (content < 256) {
+        return 1;
+    }
+    return content < 65536 ? 2 : 4;
+}
+
+// Bytes that bring the end of the value, counted in the message with its 16-byte header, to the
+// node's alignment. Only untagged values with a node are aligned.
+inline std::uint8_t AlignmentPadding(const ValueContext& c, std::uint64_t lengthWidth,
+                                     std::uint64_t content) {
+    if (c.node == nullptr || HasDataId(c) || c.node->alignment <= 1) {
+        return 0;
+    }
+    const std::uint64_t end = c.position + lengthWidth + kSomeipHeaderSize + content;
+    const std::uint64_t alignment = c.node->alignment;
+    return static_cast<std::uint8_t>((alignment - end % alignment) % alignment);
+}
+
+// The writer pads only values that something follows.
+inline std::uint8_t WritePadding(const ValueContext& c, std::uint64_t lengthWidth,
+                                 std::uint64_t content) {
+    return c.isLastInStream ? 0 : AlignmentPadding(c, lengthWidth, content);
+}
+
+// Settings of a nested value. Under a node every nested value gets the default configuration.
+inline ValueContext ChildContext(const ValueContext& parent, const SerializationNode* child,
+                                 std::uint64_t position, bool isLastInStream) {
+    return ValueContext{parent.node != nullptr ? &DefaultSerializeConfig() : parent.config, child,
+                        position, isLastInStream};
+}
+
+// The node of the n-th child, or null when the node has no such member.
+inline const SerializationNode* NthMember(const SerializationNode* node, std::size_t index) {
+    if (node == nullptr || node->members == nullptr || index >= node->members->size()) {
+        return nullptr;
+    }
+    return (*node->members)[index].get();
+}
+
+inline void CopyOrLog(unsigned char* dest, const void* src, std::size_t count, const char* text) {
+    if (memcpy_s(dest, count, src, count) != 0) {
+        SomeipLog().LogError() << text;
+    }
+}
+
+inline constexpr const char* kCopyError =
+    "[Someip Serializer] Memory copy return error, Invalid serialization.";
+
+inline void LogTooFewNodes() {
+    SizeCounterLog().LogError("SerializeSizeCounter", kPeerLimit)
+        << "[SomeipSerializeSizeCounter][The number of configuration nodes is less than the "
+           "number of data members, please check the consistency of the configuration and "
+           "header files]";
+}
+
+constexpr bool HostIsLittleEndian() {
+    return __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
+}
+
+}  // namespace detail
+}  // namespace lumo::serialize::someip
+
+#endif

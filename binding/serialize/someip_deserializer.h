@@ -1,0 +1,546 @@
+#ifndef BINDING_SERIALIZE_SOMEIP_DESERIALIZER_H
+#define BINDING_SERIALIZE_SOMEIP_DESERIALIZER_H
+
+// SOME/IP payload reader. Nothing in the stream is trusted: every length is checked against what
+// remains before it is used, and every loop consumes at least one byte per round. A failure is
+// a logged value (kSizeFailure), never an exception.
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <type_traits>
+#include <utility>
+
+#include "binding/serialize/serialize_traits.h"
+#include "binding/serialize/someip_common.h"
+#include "binding/serialize/tlv_serialize_helper.h"
+#include "platform/core/string.h"
+
+namespace lumo::serialize::someip {
+
+// Bytes a value took (its padding apart) and the padding computed behind it.
+struct ReadResult {
+    std::uint64_t size{kSizeFailure};
+    std::uint8_t padding{0};
+
+    bool Failed() const { return size > kSizeMax; }
+};
+
+template <typename T, typename Enable = void>
+struct Reader;
+
+namespace detail {
+
+inline void LogRead(const char* text) {
+    SomeipLog().LogError(kSomeipReadTag, kPeerLimit) << text;
+}
+
+inline ReadResult Finish(const ValueContext& c, std::uint64_t lengthWidth, std::uint64_t content) {
+    return ReadResult{lengthWidth + content, AlignmentPadding(c, lengthWidth, content)};
+}
+
+// Reads a length field of `width` bytes in front of at most `length` bytes. False when the field
+// or the content it announces does not fit.
+inline bool ReadLength(const unsigned char* data, std::uint64_t length, std::uint64_t width,
+                       ByteOrder order, std::uint64_t& content) {
+    if (length < width) {
+        return false;
+    }
+    content = tlv::serialize::TlvSerializeHelper::ReadLengthField(data, width, order);
+    return content <= length - width;
+}
+
+// How far to move behind a value: padding is taken when it fits; a value that may end the
+// stream (or its container) goes without it.
+inline bool Advance(const ReadResult& r, std::uint64_t remaining, bool mayEnd,
+                    std::uint64_t& step) {
+    if (r.size > remaining) {
+        return false;
+    }
+    if (r.padding <= remaining - r.size) {
+        step = r.size + r.padding;
+        return true;
+    }
+    step = r.size;
+    return mayEnd;
+}
+
+}  // namespace detail
+
+template <typename T>
+struct Reader<T, std::enable_if_t<serialize::detail::kIsScalar<T>>> {
+    static ReadResult Read(const unsigned char* data, std::uint64_t length, const ValueContext& c,
+                           T& out) {
+        if (length < sizeof(T)) {
+            SomeipLog().LogError(kSomeipReadTag, kPeerLimit)
+                << "[Deserializer] The length of the actual code stream is less than the "
+                   "required code stream[actualSize="
+                << length << ", requiredSize=" << sizeof(T) << "]";
+            return ReadResult{};
+        }
+        out = serialize::detail::ScalarFromBits<T>(
+            serialize::detail::LoadUint(data, sizeof(T), detail::OrderOf(c)));
+        return ReadResult{sizeof(T), 0};
+    }
+};
+
+template <>
+struct Reader<ara::core::String> {
+    static std::uint64_t LengthWidth(const ValueContext& c) {
+        if (detail::HasDataId(c)) {
+            return c.node->tlvLengthField;
+        }
+        return c.node != nullptr ? c.node->stringLengthField : c.config->stringLengthField;
+    }
+
+    static ReadResult Read(const unsigned char* data, std::uint64_t length, const ValueContext& c,
+                           ara::core::String& out) {
+        const bool raw = detail::IsRaw(c);
+        const std::uint64_t extra = raw ? 0 : 4;
+        const std::uint64_t width = LengthWidth(c);
+        std::uint64_t content = 0;
+        if (length < width + extra ||
+            !detail::ReadLength(data, length, width, detail::OrderOf(c), content) ||
+            extra > content) {
+            return Fail();
+        }
+        const unsigned char* text = data + width;
+        const std::uint64_t dataLength = content - extra;
+        if (!raw) {
+            if (text[0] != 0xEF || text[1] != 0xBB || text[2] != 0xBF ||
+                text[3 + dataLength] != 0) {
+                return Fail();
+            }
+            text += 3;
+        }
+        out.assign(reinterpret_cast<const char*>(text), dataLength);
+        return detail::Finish(c, width, content);
+    }
+
+private:
+    static ReadResult Fail() {
+        detail::LogRead("Construct deserialization for String failed, insufficient data.");
+        return ReadResult{};
+    }
+};
+
+// Vectors: the length field counts bytes. Elements of a scalar type must fill it exactly.
+template <typename E, typename A>
+struct Reader<std::vector<E, A>> {
+    static std::uint64_t LengthWidth(const ValueContext& c) {
+        if (detail::HasDataId(c)) {
+            return c.node->tlvLengthField;
+        }
+        return c.node != nullptr ? c.node->vectorLengthField : c.config->vectorLengthField;
+    }
+
+    static ReadResult Read(const unsigned char* data, std::uint64_t length, const ValueContext& c,
+                           std::vector<E, A>& out) {
+        const std::uint64_t width = LengthWidth(c);
+        std::uint64_t content = 0;
+        if (!detail::ReadLength(data, length, width, detail::OrderOf(c), content)) {
+            detail::LogRead("GetSize failed for Vector deserialization, insufficient data!");
+            return ReadResult{};
+        }
+        if (!ContainerDeserializeHelper(data + width, content, c, width, out)) {
+            return ReadResult{};
+        }
+        return detail::Finish(c, width, content);
+    }
+
+    // Reads the elements in `content` bytes behind the length field.
+    static bool ContainerDeserializeHelper(const unsigned char* data, std::uint64_t content,
+                                           const ValueContext& c, std::uint64_t width,
+                                           std::vector<E, A>& out) {
+        out.clear();
+        if constexpr (serialize::detail::kIsScalar<E>) {
+            if (content % sizeof(E) != 0) {
+                detail::LogRead(
+                    "Construct deserialization for Vector failed, invalid size parameter!");
+                return false;
+            }
+            const std::size_t count = content / sizeof(E);
+            const ByteOrder order = detail::OrderOf(c);
+            if constexpr (!std::is_same_v<E, bool>) {
+                if (order == ByteOrder::kLittleEndian && detail::HostIsLittleEndian()) {
+                    out.resize(count);
+                    if (count != 0 && memcpy_s(out.data(), content, data, content) != 0) {
+                        detail::LogRead(
+                            "[Someip Deserializer Vector] Memory copy return error, Invalid "
+                            "deserialization.");
+                        return false;
+                    }
+                    return true;
+                }
+            }
+            out.reserve(count);
+            for (std::size_t i = 0; i < count; ++i) {
+                out.push_back(serialize::detail::ScalarFromBits<E>(
+                    serialize::detail::LoadUint(data + i * sizeof(E), sizeof(E), order)));
+            }
+            return true;
+        } else {
+            std::uint64_t offset = 0;
+            while (offset < content) {
+                E element{};
+                const ValueContext elementContext = detail::ChildContext(
+                    c, detail::NthMember(c.node, 0), c.position + width + offset, false);
+                const ReadResult r =
+                    Reader<E>::Read(data + offset, content - offset, elementContext, element);
+                std::uint64_t step = 0;
+                if (r.Failed() || !detail::Advance(r, content - offset, true, step) || step == 0) {
+                    detail::LogRead(
+                        "GetValue failed for Vector deserialization, insufficient data!");
+                    return false;
+                }
+                out.push_back(std::move(element));
+                offset += step;
+            }
+            return true;
+        }
+    }
+};
+
+// Maps: the length field counts bytes; key and value of each pair follow one another.
+template <typename K, typename V, typename C, typename A>
+struct Reader<std::map<K, V, C, A>> {
+    using Map = std::map<K, V, C, A>;
+
+    static std::uint64_t LengthWidth(const ValueContext& c) {
+        if (detail::HasDataId(c)) {
+            return c.node->tlvLengthField;
+        }
+        return c.node != nullptr ? c.node->mapLengthField : c.config->vectorLengthField;
+    }
+
+    static ReadResult Read(const unsigned char* data, std::uint64_t length, const ValueContext& c,
+                           Map& out) {
+        const std::uint64_t width = LengthWidth(c);
+        std::uint64_t content = 0;
+        if (!detail::ReadLength(data, length, width, detail::OrderOf(c), content)) {
+            detail::LogRead(
+                "Construct deserialization for associative container failed, insufficient data.");
+            return ReadResult{};
+        }
+        if (!AssociativeDeserializeHelper(data + width, content, c, width, out)) {
+            detail::LogRead("Deserialization of associative container failed, insufficient data.");
+            return ReadResult{};
+        }
+        return detail::Finish(c, width, content);
+    }
+
+    static bool AssociativeDeserializeHelper(const unsigned char* data, std::uint64_t content,
+                                             const ValueContext& c, std::uint64_t width, Map& out) {
+        out.clear();
+        std::uint64_t offset = 0;
+        while (offset < content) {
+            const std::uint64_t pairStart = offset;
+            K key{};
+            const ReadResult keyRead =
+                Reader<K>::Read(data + offset, content - offset,
+                                detail::ChildContext(c, detail::NthMember(c.node, 0),
+                                                     c.position + width + offset, false),
+                                key);
+            std::uint64_t step = 0;
+            if (keyRead.Failed() || !detail::Advance(keyRead, content - offset, false, step)) {
+                detail::LogRead("Deserialization of pair failed, insufficient first data.");
+                return false;
+            }
+            offset += step;
+            V mapped{};
+            const ReadResult valueRead =
+                Reader<V>::Read(data + offset, content - offset,
+                                detail::ChildContext(c, detail::NthMember(c.node, 1),
+                                                     c.position + width + offset, false),
+                                mapped);
+            if (valueRead.Failed() || !detail::Advance(valueRead, content - offset, true, step)) {
+                detail::LogRead("Deserialization of pair failed, insufficient second data.");
+                return false;
+            }
+            offset += step;
+            if (offset == pairStart) {
+                detail::LogRead("GetSize failed for pair deserialization, insufficient data.");
+                return false;
+            }
+            out.emplace(std::move(key), std::move(mapped));  // a repeated key keeps the first
+        }
+        return true;
+    }
+};
+
+// Reads the members of an untagged structure one after the other.
+class DeserializeSizeCounter {
+public:
+    DeserializeSizeCounter(const unsigned char* data, const ValueContext& structure,
+                           std::uint64_t start)
+        : data_(data), structure_(structure), start_(start) {}
+
+    // The member region is `length` bytes long.
+    void DoInit(std::uint64_t length) { length_ = length; }
+
+    template <typename M>
+    void operator()(M& member) {
+        if (failed_) {
+            return;
+        }
+        const SerializationNode* child = nullptr;
+        if (structure_.node != nullptr) {
+            child = detail::NthMember(structure_.node, index_++);
+            if (child == nullptr) {
+                detail::LogTooFewNodes();
+                failed_ = true;
+                return;
+            }
+        }
+        const bool isLast = child != nullptr && child->isLast;
+        const ValueContext memberContext = detail::ChildContext(
+            structure_, child, start_ + offset_, structure_.isLastInStream && isLast);
+        const ReadResult r =
+            Reader<M>::Read(data_ + offset_, length_ - offset_, memberContext, member);
+        if (r.Failed()) {
+            failed_ = true;
+            return;
+        }
+        CheckAndDoStreamOffset(r.size, r.padding, isLast);
+    }
+
+    // Moves over one member; a last member may go without its padding.
+    void CheckAndDoStreamOffset(std::uint64_t size, std::uint8_t padding, bool isLast) {
+        std::uint64_t step = 0;
+        if (!detail::Advance(ReadResult{size, padding}, length_ - offset_, isLast, step)) {
+            detail::LogRead("Deserialization[Someip] size counter failed, insufficient data.");
+            failed_ = true;
+            return;
+        }
+        offset_ += step;
+    }
+
+    // Bytes taken, or kSizeFailure.
+    std::uint64_t Consumed() const { return failed_ ? kSizeFailure : offset_; }
+
+private:
+    const unsigned char* data_;
+    ValueContext structure_;
+    std::uint64_t start_;
+    std::uint64_t length_{0};
+    std::uint64_t offset_{0};
+    std::size_t index_{0};
+    bool failed_{false};
+};
+
+}  // namespace lumo::serialize::someip
+
+namespace tlv::serialize {
+
+// Reads the member that `node` names from a scanned TLV region. Returns the member's size, or
+// kSizeFailure when its id is absent (the member keeps its default) or it cannot be read.
+// The node is shared between threads, so the width found in the stream goes into a copy.
+template <typename T>
+std::uint64_t GetParamSizeOfTlv(const DataIdTable& table,
+                                const lumo::serialize::SerializationNode& node,
+                                const unsigned char* region, std::uint64_t regionPosition,
+                                bool isLastInStream, T& out) {
+    using lumo::serialize::kSizeFailure;
+    const auto found = table.find(node.dataId);
+    if (found == table.end()) {
+        lumo::serialize::SomeipLog().LogError(lumo::serialize::kSomeipReadTag,
+                                              lumo::serialize::kPeerLimit)
+            << "Deserialization, cannot find dataId[dataId=" << node.dataId << "]";
+        return kSizeFailure;
+    }
+    const DataIdParams& params = found->second;
+    lumo::serialize::SerializationNode local = node;
+    local.tlvLengthField = params.lengthFieldWidth;
+    const lumo::serialize::someip::ValueContext context{&lumo::serialize::DefaultSerializeConfig(),
+                                                        &local, regionPosition + params.position,
+                                                        isLastInStream};
+    const auto r = lumo::serialize::someip::Reader<T>::Read(region + params.position, params.length,
+                                                            context, out);
+    if (r.Failed()) {
+        return kSizeFailure;
+    }
+    if (r.size > params.length) {
+        lumo::serialize::SomeipLog().LogError(lumo::serialize::kSomeipReadTag,
+                                              lumo::serialize::kPeerLimit)
+            << "Deserialization, check has the same serialize config";
+    }
+    return r.size;
+}
+
+}  // namespace tlv::serialize
+
+namespace lumo::serialize::someip {
+
+// Reads the members of a TLV structure by data id, so they may come in any order; unknown ids
+// are skipped and absent members keep their defaults.
+class StructDeserializeHelper {
+public:
+    StructDeserializeHelper(const unsigned char* region, const ValueContext& structure,
+                            std::uint64_t regionPosition)
+        : region_(region), structure_(structure), regionPosition_(regionPosition) {}
+
+    // Takes the scan of the region's tags.
+    void DoInit(const tlv::serialize::DataIdTable* table) { table_ = table; }
+
+    template <typename M>
+    void operator()(M& member) {
+        if (failed_) {
+            return;
+        }
+        const SerializationNode* child = detail::NthMember(structure_.node, index_++);
+        if (child == nullptr) {
+            detail::LogTooFewNodes();
+            failed_ = true;
+            return;
+        }
+        if (table_->find(child->dataId) == table_->end()) {
+            (void)tlv::serialize::GetParamSizeOfTlv(*table_, *child, region_, regionPosition_,
+                                                    false, member);  // logs the absent id
+            return;
+        }
+        M value{};
+        const std::uint64_t size =
+            tlv::serialize::GetParamSizeOfTlv(*table_, *child, region_, regionPosition_,
+                                              structure_.isLastInStream && child->isLast, value);
+        if (size > kSizeMax) {
+            failed_ = true;
+            return;
+        }
+        member = std::move(value);
+    }
+
+    bool Failed() const { return failed_; }
+
+private:
+    const unsigned char* region_;
+    ValueContext structure_;
+    std::uint64_t regionPosition_;
+    const tlv::serialize::DataIdTable* table_{nullptr};
+    std::size_t index_{0};
+    bool failed_{false};
+};
+
+template <typename T>
+struct Reader<T, std::enable_if_t<serialize::detail::IsRecord<T>::value>> {
+    static std::uint64_t LengthWidth(const ValueContext& c) {
+        if (detail::HasDataId(c)) {
+            return c.node->tlvLengthField;
+        }
+        return c.node != nullptr ? c.node->structLengthField : c.config->structLengthField;
+    }
+
+    static ReadResult Read(const unsigned char* data, std::uint64_t length, const ValueContext& c,
+                           T& out) {
+        const std::uint64_t width = LengthWidth(c);
+        std::uint64_t region = length;
+        if (width != 0 && !detail::ReadLength(data, length, width, detail::OrderOf(c), region)) {
+            detail::LogRead("Deserialization[Someip] size counter failed, insufficient data.");
+            return ReadResult{};
+        }
+        const unsigned char* members = data + width;
+        const std::uint64_t membersPosition = c.position + width;
+        std::uint64_t content = 0;
+        if (c.node != nullptr && c.node->isTlv) {
+            const tlv::serialize::DataIdRecord record =
+                tlv::serialize::TlvSerializeHelper::RecordDataId(
+                    detail::OrderOf(c), c.node->tlvLengthField, members, region);
+            if (record.consumed > region) {
+                detail::LogRead("Deserialization[Someip] size counter failed, insufficient data.");
+                return ReadResult{};
+            }
+            StructDeserializeHelper helper(members, c, membersPosition);
+            helper.DoInit(&record.table);
+            out.enumerate(helper);
+            if (helper.Failed()) {
+                return ReadResult{};
+            }
+            content = width != 0 ? region : record.consumed;
+        } else {
+            DeserializeSizeCounter counter(members, c, membersPosition);
+            counter.DoInit(region);
+            out.enumerate(counter);
+            content = counter.Consumed();
+            if (content > kSizeMax) {
+                return ReadResult{};
+            }
+            if (width != 0) {
+                content = region;  // members this side doesn't know are skipped
+            }
+        }
+        return detail::Finish(c, width, content);
+    }
+};
+
+// Deserializer of one value. data points at the value's first byte; position is its offset from
+// the first payload byte (for alignment only).
+template <typename T>
+class Deserializer {
+public:
+    Deserializer(const unsigned char* data, unsigned long length, const SerializeConfig& config)
+        : data_(data), length_(data == nullptr ? 0 : length), config_(config) {}
+    Deserializer(const unsigned char* data, unsigned long length,
+                 std::shared_ptr<SerializationNode> node, std::uint64_t position = 0,
+                 bool isLastInStream = true)
+        : data_(data),
+          length_(data == nullptr ? 0 : length),
+          config_(DefaultSerializeConfig()),
+          node_(std::move(node)),
+          position_(position),
+          isLastInStream_(isLastInStream) {}
+
+    // Bytes the value takes in the stream, with the padding behind it when that is there, or
+    // kSizeFailure. Reads the value on the way; the result is cached.
+    std::uint64_t GetSize() {
+        if (!done_) {
+            done_ = true;
+            const ValueContext context{&config_, node_.get(), position_, isLastInStream_};
+            const ReadResult r = Reader<T>::Read(data_, length_, context, value_);
+            std::uint64_t step = kSizeFailure;
+            if (!r.Failed() && detail::Advance(r, length_, true, step)) {
+                size_ = step;
+            }
+        }
+        return size_;
+    }
+
+    // The value read; after a failure the members read before it and defaults behind.
+    const T& GetValue() {
+        if (GetSize() > kSizeMax && !done_value_) {
+            done_value_ = true;
+            if constexpr (serialize::detail::kIsScalar<T>) {
+                SomeipLog().LogError(kSomeipReadTag, kPeerLimit)
+                    << "Invalid parameter for trivially copyable type: size, it's insufficient!";
+                std::array<unsigned char, sizeof(T)> bytes{};
+                const ByteOrder order = node_ != nullptr ? node_->byteOrder : config_.byteOrder;
+                for (std::size_t i = 0; i < bytes.size() && i < length_; ++i) {
+                    bytes[i] = data_[i];
+                }
+                value_ = serialize::detail::ScalarFromBits<T>(
+                    serialize::detail::LoadUint(bytes.data(), sizeof(T), order));
+            }
+        }
+        return value_;
+    }
+
+    // For strings: the number of characters, or kSizeFailure.
+    std::uint64_t SetDataLength() {
+        static_assert(std::is_same_v<T, ara::core::String>, "strings only");
+        return GetSize() > kSizeMax ? kSizeFailure : value_.size();
+    }
+
+private:
+    const unsigned char* data_;
+    std::uint64_t length_;
+    SerializeConfig config_;
+    std::shared_ptr<SerializationNode> node_;
+    std::uint64_t position_{0};
+    bool isLastInStream_{true};
+    T value_{};
+    std::uint64_t size_{kSizeFailure};
+    bool done_{false};
+    bool done_value_{false};
+};
+
+}  // namespace lumo::serialize::someip
+
+#endif
