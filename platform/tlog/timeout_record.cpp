@@ -1,5 +1,6 @@
 #include "platform/tlog/timeout_record.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <utility>
@@ -18,14 +19,10 @@ bool TimeoutRecord::IsValidGuid(const String& guid) noexcept {
     if (guid.empty() || guid.size() > kMaxGuidLength || guid.front() == '.') {
         return false;
     }
-    for (const char c : guid) {
-        const bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
-                        (c >= '0' && c <= '9') || c == '-' || c == '_' || c == '.' || c == ':';
-        if (!ok) {
-            return false;
-        }
-    }
-    return true;
+    return std::all_of(guid.begin(), guid.end(), [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+               c == '-' || c == '_' || c == '.' || c == ':';
+    });
 }
 
 std::vector<String> TimeoutRecord::GetTimeoutRecordInfo(const MsgInfo& info) const {

@@ -51,9 +51,9 @@ void SnapshotTest::Configure(const std::string& section) {
 
 void SnapshotTest::ConfigureOn(bool sched, bool delay, bool cpu, bool net) {
     const auto flag = [](bool on) { return on ? "true" : "false"; };
-    Configure(std::string("{\"threshold\": 1, \"enable_sched_trace\": ") + flag(sched) +
-              ", \"time_delay\": " + flag(delay) + ", \"cpu_usage\": " + flag(cpu) +
-              ", \"net_statistics\": " + flag(net) + ", \"path\": \"" + OutDir() + "\"}");
+    Configure(std::string(R"({"threshold": 1, "enable_sched_trace": )") + flag(sched) +
+              R"(, "time_delay": )" + flag(delay) + R"(, "cpu_usage": )" + flag(cpu) +
+              R"(, "net_statistics": )" + flag(net) + R"(, "path": ")" + OutDir() + R"("})");
 }
 
 int SnapshotTest::Trigger(const std::map<ListenerType, ListenerParams>& result) {

@@ -27,6 +27,7 @@ TEST_F(SnapshotTest, ConcurrentTriggersWriteWholeSnapshots) {
 
     std::atomic<int> failures{0};
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([this, t, &failures] {
             for (int i = 0; i < kTriggersPerThread; ++i) {
