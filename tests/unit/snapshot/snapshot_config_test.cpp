@@ -34,10 +34,8 @@ class SnapshotConfigDefaultTest : public ::testing::TestWithParam<const char*> {
 TEST_P(SnapshotConfigDefaultTest, AbsentOrMistypedKeysKeepTheirDefaults) {
     const SnapshotConfig config = Parse(GetParam());
     EXPECT_EQ(config.threshold, 0U);
-    EXPECT_FALSE(config.enable_sched_trace);
-    EXPECT_FALSE(config.time_delay);
-    EXPECT_FALSE(config.cpu_usage);
-    EXPECT_FALSE(config.net_statistics);
+    EXPECT_FALSE(config.enable_sched_trace || config.time_delay || config.cpu_usage ||
+                 config.net_statistics);
     EXPECT_EQ(config.path, "/tmp");
 }
 

@@ -15,11 +15,7 @@ using vesk::wardend::SysInfoManage;
 
 void SnapshotTest::SetUp() {
     MemoryLogTest::SetUp();
-    if (const char* tz = std::getenv("TZ"); tz != nullptr) {
-        hadTz_ = true;
-        previousTz_ = tz;
-    }
-    setenv("TZ", "UTC", 1);
+    setenv("TZ", "UTC", 1);  // the snapshot binaries all run in UTC
     tzset();
     std::filesystem::create_directories(OutDir());
     SnapshotEnvironment environment;
@@ -33,12 +29,6 @@ void SnapshotTest::SetUp() {
 void SnapshotTest::TearDown() {
     sut_.reset();
     unsetenv("VESK_CONFIG");
-    if (hadTz_) {
-        setenv("TZ", previousTz_.c_str(), 1);
-    } else {
-        unsetenv("TZ");
-    }
-    tzset();
     MemoryLogTest::TearDown();
 }
 

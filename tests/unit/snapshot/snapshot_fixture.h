@@ -47,10 +47,6 @@ protected:
     TempDir dir_;
     std::atomic<std::uint64_t> now_{1000000};
     std::unique_ptr<vesk::wardend::SysInfoManage> sut_;
-
-private:
-    std::string previousTz_;
-    bool hadTz_{false};
 };
 
 }  // namespace wardend::test

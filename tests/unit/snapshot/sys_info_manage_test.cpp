@@ -4,6 +4,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <filesystem>
 #include <string>
@@ -42,18 +43,6 @@ TEST_F(SysInfoManageConfigTest, AnInvalidVeskJsonKeepsTheFunctionOff) {
     EXPECT_EQ(Log::SuppressedCount("Snapshot_Disabled"), suppressedBefore + 1);
     EXPECT_TRUE(sut_->ListenerResult().empty());
     EXPECT_FALSE(sut_->HasOpenFile());
-}
-
-TEST_F(SysInfoManageConfigTest, TheConfigurationIsReadOnlyOnce) {
-    Configure(R"({"threshold": 3, "path": "/data/first"})");
-    Configure(R"({"threshold": 0, "path": "/data/second"})");
-    EXPECT_EQ(sut_->GetConfig().threshold, 3U);
-    EXPECT_EQ(sut_->LogDir(), "/data/first/");
-    EXPECT_EQ(
-        LogCount(LogLevel::kInfo,
-                 "[SnapshotConfig in vesk.json][threshold=3, enable_sched_trace=false, "
-                 "time_delay=false, cpu_usage=false, net_statistics=false, path=/data/first]"),
-        1U);
 }
 
 struct PathCase {
@@ -138,13 +127,11 @@ TEST_F(SnapshotTest, AHostWithoutProcPerfGetsThreeEmptySectionsAndEveryOtherSect
         EXPECT_TRUE(Logged(LogLevel::kWarn,
                            std::string("[SysInfoManage][Write failed with ") + path + "]"));
     }
-    std::size_t warnings = 0;
-    for (const auto& record : sink_->Records()) {
-        warnings += record.level == LogLevel::kWarn ? 1 : 0;
-    }
-    EXPECT_EQ(warnings, 6U) << LogDump();
-    EXPECT_TRUE(Logged(LogLevel::kVerbose, "[SysInfoManage][End to record /proc/net/dev]"));
-    EXPECT_TRUE(Logged(LogLevel::kVerbose, "[SysInfoManage][End to record vesktlog]"));
+    const auto records = sink_->Records();
+    EXPECT_EQ(std::count_if(records.begin(), records.end(),
+                            [](const auto& record) { return record.level == LogLevel::kWarn; }),
+              6)
+        << LogDump();
 }
 
 TEST_F(SnapshotTest, TheTlogSectionReadsOnlyKeyZeroAndKeepsAGuidOnOneLine) {
@@ -170,25 +157,6 @@ TEST_F(SnapshotTest, AnExistingFileIsNeverOverwritten) {
                "[SysInfoManage][Recording the same file name, please check the file name]"));
 }
 
-TEST_F(SnapshotTest, ADanglingLinkOfTheNewNameIsNotFollowed) {
-    const std::string target = dir_.Path() + "/elsewhere.log";
-    std::filesystem::create_symlink(target, SnapshotPath(0));
-    ConfigureOn(false, false, false, false);
-    EXPECT_EQ(Trigger(), -1);
-    EXPECT_FALSE(std::filesystem::exists(target));
-}
-
-TEST_F(SnapshotTest, AMissingDirectoryFailsTheTriggerWhichStillCounts) {
-    Configure(R"({"threshold": 1, "path": ")" + dir_.Path() + R"(/absent"})");
-    const std::string name = dir_.Path() + "/absent/snapshot_" + kWallText + "_0.log";
-    EXPECT_EQ(Trigger(), -1);
-    EXPECT_TRUE(Logged(LogLevel::kWarn, "[SysInfoManage][" + name + " open failed]")) << LogDump();
-    Advance(9999);
-    EXPECT_EQ(Trigger(), 0);
-    EXPECT_TRUE(
-        Logged(LogLevel::kVerbose, "[SysInfoManage][The time difference is within ten seconds]"));
-}
-
 TEST_F(SnapshotTest, ClosingLeavesTheFileWithoutEndMark) {
     ConfigureOn(false, false, false, false);
     ASSERT_EQ(Trigger(), 0);
@@ -196,8 +164,6 @@ TEST_F(SnapshotTest, ClosingLeavesTheFileWithoutEndMark) {
     sut_->CloseSnapshotFile();
     EXPECT_FALSE(sut_->HasOpenFile());
     EXPECT_EQ(ReadAll(SnapshotPath(0)), kVersion + kTimeLine);
-    EXPECT_FALSE(Logged(LogLevel::kWarn,
-                        "[SysInfoManage][Fclose failed][fileName=" + SnapshotPath(0) + "]"));
 }
 
 // version (19) + time line (36) + "------/proc/net/dev------\n" (26) + content.
@@ -234,16 +200,12 @@ TEST_P(SnapshotBoundaryTest, AFileIsFinishedOnlyPastTwoMebibytes) {
         EXPECT_EQ(first.size(), GetParam().fileSize + 5);
         EXPECT_EQ(first.substr(first.size() - 10), "xxxx\n#END\n");
         EXPECT_EQ(ReadAll(SnapshotPath(1)), kVersion);
-        EXPECT_EQ(sut_->FileName(), SnapshotPath(1));
-        EXPECT_EQ(sut_->ClosedFiles(), std::vector<std::string>{SnapshotPath(0)});
         EXPECT_TRUE(Logged(
             LogLevel::kInfo,
             "[SysInfoManage][SysInfoManager close log file][fileName=" + SnapshotPath(0) + "]"));
     } else {
         EXPECT_EQ(first.size(), GetParam().fileSize);
         EXPECT_EQ(SnapshotFiles().size(), 1U);
-        EXPECT_EQ(sut_->FileName(), SnapshotPath(0));
-        EXPECT_TRUE(sut_->ClosedFiles().empty());
     }
     EXPECT_TRUE(sut_->HasOpenFile());
 }
@@ -310,18 +272,6 @@ private:
     rlimit previous_{};
     void (*previousHandler_)(int){};
 };
-
-TEST_F(SnapshotTest, OnAFullDiskTheTimeLineFailureEndsTheSnapshot) {
-    dir_.WriteFile("proc/net/dev", "lo: 1\n");
-    ConfigureOn(false, false, false, true);
-    {
-        const FileSizeLimit full(kVersion.size() + 10);
-        EXPECT_EQ(Trigger(), -1);
-    }
-    EXPECT_TRUE(Logged(LogLevel::kWarn, "[SysInfoManage][Write failed]"));
-    EXPECT_FALSE(Logged(LogLevel::kVerbose, "[SysInfoManage][Begin to record /proc/net/dev]"));
-    EXPECT_TRUE(sut_->HasOpenFile());
-}
 
 TEST_F(SnapshotTest, OnAFullDiskEverySectionFailsOnItsOwnAndTheSnapshotStillCounts) {
     dir_.WriteFile("proc/net/dev", "lo: 1\n");
