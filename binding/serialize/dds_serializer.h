@@ -35,7 +35,7 @@ inline void CopyOrLog(unsigned char* dest, const void* src, std::size_t count, c
 }
 
 inline void LogRead(const char* text) {
-    DdsLog().LogError(kDdsReadTag, kPeerLimit) << text;
+    DdsLog().LogError(text, kPeerLimit) << text;
 }
 
 inline std::uint32_t LoadCount(const unsigned char* data) {

@@ -2,7 +2,7 @@
 #define BINDING_SERIALIZE_SERIALIZE_LOG_H
 
 // The log contexts of the serializers. Lines that a peer can trigger (reading a stream) carry a
-// tag and kPeerLimit; lines about our own values or configuration carry an empty tag.
+// tag and kPeerLimit; lines about our own values carry an empty tag.
 
 #include "platform/log/log.h"
 
@@ -16,10 +16,8 @@ const ara::tessel::common::log::Log& TlvLog();          // "TlvSerialize"
 const ara::tessel::common::log::Log& S2SLog();          // "S2SSerialize"
 const ara::tessel::common::log::Log& SizeCounterLog();  // "SerializeSizeCounter"
 
-// Tags of the peer-triggered lines, one per family.
-inline constexpr const char* kSomeipReadTag = "SOMEIPDeserialize";
-inline constexpr const char* kDdsReadTag = "DDSDeserialize";
-inline constexpr const char* kTlvReadTag = "TlvDeserialize";
+// A peer-triggered line is tagged with its own fixed text, so that a flood of one message is
+// limited without hiding a different one.
 
 }  // namespace lumo::serialize
 

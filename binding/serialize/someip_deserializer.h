@@ -32,7 +32,7 @@ struct Reader;
 namespace detail {
 
 inline void LogRead(const char* text) {
-    SomeipLog().LogError(kSomeipReadTag, kPeerLimit) << text;
+    SomeipLog().LogError(text, kPeerLimit) << text;
 }
 
 inline ReadResult Finish(const ValueContext& c, std::uint64_t lengthWidth, std::uint64_t content) {
@@ -72,10 +72,11 @@ struct Reader<T, std::enable_if_t<serialize::detail::kIsScalar<T>>> {
     static ReadResult Read(const unsigned char* data, std::uint64_t length, const ValueContext& c,
                            T& out) {
         if (length < sizeof(T)) {
-            SomeipLog().LogError(kSomeipReadTag, kPeerLimit)
-                << "[Deserializer] The length of the actual code stream is less than the "
-                   "required code stream[actualSize="
-                << length << ", requiredSize=" << sizeof(T) << "]";
+            static constexpr const char* kTag =
+                "[Deserializer] The length of the actual code stream is less than the required "
+                "code stream";
+            SomeipLog().LogError(kTag, kPeerLimit)
+                << kTag << "[actualSize=" << length << ", requiredSize=" << sizeof(T) << "]";
             return ReadResult{};
         }
         out = serialize::detail::ScalarFromBits<T>(
@@ -343,9 +344,9 @@ std::uint64_t GetParamSizeOfTlv(const DataIdTable& table,
     using lumo::serialize::kSizeFailure;
     const auto found = table.find(node.dataId);
     if (found == table.end()) {
-        lumo::serialize::SomeipLog().LogError(lumo::serialize::kSomeipReadTag,
-                                              lumo::serialize::kPeerLimit)
-            << "Deserialization, cannot find dataId[dataId=" << node.dataId << "]";
+        static constexpr const char* kTag = "Deserialization, cannot find dataId";
+        lumo::serialize::SomeipLog().LogError(kTag, lumo::serialize::kPeerLimit)
+            << kTag << "[dataId=" << node.dataId << "]";
         return kSizeFailure;
     }
     const DataIdParams& params = found->second;
@@ -360,9 +361,8 @@ std::uint64_t GetParamSizeOfTlv(const DataIdTable& table,
         return kSizeFailure;
     }
     if (r.size > params.length) {
-        lumo::serialize::SomeipLog().LogError(lumo::serialize::kSomeipReadTag,
-                                              lumo::serialize::kPeerLimit)
-            << "Deserialization, check has the same serialize config";
+        lumo::serialize::someip::detail::LogRead(
+            "Deserialization, check has the same serialize config");
     }
     return r.size;
 }
@@ -508,8 +508,8 @@ public:
         if (GetSize() > kSizeMax && !done_value_) {
             done_value_ = true;
             if constexpr (serialize::detail::kIsScalar<T>) {
-                SomeipLog().LogError(kSomeipReadTag, kPeerLimit)
-                    << "Invalid parameter for trivially copyable type: size, it's insufficient!";
+                detail::LogRead(
+                    "Invalid parameter for trivially copyable type: size, it's insufficient!");
                 std::array<unsigned char, sizeof(T)> bytes{};
                 const ByteOrder order = node_ != nullptr ? node_->byteOrder : config_.byteOrder;
                 for (std::size_t i = 0; i < bytes.size() && i < length_; ++i) {

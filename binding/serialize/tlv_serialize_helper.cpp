@@ -11,7 +11,6 @@ namespace tlv::serialize {
 using lumo::serialize::ByteOrder;
 using lumo::serialize::kPeerLimit;
 using lumo::serialize::kSizeFailure;
-using lumo::serialize::kTlvReadTag;
 using lumo::serialize::TlvLog;
 using lumo::serialize::detail::LoadUint;
 using lumo::serialize::detail::StoreUint;
@@ -102,8 +101,9 @@ DataIdRecord TlvSerializeHelper::RecordDataId(ByteOrder order, unsigned char sta
             }
         }
         if (lengthMissing) {
-            TlvLog().LogError(kTlvReadTag, kPeerLimit)
-                << "[TLV] Lack of enough code stream to get pos length[dataId" << dataId << "]";
+            static const ara::core::String kTag =
+                "[TLV] Lack of enough code stream to get pos length";
+            TlvLog().LogError(kTag, kPeerLimit) << kTag << "[dataId" << dataId << "]";
             return fail();
         }
         result.table.emplace(dataId, params);  // a repeated id keeps its first record
@@ -115,7 +115,8 @@ DataIdRecord TlvSerializeHelper::RecordDataId(ByteOrder order, unsigned char sta
         }
         offset = next;
     }
-    TlvLog().LogError(kTlvReadTag, kPeerLimit) << "[TLV] Lack of enough code stream to get tag";
+    static const ara::core::String kTag = "[TLV] Lack of enough code stream to get tag";
+    TlvLog().LogError(kTag, kPeerLimit) << kTag;
     return fail();
 }
 

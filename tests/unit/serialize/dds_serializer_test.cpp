@@ -1,0 +1,126 @@
+// Known answers of the packed DDS format (host order; this file assumes a little-endian host),
+// and its edge cases.
+
+#include <gtest/gtest.h>
+
+#include "binding/serialize/dds_serializer.h"
+#include "tests/unit/serialize/sample_records.h"
+#include "tests/unit/serialize/serialize_test_support.h"
+
+namespace wardend::test {
+namespace {
+
+using lumo::serialize::kSizeFailure;
+using lumo::serialize::SerializeConfig;
+using lumo::serialize::dds::Deserializer;
+using lumo::serialize::dds::Serializer;
+
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "known answers are little-endian");
+
+template <typename T>
+Bytes Write(const T& value) {
+    Serializer<T> writer(value, SerializeConfig{});
+    Bytes out(writer.GetSize(), 0xCC);
+    writer.Serialize(out.data());
+    return out;
+}
+
+class DdsSerializerTest : public SerializeLogTest {};
+
+TEST_F(DdsSerializerTest, KnownAnswers) {
+    LatencyIndex index;
+    index.drivers = {DriverType::SOMEIP};
+    index.serviceId = 0x1234;
+    index.instanceId = 1;
+    index.topicName = "ab";
+    index.eventId = 0x8002;
+    EXPECT_EQ(Write(index), (Bytes{
+                                0x01, 0x00, 0x00, 0x00, 0x01, 0x00,  // drivers: 1 element, SOMEIP
+                                0x34, 0x12,                          // serviceId
+                                0x01, 0x00,                          // instanceId
+                                0x02, 0x00, 0x00, 0x00, 'a', 'b',    // topicName, no terminator
+                                0x02, 0x80,                          // eventId
+                            }));
+
+    FieldRegisterInfo field;
+    field.appName = "a";
+    field.drivers = {{DriverType::DDS, "x"}};
+    field.instanceId = 9;
+    field.isRegister = true;
+    field.pid = -2;
+    EXPECT_EQ(Write(field), (Bytes{
+                                0x01, 0x00, 0x00, 0x00, 'a',  // appName
+                                0x00, 0x00, 0x00, 0x00,       // fieldType, empty
+                                0x01, 0x00, 0x00, 0x00,       // drivers: 1 pair
+                                0x00, 0x00,                   //   DDS
+                                0x01, 0x00, 0x00, 0x00, 'x',  //   "x"
+                                0x09, 0x00,                   // instanceId
+                                0x01,                         // isRegister
+                                0xFE, 0xFF, 0xFF, 0xFF,       // pid -2
+                            }));
+
+    const std::vector<String> names = {"", "q"};
+    EXPECT_EQ(Write(names), (Bytes{2, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 'q'}));
+}
+
+TEST_F(DdsSerializerTest, EmptyStringAndVectorAreFourZeroBytes) {
+    EXPECT_EQ(Write(String{}), (Bytes{0, 0, 0, 0}));
+    EXPECT_EQ(Write(std::vector<std::uint16_t>{}), (Bytes{0, 0, 0, 0}));
+    const Bytes four = {0, 0, 0, 0};
+    Deserializer<std::vector<std::uint16_t>> reader(four.data(), four.size());
+    EXPECT_EQ(reader.GetSize(), 4U);
+    EXPECT_TRUE(reader.GetValue().empty());
+}
+
+TEST_F(DdsSerializerTest, ShortOrOverlongCountsFailWithoutOverflow) {
+    const struct {
+        const char* name;
+        Bytes stream;
+    } strings[] = {
+        {"3 bytes: the count reads as all ones", {1, 0, 0}},
+        {"count 0xFFFFFFFF", {0xFF, 0xFF, 0xFF, 0xFF, 'a'}},
+        {"count past the stream", {3, 0, 0, 0, 'a', 'b'}},
+    };
+    for (const auto& c : strings) {
+        Deserializer<String> reader(c.stream.data(), c.stream.size());
+        EXPECT_TRUE(LogsPeerLine("Deserialization of String failed, insufficient data.", [&] {
+            EXPECT_EQ(reader.GetSize(), kSizeFailure) << c.name;
+        })) << c.name;
+    }
+    const Bytes huge = {0xFF, 0xFF, 0xFF, 0xFF, 0x01, 0x00};
+    Deserializer<std::vector<std::uint16_t>> vector(huge.data(), huge.size());
+    EXPECT_TRUE(LogsPeerLine("Deserialization[DDS] size counter failed, insufficient data.",
+                             [&] { EXPECT_EQ(vector.GetSize(), kSizeFailure); }));
+    EXPECT_TRUE(Logged(LogLevel::kVerbose, "Deserialization of Vector failed, insufficient data."));
+    const Bytes manyStrings = {0xFE, 0xFF, 0xFF, 0xFF, 0, 0, 0, 0};
+    Deserializer<std::vector<String>> sequence(manyStrings.data(), manyStrings.size());
+    EXPECT_EQ(sequence.GetSize(), kSizeFailure);
+    const Bytes manyPairs = {0xFE, 0xFF, 0xFF, 0xFF, 0, 0};
+    Deserializer<std::map<DriverType, String>> map(manyPairs.data(), manyPairs.size());
+    EXPECT_EQ(map.GetSize(), kSizeFailure);
+}
+
+TEST_F(DdsSerializerTest, ATruncatedRecordFailsTheSizePassAndKeepsDefaultsInItsTail) {
+    const LatencyQueryInfo value = MakeLatencyQueryInfo(3);
+    const Bytes full = Write(value);
+    // period (2) + drivers (4 + 2 * 2) + serviceId (2): cut inside instanceId.
+    const std::size_t cut = 2 + 8 + 2 + 1;
+    Deserializer<LatencyQueryInfo> reader(full.data(), cut);
+    EXPECT_TRUE(LogsPeerLine("Deserialization[DDS] size counter failed, insufficient data.",
+                             [&] { EXPECT_EQ(reader.GetSize(), kSizeFailure); }));
+    LatencyQueryInfo expected;
+    expected.period = value.period;
+    expected.index.drivers = value.index.drivers;
+    expected.index.serviceId = value.index.serviceId;
+    EXPECT_TRUE(
+        LogsPeerLine("Deserialization of trivially copyable type failed, insufficient data!",
+                     [&] { EXPECT_EQ(reader.GetValue(), expected); }));
+
+    for (std::size_t shorter = 0; shorter < full.size(); ++shorter) {
+        Deserializer<LatencyQueryInfo> partial(full.data(), shorter);
+        EXPECT_EQ(partial.GetSize(), kSizeFailure) << shorter;
+    }
+}
+
+}  // namespace
+}  // namespace wardend::test

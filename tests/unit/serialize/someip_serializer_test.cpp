@@ -1,0 +1,334 @@
+// Known answers computed by hand from the wire rules, and the edge cases of the SOME/IP family.
+
+#include <gtest/gtest.h>
+
+#include "binding/serialize/someip_deserializer.h"
+#include "binding/serialize/someip_serializer.h"
+#include "tests/unit/serialize/node_builder.h"
+#include "tests/unit/serialize/sample_records.h"
+#include "tests/unit/serialize/serialize_test_support.h"
+
+namespace wardend::test {
+namespace {
+
+using lumo::serialize::kSizeFailure;
+using lumo::serialize::SerializeConfig;
+using lumo::serialize::someip::Deserializer;
+using lumo::serialize::someip::Serializer;
+
+template <typename T>
+Bytes Write(const T& value, const SerializeConfig& config,
+            const std::shared_ptr<SerializationNode>& node = nullptr, bool isLast = true) {
+    Serializer<T> writer(value, config, node, 0, isLast);
+    const std::uint64_t size = writer.GetSize();
+    if (size == kSizeFailure) {
+        return {};
+    }
+    Bytes out(size, 0xCC);  // padding keeps what the buffer held
+    writer.Serialize(out.data());
+    return out;
+}
+
+LatencyIndex SmallIndex() {
+    LatencyIndex index;
+    index.drivers = {DriverType::SOMEIP};
+    index.serviceId = 0x1234;
+    index.instanceId = 1;
+    index.topicName = "ab";
+    index.eventId = 0x8002;
+    return index;
+}
+
+FieldRegisterInfo SmallField() {
+    FieldRegisterInfo field;
+    field.appName = "a";
+    field.drivers = {{DriverType::DDS, "x"}};
+    field.instanceId = 9;
+    field.isRegister = true;
+    field.pid = -2;
+    return field;
+}
+
+// Member nodes with ids 1, 2, 3 under a TLV root.
+std::shared_ptr<SerializationNode> ListenerTlvNode(bool dynamic, std::uint8_t width = 4) {
+    return BuildRootNode<ListenerParams>(
+        NodeStyle{0, ByteOrder::kBigEndian, true, dynamic, width, 0, false});
+}
+
+class SomeipSerializerTest : public SerializeLogTest {};
+
+TEST_F(SomeipSerializerTest, KnownAnswersInTheDefaultConfiguration) {
+    const Bytes index = {
+        0x00, 0x00, 0x00, 0x02, 0x00, 0x01,  // drivers: 2 bytes, SOMEIP
+        0x12, 0x34,                          // serviceId
+        0x00, 0x01,                          // instanceId
+        0x00, 0x00, 0x00, 0x06,              // topicName: BOM + 2 chars + terminator
+        0xEF, 0xBB, 0xBF, 'a',  'b',  0x00,  //
+        0x80, 0x02,                          // eventId
+    };
+    EXPECT_EQ(Write(SmallIndex(), SerializeConfig{}), index);
+    EXPECT_EQ(Write(LatencySwitch{LatencyMode::kOn, SmallIndex()}, SerializeConfig{}),
+              Cat({{0x01}, index}));  // mode, then the nested index without a length field
+
+    const Bytes field = {
+        0x00, 0x00, 0x00, 0x05, 0xEF, 0xBB, 0xBF, 'a',  0x00,  // appName
+        0x00, 0x00, 0x00, 0x04, 0xEF, 0xBB, 0xBF, 0x00,        // fieldType, empty
+        0x00, 0x00, 0x00, 0x0B,                                // drivers: 11 bytes of pairs
+        0x00, 0x00,                                            //   key DDS
+        0x00, 0x00, 0x00, 0x05, 0xEF, 0xBB, 0xBF, 'x',  0x00,  //   value "x"
+        0x00, 0x09,                                            // instanceId
+        0x01,                                                  // isRegister
+        0xFF, 0xFF, 0xFF, 0xFE,                                // pid -2
+    };
+    EXPECT_EQ(Write(SmallField(), SerializeConfig{}), field);
+}
+
+TEST_F(SomeipSerializerTest, KnownAnswersLittleEndianRawAndStructLength) {
+    SerializeConfig config;
+    config.byteOrder = ByteOrder::kLittleEndian;
+    config.isStringRaw = true;
+    config.stringLengthField = 2;
+    config.structLengthField = 1;
+    const Bytes expected = {
+        0x12,                    // struct length: the 18 bytes behind it
+        0x02, 0x00, 0x00, 0x00,  // drivers: 2 bytes
+        0x01, 0x00,              // SOMEIP
+        0x34, 0x12,              // serviceId
+        0x01, 0x00,              // instanceId
+        0x02, 0x00, 'a',  'b',   // topicName, raw, 2-byte length
+        0x02, 0x80,              // eventId
+    };
+    const Bytes written = Write(SmallIndex(), config);
+    ASSERT_EQ(written.size(), 17U);
+    EXPECT_EQ(written[0], 16U);  // content only, the length field excluded
+    EXPECT_EQ(Bytes(written.begin() + 1, written.end()),
+              Bytes(expected.begin() + 1, expected.end()));
+}
+
+TEST_F(SomeipSerializerTest, PaddingIsRelativeToTheMessageAndFollowsTheValue) {
+    const auto node = BuildRootNode<ListenerParams>(
+        NodeStyle{4, ByteOrder::kBigEndian, false, false, 4, 0, false});
+    const ListenerParams value{"ab", 1, 2};
+    const Bytes expected = {
+        0x00, 0x00, 0x00, 0x06, 0xEF, 0xBB, 0xBF, 'a', 'b', 0x00,  // guid ends at 16 + 10 = 26
+        0xCC, 0xCC,                                                // padding to 28, not written
+        0x00, 0x00, 0x00, 0x01,                                    // writerPid
+        0x00, 0x00, 0x00, 0x02,                                    // readerPid, nothing behind
+    };
+    EXPECT_EQ(Write(value, SerializeConfig{}, node), expected);
+
+    Deserializer<ListenerParams> reader(expected.data(), expected.size(), node);
+    EXPECT_EQ(reader.GetSize(), expected.size());
+    EXPECT_EQ(reader.GetValue(), value);
+
+    // Shifted by 2: guid ends at 2 + 16 + 11 = 29 and is padded by 3.
+    const ListenerParams longer{"abc", 1, 2};
+    Serializer<ListenerParams> shifted(longer, SerializeConfig{}, node, 2, false);
+    EXPECT_EQ(shifted.GetSize(), 11U + 3U + 8U);
+
+    // Not last in the stream, a structure is padded as a whole: 16 + 3 bytes -> 1 byte.
+    const auto statusNode = BuildRootNode<LatencyStatus>(
+        NodeStyle{4, ByteOrder::kBigEndian, false, false, 4, 0, false});
+    const LatencyStatus status{LatencyMode::kOn, true, false};
+    Serializer<LatencyStatus> notLast(status, SerializeConfig{}, statusNode, 0, false);
+    EXPECT_EQ(notLast.GetSize(), 4U);
+    EXPECT_EQ(notLast.GetPadding(), 1U);
+    EXPECT_EQ(Write(status, SerializeConfig{}, statusNode, true), (Bytes{0x01, 0x01, 0x00}));
+}
+
+TEST_F(SomeipSerializerTest, TlvKnownAnswersStaticAndDynamic) {
+    const ListenerParams value{"ab", 1, 2};
+    const Bytes staticWidth = {
+        0x40, 0x01, 0x00, 0x00, 0x00, 0x06,  // tag: wire type 4, id 1; 4-byte length
+        0xEF, 0xBB, 0xBF, 'a',  'b',  0x00,  // guid
+        0x20, 0x02, 0x00, 0x00, 0x00, 0x01,  // tag: wire type 2, id 2; writerPid
+        0x20, 0x03, 0x00, 0x00, 0x00, 0x02,  // tag: wire type 2, id 3; readerPid
+    };
+    EXPECT_EQ(Write(value, SerializeConfig{}, ListenerTlvNode(false)), staticWidth);
+    const Bytes dynamicWidth = {
+        0x50, 0x01, 0x06, 0xEF, 0xBB, 0xBF, 'a', 'b', 0x00,  // wire type 5: 1-byte length
+        0x20, 0x02, 0x00, 0x00, 0x00, 0x01,                  //
+        0x20, 0x03, 0x00, 0x00, 0x00, 0x02,                  //
+    };
+    EXPECT_EQ(Write(value, SerializeConfig{}, ListenerTlvNode(true)), dynamicWidth);
+}
+
+TEST_F(SomeipSerializerTest, TlvMembersInAnotherOrderUnknownIdsAndAbsentMembers) {
+    const Bytes stream = {
+        0x20, 0x03, 0x00, 0x00, 0x00, 0x02,              // readerPid first
+        0x70, 0x09, 0x00, 0x00, 0x00, 0x02, 0xAA, 0xBB,  // id 9: unknown, skipped
+        0x40, 0x01, 0x00, 0x00, 0x00, 0x06,              // guid last
+        0xEF, 0xBB, 0xBF, 'a',  'b',  0x00,              // (writerPid absent)
+    };
+    Deserializer<ListenerParams> reader(stream.data(), stream.size(), ListenerTlvNode(false));
+    EXPECT_TRUE(LogsPeerLine("Deserialization, cannot find dataId",
+                             "Deserialization, cannot find dataId[dataId=2]",
+                             [&] { EXPECT_EQ(reader.GetSize(), stream.size()); }));
+    EXPECT_EQ(reader.GetValue(), (ListenerParams{"ab", 0, 2}));
+}
+
+TEST_F(SomeipSerializerTest, TlvStreamOverBufferIsRefused) {
+    const Bytes stream = {0x20, 0x02, 0x00, 0x00, 0x00, 0x01, 0x50, 0x01, 0x10, 0xEF};
+    Deserializer<ListenerParams> reader(stream.data(), stream.size(), ListenerTlvNode(false));
+    EXPECT_EQ(reader.GetSize(), kSizeFailure);
+}
+
+TEST_F(SomeipSerializerTest, StringEdgeCases) {
+    SerializeConfig raw;
+    raw.isStringRaw = true;
+    SerializeConfig oneByte;
+    oneByte.stringLengthField = 1;
+    EXPECT_EQ(Write(String{}, SerializeConfig{}), (Bytes{0, 0, 0, 4, 0xEF, 0xBB, 0xBF, 0}));
+    EXPECT_EQ(Write(String{}, raw), (Bytes{0, 0, 0, 0}));
+
+    // 252 characters + BOM + terminator = 256 > 0xFF.
+    EXPECT_EQ(Serializer<String>(String(252, 'x'), oneByte).GetSize(), kSizeFailure);
+    EXPECT_EQ(Serializer<String>(String(251, 'x'), oneByte).GetSize(), 256U);
+
+    // With a data id and a dynamic length field the width grows to 2 instead.
+    auto tagged = std::make_shared<SerializationNode>();
+    tagged->dataId = 1;
+    tagged->isDynamicLengthField = 1;
+    tagged->stringLengthField = 1;
+    Serializer<String> dynamic(String(252, 'x'), SerializeConfig{}, tagged);
+    EXPECT_EQ(dynamic.GetSize(), 258U);
+    EXPECT_EQ(dynamic.GetLengthWidth(), 2U);
+    Bytes out(258);
+    dynamic.Serialize(out.data());
+    EXPECT_EQ(Bytes(out.begin(), out.begin() + 5), (Bytes{0x01, 0x00, 0xEF, 0xBB, 0xBF}));
+}
+
+TEST_F(SomeipSerializerTest, LengthFieldLimitsByWidth) {
+    const struct {
+        std::uint64_t width;
+        std::uint64_t limit;
+    } cases[] = {{1, 0xFF},       {2, 0xFFFF},     {3, 0xFFFFFFFF},
+                 {4, 0xFFFFFFF0}, {0, 0xFFFFFFFF}, {8, 0xFFFFFFFF}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(lumo::serialize::LengthFieldLimit(c.width), c.limit) << c.width;
+    }
+    SerializeConfig twoBytes;
+    twoBytes.vectorLengthField = 2;
+    EXPECT_EQ(Serializer<std::vector<std::uint8_t>>(std::vector<std::uint8_t>(0xFFFF), twoBytes)
+                  .GetSize(),
+              0xFFFFU + 2U);
+    EXPECT_EQ(Serializer<std::vector<std::uint8_t>>(std::vector<std::uint8_t>(0x10000), twoBytes)
+                  .GetSize(),
+              kSizeFailure);
+    // A member that fails makes the whole record fail.
+    SerializeConfig oneByte;
+    oneByte.stringLengthField = 1;
+    NodeInfo node;
+    node.methods = {String(300, 'm')};
+    EXPECT_EQ(Serializer<NodeInfo>(node, oneByte).GetSize(), kSizeFailure);
+}
+
+TEST_F(SomeipSerializerTest, MalformedStringsAreRefused) {
+    const Bytes good = {0, 0, 0, 6, 0xEF, 0xBB, 0xBF, 'a', 'b', 0};
+    Deserializer<String> reader(good.data(), good.size(), SerializeConfig{});
+    EXPECT_EQ(reader.GetSize(), good.size());
+    EXPECT_EQ(reader.GetValue(), "ab");
+
+    const struct {
+        const char* name;
+        Bytes stream;
+    } cases[] = {
+        {"wrong third BOM byte", {0, 0, 0, 6, 0xEF, 0xBB, 0xBE, 'a', 'b', 0}},
+        {"no terminator", {0, 0, 0, 6, 0xEF, 0xBB, 0xBF, 'a', 'b', 'c'}},
+        {"length below BOM and terminator", {0, 0, 0, 3, 0xEF, 0xBB, 0xBF, 0}},
+        {"length overshoots", {0, 0, 0, 7, 0xEF, 0xBB, 0xBF, 'a', 'b', 0}},
+        {"length field cut", {0, 0, 0}},
+        {"huge length", {0xFF, 0xFF, 0xFF, 0xFF, 0xEF, 0xBB, 0xBF, 0}},
+    };
+    for (const auto& c : cases) {
+        Deserializer<String> bad(c.stream.data(), c.stream.size(), SerializeConfig{});
+        EXPECT_TRUE(LogsPeerLine("Construct deserialization for String failed, insufficient data.",
+                                 [&] { EXPECT_EQ(bad.GetSize(), kSizeFailure) << c.name; }))
+            << c.name;
+        EXPECT_EQ(bad.SetDataLength(), kSizeFailure) << c.name;
+    }
+}
+
+TEST_F(SomeipSerializerTest, UnevenVectorIsAnInvalidSizeParameter) {
+    const Bytes stream = {0, 0, 0, 3, 0x00, 0x01, 0x02};
+    Deserializer<std::vector<std::uint16_t>> reader(stream.data(), stream.size(),
+                                                    SerializeConfig{});
+    EXPECT_TRUE(LogsPeerLine("Construct deserialization for Vector failed, invalid size parameter!",
+                             [&] { EXPECT_EQ(reader.GetSize(), kSizeFailure); }));
+}
+
+TEST_F(SomeipSerializerTest, TooFewConfigurationNodesFailTheSize) {
+    auto node = BuildRootNode<ListenerParams>(NodeStyle{});
+    node->members->pop_back();
+    const ListenerParams value{"g", 1, 2};
+    ClearLog();
+    Serializer<ListenerParams> writer(value, SerializeConfig{}, node);
+    const std::uint64_t before =
+        ara::tessel::common::log::Log::SuppressedCount("SerializeSizeCounter");
+    EXPECT_EQ(writer.GetSize(), kSizeFailure);
+    EXPECT_TRUE(
+        Logged(LogLevel::kError,
+               "[SomeipSerializeSizeCounter][The number of configuration nodes is less than the "
+               "number of data members, please check the consistency of the configuration and "
+               "header files]") ||
+        ara::tessel::common::log::Log::SuppressedCount("SerializeSizeCounter") > before);
+}
+
+TEST_F(SomeipSerializerTest, ShortIntegerReadsLogAndKeepTheBytesThereAre) {
+    const Bytes stream = {0xAB};
+    Deserializer<std::uint16_t> reader(stream.data(), stream.size(), SerializeConfig{});
+    EXPECT_TRUE(LogsPeerLine(
+        "[Deserializer] The length of the actual code stream is less than the required code "
+        "stream",
+        "[Deserializer] The length of the actual code stream is less than the required code "
+        "stream[actualSize=1, requiredSize=2]",
+        [&] { EXPECT_EQ(reader.GetSize(), kSizeFailure); }));
+    EXPECT_EQ(reader.GetValue(), 0xAB00);
+}
+
+TEST_F(SomeipSerializerTest, EveryTruncationOfARecordIsRefused) {
+    const AppRegisterInfo value = MakeAppRegisterInfo(1);
+    for (const auto& node :
+         {std::shared_ptr<SerializationNode>{},
+          // With a root length field; without one, a cut at a tag would be absent members.
+          BuildRootNode<AppRegisterInfo>(
+              NodeStyle{0, ByteOrder::kBigEndian, true, true, 4, 4, false})}) {
+        const Bytes full = Write(value, SerializeConfig{}, node);
+        ASSERT_FALSE(full.empty());
+        // Every cut inside the record's last bytes, and a spread of cuts before them.
+        for (std::size_t cut = 0; cut < full.size(); cut += (cut + 64 < full.size() ? 37 : 1)) {
+            if (node != nullptr) {
+                Deserializer<AppRegisterInfo> reader(full.data(), cut, node);
+                EXPECT_EQ(reader.GetSize(), kSizeFailure) << "TLV cut at " << cut;
+            } else {
+                Deserializer<AppRegisterInfo> reader(full.data(), cut, SerializeConfig{});
+                EXPECT_EQ(reader.GetSize(), kSizeFailure) << "cut at " << cut;
+            }
+        }
+    }
+}
+
+TEST_F(SomeipSerializerTest, StructLengthFieldSkipsMembersThisSideDoesNotKnow) {
+    SerializeConfig config;
+    config.structLengthField = 2;
+    const ListenerParams value{"g", 7, 8};
+    Bytes stream = Write(value, config);
+    stream[1] = static_cast<unsigned char>(stream[1] + 3);  // a newer sender added 3 bytes
+    stream.insert(stream.end(), {0x01, 0x02, 0x03});
+    Deserializer<ListenerParams> reader(stream.data(), stream.size(), config);
+    EXPECT_EQ(reader.GetSize(), stream.size());
+    EXPECT_EQ(reader.GetValue(), value);
+}
+
+TEST_F(SomeipSerializerTest, AStringOfZeroWidthEntriesCannotHangTheReader) {
+    // Raw strings without a length field take no bytes: a vector of them must not loop.
+    SerializeConfig config;
+    config.isStringRaw = true;
+    config.stringLengthField = 0;
+    const Bytes stream = {0, 0, 0, 2, 'a', 'b'};
+    Deserializer<std::vector<String>> reader(stream.data(), stream.size(), config);
+    EXPECT_EQ(reader.GetSize(), kSizeFailure);
+}
+
+}  // namespace
+}  // namespace wardend::test
