@@ -1,0 +1,100 @@
+// Event registration and the two queries that walk the whole event registry, over 10,000
+// events. Logging is at warn, so that the info and verbose lines of these paths are not
+// formatted; the registry work and the /proc checks are what is measured.
+#include <benchmark/benchmark.h>
+#include <unistd.h>
+
+#include <set>
+
+#include "platform/log/log.h"
+#include "registry/event_info_manage.h"
+#include "registry/node_info_manage.h"
+
+namespace {
+
+using namespace vesk::wardend;  // NOLINT(google-build-using-namespace): the registries measured
+
+constexpr int kEvents = 10000;
+constexpr int kPerService = 100;  // events per (service, node): 100 nodes of 100 events
+
+EventRegisterInfo MakeEvent(int n, bool someip) {
+    EventRegisterInfo info;
+    info.appName = "benchNode" + std::to_string(n / kPerService);
+    info.eventType = "BenchType" + std::to_string(n);
+    info.pid = getpid();
+    info.isRegister = true;
+    EventInfo entry;
+    const auto service = static_cast<std::uint16_t>(100 + n / kPerService);
+    const auto instance = static_cast<std::uint16_t>(n % kPerService);
+    if (someip) {
+        entry.someip.serviceId = service;
+        entry.someip.instanceId = instance;
+        entry.someip.eventId = 1;
+        info.eventMap_[DriverType::SOMEIP] = entry;
+    } else {
+        entry.dds.serviceId = service;
+        entry.dds.instanceId = instance;
+        entry.dds.topicName = "bench/topic";
+        info.eventMap_[DriverType::DDS] = entry;
+    }
+    return info;
+}
+
+// 10,000 events, half on each driver, each with a live publisher; done once per process.
+void Fill() {
+    static const bool filled = [] {
+        ara::tessel::common::log::Log::SetLevel(ara::tessel::common::log::LogLevel::kWarn);
+        for (int n = 0; n < kEvents; ++n) {
+            EventInfoManage::GetInstance().RegisterEventInfo(MakeEvent(n, n % 2 == 1), true);
+        }
+        return true;
+    }();
+    (void)filled;
+}
+
+// The queries run first: the registrations below add events for good.
+void BM_QueryEventInfoAll(benchmark::State& state) {
+    Fill();
+    for (auto _ : state) {
+        auto result = EventInfoManage::GetInstance().QueryEventInfo("ALL");
+        benchmark::DoNotOptimize(result.data());
+    }
+}
+BENCHMARK(BM_QueryEventInfoAll)->Unit(benchmark::kMillisecond);
+
+void BM_QueryNodeInfoOneNode(benchmark::State& state) {
+    Fill();
+    for (auto _ : state) {
+        auto result = NodeInfoManage::GetInstance().QueryNodeInfo("benchNode42");
+        benchmark::DoNotOptimize(result.data());
+    }
+}
+BENCHMARK(BM_QueryNodeInfoOneNode)->Unit(benchmark::kMicrosecond);
+
+void BM_RegisterNewEvent(benchmark::State& state) {
+    Fill();
+    int n = kEvents;
+    for (auto _ : state) {
+        // New keys above the filled range: the table grows from 10,000 during the run.
+        const bool ok = EventInfoManage::GetInstance().RegisterEventInfo(
+            MakeEvent(kEvents * 10 + n++, false), true);
+        benchmark::DoNotOptimize(ok);
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+// Capped, so that the table grows from 10,000 to no more than 20,000 events.
+BENCHMARK(BM_RegisterNewEvent)->Iterations(kEvents);
+
+void BM_RegisterExistingSubscriber(benchmark::State& state) {
+    Fill();
+    EventRegisterInfo info = MakeEvent(kEvents / 2, false);
+    info.appName = "benchSubscriber";
+    for (auto _ : state) {
+        const bool ok = EventInfoManage::GetInstance().RegisterEventInfo(info, false);
+        benchmark::DoNotOptimize(ok);
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(BM_RegisterExistingSubscriber);
+
+}  // namespace
