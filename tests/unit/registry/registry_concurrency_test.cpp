@@ -5,7 +5,8 @@
 // Each thread works on keys and applications of its own, so that only the shared maps and
 // locks are contended. Subscribers and clients are alive processes and servers may be dead:
 // the queries then only ever move a dead server offline, which a final query does anyway, and
-// the final tables do not depend on the interleaving.
+// the final tables do not depend on the interleaving. Latency switches leave handlers in the
+// event registry, which every later registration of those events runs.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -21,6 +22,7 @@
 #include "platform/log/log.h"
 #include "registry/e2e_info_manage.h"
 #include "registry/event_info_manage.h"
+#include "registry/event_latency_manage.h"
 #include "registry/field_info_manage.h"
 #include "registry/method_info_manage.h"
 #include "registry/node_info_manage.h"
@@ -58,7 +60,7 @@ std::uint64_t Mix(std::uint64_t x) {  // splitmix64
 // Operation i of thread t, the same in the parent and in the replaying child.
 void Execute(int t, std::uint64_t i, const Pids& pids) {
     const std::uint64_t r = Mix((static_cast<std::uint64_t>(t) << 48U) ^ i);
-    const unsigned kind = r % 16U;
+    const unsigned kind = r % 20U;
     const unsigned k = (r >> 8U) % 3U;         // which of the thread's three keys
     const unsigned app = (r >> 16U) % 3U;      // app 2 is a dead server
     const unsigned drivers = (r >> 24U) % 3U;  // DDS, SOME/IP or both
@@ -157,6 +159,33 @@ void Execute(int t, std::uint64_t i, const Pids& pids) {
             events.QueryEventInfoByType(event.type, out);
             MethodInfoWithPubSub methodOut;
             methods.QueryMethodInfoByType(method.name, methodOut);
+            break;
+        }
+        case 16:
+        case 17:
+        case 18: {
+            // Latency leaves no trace in the dumped tables: its status answers depend on when
+            // they were asked. It is here for the lock order with the event registry.
+            auto& latency = EventLatencyManage::GetInstance();
+            LatencyIndex index;
+            index.drivers = {dds ? DriverType::DDS : DriverType::SOMEIP};
+            index.serviceId = service;
+            index.instanceId = 1;
+            index.topicName = "topic";
+            index.eventId = 7;
+            LatencyAppInfo info;
+            info.applicationName = clientName;
+            info.index = index;
+            info.status.isSub = true;
+            if (kind == 16) {
+                latency.SwitchLatencyMode(nullptr, LatencySwitch{LatencyMode::kOn, index});
+                latency.QueryLatencyStatus(index);
+            } else if (kind == 17) {
+                latency.UpdateLatencyStatus(info);
+                latency.RecordLatencyResult(info);
+            } else {
+                latency.QueryLatencyResult(LatencyQueryInfo{60, index});
+            }
             break;
         }
         default:

@@ -1,0 +1,219 @@
+#include "registry/event_latency_manage.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include "registry/event_info_manage.h"
+#include "tests/support/memory_log.h"
+#include "tests/unit/registry/registry_builders.h"
+
+namespace {
+
+using namespace vesk::wardend;  // NOLINT(google-build-using-namespace): the records under test
+using wardend::test::Event;
+using wardend::test::EventSpec;
+using wardend::test::FreshServiceId;
+using wardend::test::LogLevel;
+using wardend::test::MemoryLogTest;
+
+constexpr auto kMode1 = static_cast<LatencyMode>(1);
+constexpr auto kMode2 = static_cast<LatencyMode>(2);
+
+class EventLatencyManageTest : public MemoryLogTest {
+protected:
+    void SetUp() override {
+        MemoryLogTest::SetUp();
+        sut_.SetLatencySwitchSender(
+            [this](const std::shared_ptr<WardendAppSkeleton>&, const LatencySwitch& sent) {
+                sent_.push_back(sent);
+                return true;
+            });
+    }
+    void TearDown() override {
+        sut_.SetLatencySwitchSender(nullptr);
+        MemoryLogTest::TearDown();
+    }
+
+    LatencyIndex Index(std::vector<DriverType> drivers) const {
+        LatencyIndex index;
+        index.drivers = std::move(drivers);
+        index.serviceId = service_;
+        index.instanceId = 1;
+        index.topicName = "topic";
+        index.eventId = 7;
+        return index;
+    }
+    LatencySwitch Switch(std::vector<DriverType> drivers) const {
+        return LatencySwitch{kMode2, Index(std::move(drivers))};
+    }
+    LatencyAppInfo Ack(const std::string& app, bool isPub, LatencyMode mode,
+                       std::vector<DriverType> drivers = {DriverType::DDS}) const {
+        LatencyAppInfo info;
+        info.applicationName = app;
+        info.index = Index(std::move(drivers));
+        info.status = LatencyStatus{mode, isPub, !isPub};
+        return info;
+    }
+    LatencyAppInfo Report(const std::string& app, std::uint64_t value, DriverType driver) const {
+        LatencyAppInfo info;
+        info.kind = 1;
+        info.applicationName = app;
+        info.index = Index({driver});
+        info.result = LatencyResult{value, value, value};
+        return info;
+    }
+    EventSpec Spec(const std::string& app) const {
+        EventSpec spec;
+        spec.app = app;
+        spec.type = "LatType";
+        spec.pid = getpid();
+        spec.serviceId = service_;
+        return spec;
+    }
+    using Modes = std::map<String, LatencyMode>;
+
+    EventLatencyManage& sut_ = EventLatencyManage::GetInstance();
+    const std::uint16_t service_ = FreshServiceId();
+    std::vector<LatencySwitch> sent_;
+};
+
+TEST_F(EventLatencyManageTest, ASwitchBeforeAnyAcknowledgementListsNobody) {
+    EXPECT_EQ(sut_.SwitchLatencyMode(nullptr, Switch({DriverType::DDS})), 0);
+    ASSERT_EQ(sent_.size(), 1U);
+    EXPECT_EQ(sent_[0], Switch({DriverType::DDS}));
+    const LatencyModes modes = sut_.QueryLatencyStatus(Index({DriverType::DDS}));
+    EXPECT_TRUE(modes.pubModes.empty());
+    EXPECT_TRUE(modes.subModes.empty());
+    EXPECT_TRUE(Logged(LogLevel::kInfo, "Query latency mode status, serviceId " +
+                                            std::to_string(service_) +
+                                            " instanceId 1topicName is topic eventId is 7"));
+}
+
+TEST_F(EventLatencyManageTest, WithoutASwitchEveryoneTheRegistryKnowsIsInMode1) {
+    auto& events = EventInfoManage::GetInstance();
+    ASSERT_TRUE(events.RegisterEventInfo(Event(Spec("latPub"), true, true), true));
+    ASSERT_TRUE(events.RegisterEventInfo(Event(Spec("latSubA"), true, false), false));
+    ASSERT_TRUE(events.RegisterEventInfo(Event(Spec("latSubB"), false, true), false));
+    const LatencyModes modes =
+        sut_.QueryLatencyStatus(Index({DriverType::DDS, DriverType::SOMEIP}));
+    EXPECT_EQ(modes.pubModes, (Modes{{"latPub", kMode1}}));
+    EXPECT_EQ(modes.subModes, (Modes{{"latSubA", kMode1}, {"latSubB", kMode1}}));
+}
+
+TEST_F(EventLatencyManageTest, AcknowledgementsAndTheDuplicatePubLine) {
+    // Without a switch an acknowledgement makes no entry.
+    sut_.UpdateLatencyStatus(Ack("early", true, kMode2));
+    EXPECT_TRUE(sut_.QueryLatencyStatus(Index({DriverType::DDS})).pubModes.empty());
+
+    sut_.SwitchLatencyMode(nullptr, Switch({DriverType::DDS}));
+    sut_.UpdateLatencyStatus(Ack("ackPub", true, kMode2));
+    EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend receive app latency ack info, service id " +
+                                            std::to_string(service_) +
+                                            " instanceId 1 topicName topic eventId 7"));
+    const std::string first =
+        "Wardend has new duplicate pub, older pub name is , will be replace to be ackPub";
+    EXPECT_EQ(LogCount(LogLevel::kWarn, first), 1U);
+    sut_.UpdateLatencyStatus(Ack("ackPub", true, kMode2));
+    EXPECT_EQ(LogCount(LogLevel::kWarn, first), 1U);
+    sut_.UpdateLatencyStatus(Ack("otherPub", true, static_cast<LatencyMode>(3)));
+    EXPECT_TRUE(Logged(LogLevel::kWarn,
+                       "Wardend has new duplicate pub, older pub name is ackPub, "
+                       "will be replace to be otherPub"));
+    sut_.UpdateLatencyStatus(Ack("ackSub", false, kMode2));
+
+    const LatencyModes modes = sut_.QueryLatencyStatus(Index({DriverType::DDS}));
+    // No event in the registry: nothing to reconcile with.
+    EXPECT_EQ(modes.pubModes, (Modes{{"otherPub", static_cast<LatencyMode>(3)}}));
+    EXPECT_EQ(modes.subModes, (Modes{{"ackSub", kMode2}}));
+}
+
+TEST_F(EventLatencyManageTest, AStatusQueryReconcilesWithTheRegistry) {
+    auto& events = EventInfoManage::GetInstance();
+    ASSERT_TRUE(events.RegisterEventInfo(Event(Spec("regPub"), false, true), true));
+    ASSERT_TRUE(events.RegisterEventInfo(Event(Spec("stays"), false, true), false));
+    ASSERT_TRUE(events.RegisterEventInfo(Event(Spec("leaves"), false, true), false));
+    sut_.SwitchLatencyMode(nullptr, Switch({DriverType::SOMEIP}));
+    sut_.UpdateLatencyStatus(Ack("ackedPub", true, kMode2, {DriverType::SOMEIP}));
+    sut_.UpdateLatencyStatus(Ack("stays", false, kMode2, {DriverType::SOMEIP}));
+    sut_.UpdateLatencyStatus(Ack("leaves", false, kMode2, {DriverType::SOMEIP}));
+    ASSERT_TRUE(events.UnregisterEventInfo(Event(Spec("leaves"), false, true), false));
+
+    const LatencyModes modes = sut_.QueryLatencyStatus(Index({DriverType::SOMEIP}));
+    // The registry's publisher takes the place and inherits the acknowledged mode.
+    EXPECT_TRUE(Logged(LogLevel::kWarn,
+                       "Wardend has new duplicate pub, older pub name is regPub, "
+                       "will be replace to be ackedPub"));
+    EXPECT_EQ(modes.pubModes, (Modes{{"regPub", kMode2}}));
+    EXPECT_EQ(modes.subModes, (Modes{{"stays", kMode2}}));
+    const std::string dropped = "Sub leaves is not find in wardend, erase latency status info";
+    EXPECT_EQ(LogCount(LogLevel::kInfo, dropped), 1U);
+    sut_.QueryLatencyStatus(Index({DriverType::SOMEIP}));
+    EXPECT_EQ(LogCount(LogLevel::kInfo, dropped), 1U);
+}
+
+TEST_F(EventLatencyManageTest, ResultsOverAPeriod) {
+    sut_.RecordLatencyResult(Report("reporter", 10, DriverType::DDS));
+    sut_.RecordLatencyResult(Report("reporter", 30, DriverType::DDS));
+    EXPECT_TRUE(Logged(LogLevel::kVerbose, "Receive latency result of applicationNamereporter"));
+    // Period 0: every sample is outside the span.
+    EXPECT_TRUE(sut_.QueryLatencyResult(LatencyQueryInfo{0, Index({DriverType::DDS})}).empty());
+    const auto answer = sut_.QueryLatencyResult(LatencyQueryInfo{60, Index({DriverType::DDS})});
+    EXPECT_EQ(answer, (std::map<String, LatencyResult>{{"reporter", LatencyResult{20, 30, 10}}}));
+}
+
+TEST_F(EventLatencyManageTest, The3602ndSampleReplacesTheOldest) {
+    for (std::uint64_t i = 1; i <= 3602; ++i) {
+        sut_.RecordLatencyResult(Report("many", i, DriverType::SOMEIP));
+    }
+    const auto answer =
+        sut_.QueryLatencyResult(LatencyQueryInfo{65535, Index({DriverType::SOMEIP})});
+    // Samples 2 to 3602 remain: 3601 of them.
+    EXPECT_EQ(answer.at("many"), (LatencyResult{1802, 3602, 2}));
+}
+
+TEST_F(EventLatencyManageTest, LargeSamplesAverageWithoutWrapping) {
+    const std::uint64_t big = ~std::uint64_t{0} - 1;
+    sut_.RecordLatencyResult(Report("big", big, DriverType::DDS));
+    sut_.RecordLatencyResult(Report("big", big, DriverType::DDS));
+    const auto answer = sut_.QueryLatencyResult(LatencyQueryInfo{60, Index({DriverType::DDS})});
+    EXPECT_EQ(answer.at("big").average, big);
+}
+
+TEST_F(EventLatencyManageTest, BothDriversInOneQueryGiveTheFirstDriversResult) {
+    sut_.RecordLatencyResult(Report("twoWays", 10, DriverType::DDS));
+    sut_.RecordLatencyResult(Report("twoWays", 20, DriverType::SOMEIP));
+    const auto someipFirst =
+        sut_.QueryLatencyResult(LatencyQueryInfo{60, Index({DriverType::SOMEIP, DriverType::DDS})});
+    EXPECT_EQ(someipFirst.at("twoWays").average, 20U);
+    const auto ddsFirst =
+        sut_.QueryLatencyResult(LatencyQueryInfo{60, Index({DriverType::DDS, DriverType::SOMEIP})});
+    EXPECT_EQ(ddsFirst.at("twoWays").average, 10U);
+}
+
+TEST_F(EventLatencyManageTest, ALateSubscriberGetsTheSwitchThroughTheHandler) {
+    sut_.SwitchLatencyMode(nullptr, Switch({DriverType::DDS, DriverType::SOMEIP}));
+    sent_.clear();
+    ASSERT_TRUE(EventInfoManage::GetInstance().RegisterEventInfo(
+        Event(Spec("lateSub"), false, true), false));
+    ASSERT_EQ(sent_.size(), 1U);
+    LatencySwitch expected;
+    expected.mode = kMode2;
+    expected.index.drivers = {DriverType::SOMEIP};
+    expected.index.serviceId = service_;
+    expected.index.instanceId = 1;
+    expected.index.eventId = 7;
+    EXPECT_EQ(sent_[0], expected);
+}
+
+TEST_F(EventLatencyManageTest, AFailedSendIsLogged) {
+    sut_.SetLatencySwitchSender(
+        [](const std::shared_ptr<WardendAppSkeleton>&, const LatencySwitch&) { return false; });
+    EXPECT_EQ(sut_.SwitchLatencyMode(nullptr, Switch({DriverType::DDS})), 0);
+    EXPECT_TRUE(Logged(LogLevel::kWarn, "Wardend send latency switch failed"));
+    sut_.SetLatencySwitchSender(nullptr);
+    EXPECT_EQ(sut_.SwitchLatencyMode(nullptr, Switch({DriverType::DDS})), 0);
+    EXPECT_TRUE(
+        Logged(LogLevel::kWarn, "Wardend latency switch is not sent: no latency switch event"));
+}
+
+}  // namespace
