@@ -50,9 +50,9 @@ struct QueryEventInfoOutput {
 struct QueryEventShowOutput {
     String dataTypeDescription;
     String pubApp;
-    String latencyState;  // "ON" or "OFF"
+    String pubState;  // "ON" when the publisher is online, "OFF" when not, empty when unknown
 
-    WARDEND_RECORD_FIELDS(QueryEventShowOutput, dataTypeDescription, pubApp, latencyState)
+    WARDEND_RECORD_FIELDS(QueryEventShowOutput, dataTypeDescription, pubApp, pubState)
 };
 
 // Application name to its result.
