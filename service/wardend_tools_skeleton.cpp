@@ -1,0 +1,156 @@
+#include "service/wardend_tools_skeleton.h"
+
+#include <mutex>
+#include <utility>
+
+#include "catalogue/msg_file_store.h"
+#include "records/wardend_log.h"
+#include "registry/e2e_info_manage.h"
+#include "registry/event_info_manage.h"
+#include "registry/event_latency_manage.h"
+#include "registry/method_info_manage.h"
+#include "registry/node_info_manage.h"
+#include "service/register_mutex.h"
+
+namespace vesk::wardend {
+
+namespace {
+
+template <typename Output>
+ara::core::Future<Output> Ready(Output output) {
+    ara::core::Promise<Output> promise;
+    auto future = promise.get_future();
+    promise.set_value(std::move(output));
+    return future;
+}
+
+}  // namespace
+
+void WardendToolsSkeleton::SetAppSkeleton(std::shared_ptr<WardendAppSkeleton> appSkeleton) {
+    appSkeleton_ = std::move(appSkeleton);
+}
+
+// The traffic policies, method handlers and the offer on each driver are the binding's part.
+void WardendToolsSkeleton::OfferToolsService() {
+    LogVerbose() << "Wardend start to offer tools service.";
+    LogVerbose() << "Wardend has offered tools service.";
+}
+
+void WardendToolsSkeleton::StopOfferToolsService() {}
+
+ara::core::Future<WardendToolsSkeleton::QueryAllDataTypeOutput>
+WardendToolsSkeleton::QueryAllDataType() {
+    QueryAllDataTypeOutput output;
+    output.dataTypes = MsgFileStore::GetInstance().QueryAllDataType();
+    LogInfo() << "Wardend query all datatype finished";
+    return Ready(std::move(output));
+}
+
+ara::core::Future<WardendToolsSkeleton::QueryDataTypeOutput> WardendToolsSkeleton::QueryDataType(
+    const String& typeName) {
+    QueryDataTypeOutput output;
+    output.dataType = MsgFileStore::GetInstance().QueryDataType(typeName);
+    LogInfo() << "Wardend query datatype finished";
+    return Ready(std::move(output));
+}
+
+ara::core::Future<WardendToolsSkeleton::QueryDataTypeRefListOutput>
+WardendToolsSkeleton::QueryDataTypeRefList() {
+    QueryDataTypeRefListOutput output;
+    output.refList = MsgFileStore::GetInstance().QueryDataTypeRefList();
+    LogInfo() << "Wardend query datatype list finished";
+    return Ready(std::move(output));
+}
+
+ara::core::Future<WardendToolsSkeleton::QueryEventInfoOutput> WardendToolsSkeleton::QueryEventInfo(
+    const String& eventType) {
+    QueryEventInfoOutput output;
+    output.eventInfos = EventInfoManage::GetInstance().QueryEventInfo(eventType);
+    LogInfo() << "Wardend query event info finished";
+    return Ready(std::move(output));
+}
+
+ara::core::Future<WardendToolsSkeleton::QueryEventShowOutput> WardendToolsSkeleton::QueryEventShow(
+    const String& eventType) {
+    std::vector<String> show = MsgFileStore::GetInstance().QueryEventType(eventType);
+    show.resize(3);
+    QueryEventShowOutput output;
+    output.dataTypeDescription = std::move(show[0]);
+    output.pubApp = std::move(show[1]);
+    output.pubState = std::move(show[2]);
+    LogInfo() << "Wardend query event show finished";
+    return Ready(std::move(output));
+}
+
+ara::core::Future<WardendToolsSkeleton::QueryLatencyResultOutput>
+WardendToolsSkeleton::QueryLatencyResult(const LatencyQueryInfo& query) {
+    QueryLatencyResultOutput output;
+    output.results = EventLatencyManage::GetInstance().QueryLatencyResult(query);
+    return Ready(std::move(output));
+}
+
+ara::core::Future<WardendToolsSkeleton::QueryLatencyStatusOutput>
+WardendToolsSkeleton::QueryLatencyStatus(const LatencyIndex& index) {
+    LatencyModes modes = EventLatencyManage::GetInstance().QueryLatencyStatus(index);
+    QueryLatencyStatusOutput output;
+    output.pubStatus = std::move(modes.pubModes);
+    output.subStatus = std::move(modes.subModes);
+    return Ready(std::move(output));
+}
+
+ara::core::Future<WardendToolsSkeleton::QueryMethodInfoOutput>
+WardendToolsSkeleton::QueryMethodInfo(const String& methodType) {
+    QueryMethodInfoOutput output;
+    output.methodInfos = MethodInfoManage::GetInstance().QueryMethodInfo(methodType);
+    LogInfo() << "Wardend query method info finished";
+    return Ready(std::move(output));
+}
+
+// Logs the event show line: that is the line this query has always had.
+ara::core::Future<WardendToolsSkeleton::QueryMethodTypeOutput>
+WardendToolsSkeleton::QueryMethodType(const String& methodType) {
+    MethodTypeDescriptions types = MsgFileStore::GetInstance().QueryMethodType(methodType);
+    QueryMethodTypeOutput output;
+    output.requestTypes = std::move(types.requestTypes);
+    output.replyTypes = std::move(types.replyTypes);
+    LogInfo() << "Wardend query event show finished";
+    return Ready(std::move(output));
+}
+
+ara::core::Future<WardendToolsSkeleton::QueryNodeInfoOutput> WardendToolsSkeleton::QueryNodeInfo(
+    const String& nodeName) {
+    QueryNodeInfoOutput output;
+    {
+        std::lock_guard<std::mutex> lock(RegisterMutex());
+        output.nodeInfos = NodeInfoManage::GetInstance().QueryNodeInfo(nodeName);
+    }
+    LogInfo() << "Wardend query node info finished";
+    return Ready(std::move(output));
+}
+
+ara::core::Future<WardendToolsSkeleton::QuerySubNodeEventInfoOutput>
+WardendToolsSkeleton::QuerySubNodeEventInfo(const QuerySubEventInfoIndex& index) {
+    const bool fromEvents = index.source == DriverType::DDS;
+    EventInfoWithPubSub found = fromEvents
+                                    ? EventInfoManage::GetInstance().QuerySubEventInfo(index)
+                                    : E2EInfoManage::GetInstance()->QuerySubNodeE2EInfo(index);
+    QuerySubNodeEventInfoOutput output;
+    output.registerInfo = std::move(found.registerInfo);
+    output.subApps = std::move(found.subApps);
+    output.pubApp = std::move(found.pubApp);
+    output.isOnline = found.isOnline;
+    if (fromEvents) {
+        LogInfo() << "Wardend query sub event info finished";
+    }
+    return Ready(std::move(output));
+}
+
+ara::core::Future<WardendToolsSkeleton::SwitchLatencyModeOutput>
+WardendToolsSkeleton::SwitchLatencyMode(const LatencySwitch& latencySwitch) {
+    SwitchLatencyModeOutput output;
+    output.result = static_cast<std::uint16_t>(
+        EventLatencyManage::GetInstance().SwitchLatencyMode(appSkeleton_, latencySwitch));
+    return Ready(std::move(output));
+}
+
+}  // namespace vesk::wardend

@@ -1,0 +1,204 @@
+#include <gtest/gtest.h>
+
+#include "catalogue/msg_file_store.h"
+#include "registry/e2e_info_manage.h"
+#include "registry/field_info_manage.h"
+#include "registry/node_info_manage.h"
+#include "tests/support/process.h"
+#include "tests/unit/service/service_fixture.h"
+
+namespace wardend::test {
+namespace {
+
+using AppSkeletonTest = ServiceTest;
+
+// The road of one registration: the handler stores the record, the reader thread loads its
+// type, and the tools find both.
+TEST_F(AppSkeletonTest, AnEventRegistrationReachesTheRegistryTheCatalogueAndTheTools) {
+    EXPECT_EQ(Register(EventRegistration("roadApp", "RoadEvent", 0x1001, true)), 0);
+    EXPECT_TRUE(Logged(LogLevel::kInfo, "Start to register event info"));
+    EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend register event info finished"));
+    DrainReader();
+
+    const auto events = tools_->QueryEventInfo("RoadEvent").get().eventInfos;
+    ASSERT_EQ(events.size(), 1U);
+    EXPECT_EQ(events[0].pubApp, "roadApp");
+    EXPECT_TRUE(events[0].isOnline);
+
+    const auto show = tools_->QueryEventShow("RoadEvent").get();
+    EXPECT_EQ(show.pubApp, "roadApp");
+    EXPECT_EQ(show.pubState, "ON");
+    // /Norvane/AP/Speed is an alias; the answer is the end of its chain.
+    EXPECT_NE(show.dataTypeDescription.find("/Norvane/AP/Float32"), String::npos)
+        << show.dataTypeDescription;
+
+    const auto refs = tools_->QueryDataTypeRefList().get().refList;
+    ASSERT_EQ(refs.count("/Norvane/AP/Speed"), 1U);
+    EXPECT_FALSE(tools_->QueryDataType("/Norvane/AP/Speed").get().dataType.empty());
+}
+
+TEST_F(AppSkeletonTest, AnUnknownInfoTypeFailsWithoutTouchingARegistry) {
+    AppRegisterInfo info = EventRegistration("typeSixApp", "TypeSixEvent", 0x1002, true);
+    info.infoType = static_cast<AppRegisterInfoType>(6);
+    EXPECT_EQ(Register(info), 1);
+    EXPECT_TRUE(Logged(LogLevel::kError, "Unknown app register info"));
+    EXPECT_EQ(NodeInfoManage::GetInstance().Nodes().count("typeSixApp"), 0U);
+    EXPECT_TRUE(tools_->QueryEventInfo("TypeSixEvent").get().eventInfos.empty());
+}
+
+TEST_F(AppSkeletonTest, ARefusedEventRegistrationQueuesNoReadTask) {
+    AppRegisterInfo info =
+        EventRegistration("noDriverApp", "NoDriverEvent", 0x1003, true, "/Norvane/AP/Pose");
+    info.eventInfo.eventMap_.clear();
+    EXPECT_EQ(Register(info), 1);
+    DrainReader();
+    EXPECT_EQ(tools_->QueryDataTypeRefList().get().refList.count("/Norvane/AP/Pose"), 0U);
+}
+
+TEST_F(AppSkeletonTest, EventUnregistrationAnswersByWhatTheRegistryRemoved) {
+    AppRegisterInfo info = EventRegistration("leavingApp", "LeavingEvent", 0x1004, false);
+    ASSERT_EQ(Register(info), 0);
+    info.eventInfo.isRegister = false;
+    EXPECT_EQ(Register(info), 0);
+    EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend unregister event info finished"));
+    EXPECT_EQ(Register(info), 1);  // nothing left to take off
+}
+
+TEST_F(AppSkeletonTest, AMethodLoadsItsOutputTypeOnlyWithSerializationTypeOne) {
+    struct Case {
+        std::uint32_t type;
+        bool loadsOutput;
+    };
+    for (const Case& c : {Case{0, false}, Case{2, false}, Case{1, true}}) {
+        const String name = "MethodOut" + std::to_string(c.type);
+        AppRegisterInfo info = MethodRegistration("methodApp", name, 0x2000 + c.type, true);
+        info.methodInfo.outputSerializeConfig.type = static_cast<SerializationType>(c.type);
+        info.methodInfo.methodOutputDatatype = "/Norvane/AP/Trajectory";
+        info.methodInfo.inputDatatypes = {"/Norvane/AP/Point3D"};
+        ClearLog();
+        ASSERT_EQ(Register(info), 0);
+        DrainReader();
+        EXPECT_EQ(Logged(LogLevel::kVerbose,
+                         "cm serialize type methodOutputDatatype /Norvane/AP/Trajectory"),
+                  c.loadsOutput);
+        EXPECT_EQ(tools_->QueryDataTypeRefList().get().refList.count("/Norvane/AP/Trajectory"),
+                  c.loadsOutput ? 1U : 0U)
+            << "serialization type " << c.type;
+        EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend register method info finished"));
+    }
+    EXPECT_EQ(tools_->QueryDataTypeRefList().get().refList.count("/Norvane/AP/Point3D"), 1U);
+}
+
+TEST_F(AppSkeletonTest, AMethodLoadsItsErrorDomains) {
+    AppRegisterInfo info = MethodRegistration("domainApp", "DomainMethod", 0x2100, true);
+    info.methodInfo.errorDomains = {ErrorDomainInfo{5, "Speed"}};
+    ASSERT_EQ(Register(info), 0);
+    DrainReader();
+    EXPECT_FALSE(tools_->QueryDataType("5").get().dataType.empty());
+}
+
+TEST_F(AppSkeletonTest, FieldsRegisterAndUnregisterWithoutTheReader) {
+    AppRegisterInfo info;
+    info.isPub = true;
+    info.infoType = AppRegisterInfoType::FIELD;
+    info.fieldInfo.appName = "fieldApp";
+    info.fieldInfo.fieldType = "SpeedField";
+    info.fieldInfo.drivers[DriverType::SOMEIP] = "/Instance/SpeedField";
+    info.fieldInfo.instanceId = 3;
+    info.fieldInfo.pid = getpid();
+    info.fieldInfo.isRegister = true;
+    EXPECT_EQ(Register(info), 0);
+    EXPECT_TRUE(Logged(LogLevel::kInfo, "Start to register field info"));
+    EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend register field info finished"));
+    EXPECT_EQ(pool_->QueuedCount(), 0U);
+
+    info.fieldInfo.isRegister = false;
+    EXPECT_EQ(Register(info), 0);
+    EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend unregister field info finished"));
+}
+
+TEST_F(AppSkeletonTest, NodeRecordsWithE2EEntriesNeverTouchTheNodeTable) {
+    AppRegisterInfo info;
+    info.infoType = AppRegisterInfoType::NODE;
+    info.nodeInfo.nodeName = "e2eOnlyNode";
+    info.nodeInfo.pid = getpid();
+    info.nodeInfo.infoKind = 1;
+    EventE2EInfo entry;
+    entry.serviceId = 0x3000;
+    entry.instanceId = 1;
+    entry.driver = DriverType::SOMEIP;
+    entry.eventId = 0x8001;
+    entry.e2eConfig.profile = E2EProfile::kProfile4;
+    info.nodeInfo.e2eList.eventE2EInfos = {entry};
+    EXPECT_EQ(Register(info), 0);
+    EXPECT_EQ(NodeInfoManage::GetInstance().Nodes().count("e2eOnlyNode"), 0U);
+    EXPECT_FALSE(Logged(LogLevel::kInfo, "Wardend register node info finished"));
+    EXPECT_FALSE(E2EInfoManage::GetInstance()->SomeipEntries().empty());
+}
+
+TEST_F(AppSkeletonTest, UnregisteringAnUnknownNodeClearsItsE2EEntriesAndFails) {
+    AppRegisterInfo e2e;
+    e2e.infoType = AppRegisterInfoType::NODE;
+    e2e.nodeInfo.nodeName = "ghostNode";
+    e2e.nodeInfo.pid = getpid();
+    e2e.nodeInfo.infoKind = 1;
+    EventE2EInfo entry;
+    entry.serviceId = 0x3100;
+    entry.instanceId = 1;
+    entry.driver = DriverType::DDS;
+    entry.eventTopicName = "GhostTopic";
+    entry.e2eConfig.profile = E2EProfile::kProfile5;
+    e2e.nodeInfo.e2eList.eventE2EInfos = {entry};
+    ASSERT_EQ(Register(e2e), 0);
+    const auto hasGhost = [] {
+        for (const auto& item : E2EInfoManage::GetInstance()->DdsEntries()) {
+            if (item.first.eventTopicName == "GhostTopic") {
+                return true;
+            }
+        }
+        return false;
+    };
+    ASSERT_TRUE(hasGhost());
+
+    AppRegisterInfo leave;
+    leave.infoType = AppRegisterInfoType::NODE;
+    leave.nodeInfo.nodeName = "ghostNode";
+    leave.nodeInfo.pid = getpid();
+    leave.nodeInfo.registerState.isRegister = false;
+    EXPECT_EQ(Register(leave), 1);
+    EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend unregister node info finished"));
+    EXPECT_FALSE(hasGhost());
+}
+
+TEST_F(AppSkeletonTest, LatencyReportsAnswerByKind) {
+    AppRegisterInfo info;
+    info.infoType = AppRegisterInfoType::LATENCY;
+    info.latencyInfo.applicationName = "latencyApp";
+    info.latencyInfo.index.drivers = {DriverType::SOMEIP};
+    info.latencyInfo.index.serviceId = 0x4000;
+    info.latencyInfo.kind = 0;
+    EXPECT_EQ(Register(info), 0);
+    EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend notify latency mode finished"));
+    info.latencyInfo.kind = 1;
+    EXPECT_EQ(Register(info), 0);
+    info.latencyInfo.kind = 2;
+    ClearLog();
+    EXPECT_EQ(Register(info), 1);
+    EXPECT_TRUE(Logged(LogLevel::kInfo, "Start to notify latency result"));
+    EXPECT_FALSE(Logged(LogLevel::kInfo, "Wardend notify latency mode finished"));
+}
+
+TEST_F(AppSkeletonTest, AListenerReportQueuesASnapshotTrigger) {
+    AppRegisterInfo info;
+    info.infoType = AppRegisterInfoType::LISTENER;
+    info.listenerResult[ListenerType::kLatencyTimeout] = ListenerParams{"guid-1", 10, 20};
+    EXPECT_EQ(Register(info), 0);
+    EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend get sys snapshot finished"));
+    DrainReader();
+    // Without a configuration the snapshot function is off, and the trigger says so.
+    EXPECT_TRUE(Logged(LogLevel::kWarn, "[Snapshot function in vesk.json is not enabled]"))
+        << LogDump();
+}
+
+}  // namespace
+}  // namespace wardend::test

@@ -1,0 +1,100 @@
+#ifndef TESTS_UNIT_SERVICE_SERVICE_FIXTURE_H
+#define TESTS_UNIT_SERVICE_SERVICE_FIXTURE_H
+
+#include <unistd.h>
+
+#include <future>
+#include <memory>
+
+#include "catalogue/user_msg_dir.h"
+#include "platform/vcc/utils/thread_pool.h"
+#include "service/wardend_app_skeleton.h"
+#include "service/wardend_tools_skeleton.h"
+#include "tests/support/memory_log.h"
+
+namespace wardend::test {
+
+using namespace vesk::wardend;  // NOLINT(google-build-using-namespace): test of the whole front
+
+// Both service objects wired as the daemon wires them, with the reader pool, and the example
+// .msg files as the user directory.
+class ServiceTest : public MemoryLogTest {
+protected:
+    void SetUp() override {
+        MemoryLogTest::SetUp();
+        userMsgDir = WARDEND_EXAMPLES_MSG_DIR;
+        pool_ = std::make_shared<lumo::vcc::utils::ThreadPool>(1, 2048, "wrdn_rdmsg");
+        app_ = std::make_shared<WardendAppSkeleton>();
+        app_->SetThreadPool(pool_);
+        tools_ = std::make_shared<WardendToolsSkeleton>();
+        tools_->SetAppSkeleton(app_);
+    }
+
+    void TearDown() override {
+        tools_.reset();
+        app_.reset();
+        userMsgDir.clear();
+        MemoryLogTest::TearDown();
+    }
+
+    std::uint16_t Register(const AppRegisterInfo& info) {
+        return app_->RegisterAppInfo(info).get().result;
+    }
+
+    // Waits until every task queued so far on the reader pool has run.
+    void DrainReader() {
+        std::promise<void> done;
+        auto drained = done.get_future();
+        ASSERT_TRUE(pool_->Enqueue([&done] { done.set_value(); }, 0));
+        ASSERT_EQ(drained.wait_for(std::chrono::seconds(30)), std::future_status::ready);
+    }
+
+    static AppRegisterInfo EventRegistration(const String& app, const String& eventType,
+                                             std::uint16_t serviceId, bool isPub,
+                                             const String& dataType = "/Norvane/AP/Speed") {
+        AppRegisterInfo info;
+        info.isPub = isPub;
+        info.infoType = AppRegisterInfoType::EVENT;
+        info.eventInfo.appName = app;
+        info.eventInfo.eventType = eventType;
+        info.eventInfo.text = dataType;
+        info.eventInfo.pid = getpid();
+        info.eventInfo.isRegister = true;
+        EventInfo dds;
+        dds.dds.serviceId = serviceId;
+        dds.dds.instanceId = 1;
+        dds.dds.topicName = eventType + "Topic";
+        dds.dds.instanceShortName = "/Instance/" + eventType;
+        dds.dds.e2eConfig.profile = E2EProfile::kNone;
+        info.eventInfo.eventMap_[DriverType::DDS] = dds;
+        return info;
+    }
+
+    static AppRegisterInfo MethodRegistration(const String& app, const String& name,
+                                              std::uint16_t serviceId, bool isPub) {
+        AppRegisterInfo info;
+        info.isPub = isPub;
+        info.infoType = AppRegisterInfoType::METHOD;
+        MethodRegisterInfo& method = info.methodInfo;
+        method.appName = app;
+        method.name = name;
+        method.serviceId = serviceId;
+        method.instanceId = 1;
+        method.pid = getpid();
+        method.isRegister = true;
+        MethodInfo someip;
+        someip.someip.methodId = 7;
+        someip.someip.instanceShortName = "/Instance/" + name;
+        someip.someip.e2eConfig.profile = E2EProfile::kNone;
+        method.methodMap_[DriverType::SOMEIP] = someip;
+        return info;
+    }
+
+    std::shared_ptr<lumo::vcc::utils::ThreadPool> pool_;
+    std::shared_ptr<WardendAppSkeleton> app_;
+    std::shared_ptr<WardendToolsSkeleton> tools_;
+};
+
+}  // namespace wardend::test
+
+#endif

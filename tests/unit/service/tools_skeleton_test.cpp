@@ -1,0 +1,136 @@
+#include <gtest/gtest.h>
+
+#include "registry/event_latency_manage.h"
+#include "tests/unit/service/service_fixture.h"
+
+namespace wardend::test {
+namespace {
+
+using ToolsSkeletonTest = ServiceTest;
+
+TEST_F(ToolsSkeletonTest, EachQueryLogsItsFinishedLineEvenForUnknownNames) {
+    struct Row {
+        std::function<void(WardendToolsSkeleton&)> call;
+        const char* line;
+    };
+    const Row rows[] = {
+        {[](auto& t) { (void)t.QueryAllDataType().get(); }, "Wardend query all datatype finished"},
+        {[](auto& t) { EXPECT_EQ(t.QueryDataType("/No/Such").get().dataType, ""); },
+         "Wardend query datatype finished"},
+        {[](auto& t) { (void)t.QueryDataTypeRefList().get(); },
+         "Wardend query datatype list finished"},
+        {[](auto& t) { EXPECT_TRUE(t.QueryEventInfo("NoSuchEvent").get().eventInfos.empty()); },
+         "Wardend query event info finished"},
+        {[](auto& t) {
+             const auto show = t.QueryEventShow("NoSuchEvent").get();
+             EXPECT_EQ(show.pubApp, "");
+             EXPECT_EQ(show.pubState, "");
+         },
+         "Wardend query event show finished"},
+        {[](auto& t) { EXPECT_TRUE(t.QueryMethodInfo("NoSuchMethod").get().methodInfos.empty()); },
+         "Wardend query method info finished"},
+        {[](auto& t) { EXPECT_TRUE(t.QueryNodeInfo("NoSuchNode").get().nodeInfos.empty()); },
+         "Wardend query node info finished"},
+    };
+    for (const Row& row : rows) {
+        ClearLog();
+        row.call(*tools_);
+        EXPECT_EQ(LogCount(LogLevel::kInfo, row.line), 1U) << row.line;
+    }
+}
+
+TEST_F(ToolsSkeletonTest, QueryMethodTypeLogsTheEventShowLine) {
+    AppRegisterInfo info = MethodRegistration("typesApp", "TypedMethod", 0x5000, true);
+    info.methodInfo.inputDatatypes = {"/Norvane/AP/Point3D", "/Not/In/Catalogue"};
+    info.methodInfo.replyDatatypes = {"/Norvane/AP/Pose"};
+    ASSERT_EQ(Register(info), 0);
+    DrainReader();
+    ClearLog();
+    const auto types = tools_->QueryMethodType("TypedMethod").get();
+    EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend query event show finished"));
+    ASSERT_EQ(types.requestTypes.size(), 2U);
+    EXPECT_FALSE(types.requestTypes[0].empty());
+    EXPECT_EQ(types.requestTypes[1], "");  // keeps its position
+    ASSERT_EQ(types.replyTypes.size(), 1U);
+    EXPECT_NE(types.replyTypes[0].find("TYPE_STRUCT"), String::npos);
+}
+
+TEST_F(ToolsSkeletonTest, NodeQueryGathersWhatTheNodeRegistered) {
+    ASSERT_EQ(Register(EventRegistration("gatherApp", "GatherEvent", 0x5100, true)), 0);
+    ASSERT_EQ(Register(MethodRegistration("gatherApp", "GatherMethod", 0x5101, true)), 0);
+    const auto nodes = tools_->QueryNodeInfo("gatherApp").get().nodeInfos;
+    ASSERT_EQ(nodes.size(), 1U);
+    EXPECT_EQ(nodes[0].nodeName, "gatherApp");
+    EXPECT_EQ(nodes[0].pid, getpid());
+    EXPECT_FALSE(nodes[0].pubEvents.empty());
+    EXPECT_FALSE(nodes[0].methods.empty());
+}
+
+// The event branch answers for an event without an online publisher whose type differs from
+// the one asked about; the E2E branch logs nothing here.
+TEST_F(ToolsSkeletonTest, SubNodeQueryLogsOnlyOnTheEventBranch) {
+    ASSERT_EQ(Register(EventRegistration("lonelySub", "SubQueryEvent", 0x5200, false)), 0);
+    QuerySubEventInfoIndex index;
+    index.serviceId = 0x5200;
+    index.instanceId = 1;
+    index.driver = DriverType::DDS;
+    index.topicName = "SubQueryEventTopic";
+    index.eventType = "AnotherType";
+    index.source = DriverType::DDS;
+    ClearLog();
+    const auto fromEvents = tools_->QuerySubNodeEventInfo(index).get();
+    EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend query sub event info finished"));
+    EXPECT_EQ(fromEvents.subApps, std::vector<String>{"lonelySub"});
+    EXPECT_FALSE(fromEvents.isOnline);
+
+    index.source = DriverType::SOMEIP;
+    ClearLog();
+    (void)tools_->QuerySubNodeEventInfo(index).get();
+    EXPECT_FALSE(Logged(LogLevel::kInfo, "Wardend query sub event info finished"));
+}
+
+TEST_F(ToolsSkeletonTest, SwitchLatencyModeSendsOnTheApplicationEvent) {
+    std::vector<LatencySwitch> sent;
+    app_->OfferAppService();
+    app_->LatencySwitchEvent.SetTransport([&sent](const LatencySwitch& sample) {
+        sent.push_back(sample);
+        return ara::core::Result<void>();
+    });
+    LatencySwitch latencySwitch;
+    latencySwitch.mode = LatencyMode::kOn;
+    latencySwitch.index.drivers = {DriverType::SOMEIP};
+    latencySwitch.index.serviceId = 0x5300;
+    latencySwitch.index.instanceId = 1;
+    latencySwitch.index.eventId = 0x8002;
+    // Nobody registered the event: the switch is still sent and answered with 0.
+    EXPECT_EQ(tools_->SwitchLatencyMode(latencySwitch).get().result, 0);
+    ASSERT_EQ(sent.size(), 1U);
+    EXPECT_EQ(sent[0], latencySwitch);
+
+    const auto status = tools_->QueryLatencyStatus(latencySwitch.index).get();
+    EXPECT_TRUE(status.subStatus.empty());
+    app_->StopOfferAppService();
+}
+
+TEST_F(ToolsSkeletonTest, LatencyResultsComeBackPerApplication) {
+    AppRegisterInfo report;
+    report.infoType = AppRegisterInfoType::LATENCY;
+    report.latencyInfo.kind = 1;
+    report.latencyInfo.applicationName = "measuringApp";
+    report.latencyInfo.index.drivers = {DriverType::DDS};
+    report.latencyInfo.index.serviceId = 0x5400;
+    report.latencyInfo.index.instanceId = 1;
+    report.latencyInfo.index.topicName = "MeasuredTopic";
+    report.latencyInfo.result = LatencyResult{100, 300, 50};
+    ASSERT_EQ(Register(report), 0);
+
+    LatencyQueryInfo query;
+    query.period = 60;
+    query.index = report.latencyInfo.index;
+    const auto results = tools_->QueryLatencyResult(query).get().results;
+    ASSERT_EQ(results.count("measuringApp"), 1U);
+    EXPECT_EQ(results.at("measuringApp"), (LatencyResult{100, 300, 50}));
+}
+
+}  // namespace
+}  // namespace wardend::test
