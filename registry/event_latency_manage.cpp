@@ -1,6 +1,6 @@
 #include "registry/event_latency_manage.h"
 
-#include <time.h>
+#include <ctime>
 
 #include <algorithm>
 #include <limits>

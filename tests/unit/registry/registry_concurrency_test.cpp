@@ -338,6 +338,7 @@ TEST(RegistryConcurrencyTest, ConcurrentRunEqualsASingleThreadedReplay) {
     int done = 0;  // guarded by doneMutex
     std::uint64_t counts[kThreads] = {};
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&, t] {
             std::uint64_t i = 0;
