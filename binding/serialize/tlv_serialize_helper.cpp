@@ -109,6 +109,9 @@ DataIdRecord TlvSerializeHelper::RecordDataId(ByteOrder order, unsigned char sta
         result.table.emplace(dataId, params);  // a repeated id keeps its first record
 
         const std::uint64_t next = position + params.length;
+        if (next >= kSizeFailure) {
+            return fail();  // would read as the failure value; the caller refuses it either way
+        }
         if (next >= size) {
             result.consumed = next;
             return result;

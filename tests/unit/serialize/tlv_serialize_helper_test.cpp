@@ -142,6 +142,13 @@ TEST_F(TlvSerializeHelperTest, BrokenStreamsFailTheScan) {
             EXPECT_TRUE(result.table.empty()) << c.name;
         })) << c.name;
     }
+    // An overshoot that would land exactly on the failure value is a failure, not a table.
+    const Bytes toFailureValue = {0x80, 0x00, 0xFC, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xF6, 0xFF, 0x00};
+    const auto overshoot = TlvSerializeHelper::RecordDataId(
+        ByteOrder::kBigEndian, 4, toFailureValue.data(), toFailureValue.size());
+    EXPECT_EQ(overshoot.consumed, kSizeFailure);
+    EXPECT_TRUE(overshoot.table.empty());
+
     const Bytes staticLength = {0x00, 0x01, 0xAA, 0x40, 0x02, 0x00, 0x01};
     const auto noWidth = TlvSerializeHelper::RecordDataId(ByteOrder::kBigEndian, 0,
                                                           staticLength.data(), staticLength.size());
