@@ -196,7 +196,8 @@ int EventLatencyManage::SwitchLatencyMode(const std::shared_ptr<WardendAppSkelet
                                           const LatencySwitch& latencySwitch) {
     {
         const std::lock_guard<std::mutex> lock(statusLock_);
-        // The new mode enters the table only with the acknowledgements.
+        // The new mode enters the table only with the acknowledgements. Here and in the
+        // acknowledgement the test is for SOME/IP; the status query tests for DDS.
         for (const DriverType driver : latencySwitch.index.drivers) {
             if (driver == DriverType::SOMEIP) {
                 someipStatus_.emplace(SomeipKeyOf(latencySwitch.index), LatencyEventStatus{});

@@ -43,10 +43,6 @@ protected:
     const std::int32_t self_ = getpid();
 };
 
-TEST_F(EventInfoManageTest, TheInstanceIdStartsAs666) {
-    EXPECT_EQ(sut_.instanceId, "666");
-}
-
 TEST_F(EventInfoManageTest, AnEmptyEventMapRegistersOnlyTheNode) {
     const EventRegisterInfo info = Event(Spec("evEmptyApp", self_), false, false);
     EXPECT_FALSE(sut_.RegisterEventInfo(info, true));
