@@ -48,41 +48,48 @@ MethodTypeNames GetMethodTypeNames(const String& methodName) {
             std::move(found.registerInfo.replyDatatypes)};
 }
 
-std::map<String, String> MsgFileStore::CopyDataTypeMsgs() {
+std::shared_ptr<const std::map<String, String>> MsgFileStore::SnapshotLocked() {
+    if (dataTypeSnapshot_ == nullptr) {
+        dataTypeSnapshot_ = std::make_shared<const std::map<String, String>>(dataTypeMsgs);
+    }
+    return dataTypeSnapshot_;
+}
+
+std::shared_ptr<const std::map<String, String>> MsgFileStore::Snapshot() {
     const std::lock_guard<std::mutex> lock(dataTypeLock);
-    return dataTypeMsgs;
+    return SnapshotLocked();
 }
 
 std::vector<String> MsgFileStore::QueryEventType(const String& eventType) {
     LogInfo() << "Wardend query event type";
     // Held to the end, across the event registry's lock: dataTypeLock always comes first.
     const std::lock_guard<std::mutex> lock(dataTypeLock);
-    const std::map<String, String> msgs = dataTypeMsgs;
+    const auto msgs = SnapshotLocked();
     std::vector<String> show = GetEventShow(eventType);
-    show[0] = ResolveDataType(show[0], msgs);
+    show[0] = ResolveDataType(show[0], *msgs);
     return show;
 }
 
 MethodTypeDescriptions MsgFileStore::QueryMethodType(const String& methodName) {
     LogInfo() << "Wardend query method type";
-    const std::map<String, String> msgs = CopyDataTypeMsgs();
+    const auto msgs = Snapshot();
     const MethodTypeNames names = GetMethodTypeNames(methodName);
     MethodTypeDescriptions descriptions;
     // An unknown type gives an empty string, so that positions stay those of the method.
     for (const String& name : names.inputDatatypes) {
-        descriptions.requestTypes.push_back(ResolveDataType(name, msgs));
+        descriptions.requestTypes.push_back(ResolveDataType(name, *msgs));
     }
     LogVerbose() << "Wardend begin to load replyDatatypes";
     for (const String& name : names.replyDatatypes) {
-        descriptions.replyTypes.push_back(ResolveDataType(name, msgs));
+        descriptions.replyTypes.push_back(ResolveDataType(name, *msgs));
     }
     return descriptions;
 }
 
 String MsgFileStore::QueryDataType(const String& typeName) {
     LogInfo() << "Wardend query datatype";
-    const std::map<String, String> msgs = CopyDataTypeMsgs();
-    String text = ResolveDataType(typeName, msgs);
+    const auto msgs = Snapshot();
+    String text = ResolveDataType(typeName, *msgs);
     LogVerbose() << "Datatype " << typeName << " size:" << text.size();
     return text;
 }

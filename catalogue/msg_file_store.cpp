@@ -101,6 +101,7 @@ void MsgFileStore::LoadDataType(const String& rootName) {
     }
     // The files are read again under the lock, so that a query never sees half a load.
     const std::lock_guard<std::mutex> lock(dataTypeLock);
+    dataTypeSnapshot_.reset();
     for (const String& name : list) {
         dataTypeMsgs[name] = ReadMsgFile(name);
     }
@@ -137,6 +138,7 @@ void MsgFileStore::LoadErrorDomain(const ErrorDomainInfo& domain) {
         dataTypeRefLists[key] = list;
     }
     const std::lock_guard<std::mutex> lock(dataTypeLock);
+    dataTypeSnapshot_.reset();
     dataTypeMsgs[key] = std::move(text);
 }
 

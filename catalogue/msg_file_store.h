@@ -2,6 +2,7 @@
 #define CATALOGUE_MSG_FILE_STORE_H
 
 #include <map>
+#include <memory>
 #include <mutex>
 #include <vector>
 
@@ -86,7 +87,11 @@ public:
     const String& UserDir() const noexcept;
 
 private:
-    std::map<String, String> CopyDataTypeMsgs();
+    // The catalogue as it stands, shared by queries until the next change. Copying a large
+    // catalogue costs far more than resolving a chain, and queries outnumber changes between
+    // loads. Expects dataTypeLock held.
+    std::shared_ptr<const std::map<String, String>> SnapshotLocked();
+    std::shared_ptr<const std::map<String, String>> Snapshot();
 
     const String defaultDir_;
     const String userDir_;
@@ -94,8 +99,10 @@ private:
 
     std::mutex refListLock;  // guards dataTypeRefLists
     std::map<String, std::vector<String>> dataTypeRefLists;
-    std::mutex dataTypeLock;  // guards dataTypeMsgs
+    std::mutex dataTypeLock;  // guards dataTypeMsgs and dataTypeSnapshot_
     std::map<String, String> dataTypeMsgs;
+    // A copy of dataTypeMsgs, or null after a change; never modified once made.
+    std::shared_ptr<const std::map<String, String>> dataTypeSnapshot_;
 };
 
 }  // namespace vesk::wardend

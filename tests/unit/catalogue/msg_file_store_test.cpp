@@ -116,15 +116,17 @@ TEST_F(MsgFileStoreTest, TheLastLoadWinsAnEmptyResultIncluded) {
     userDir_.WriteFile("Root.msg", Struct("Root", {"Child"}));
     const std::string child = userDir_.WriteFile("Child.msg", "first");
     store_->LoadDataType("Root");
-    ASSERT_EQ(store_->QueryAllDataType().at("Child"), "first");
+    // Queries between loads must not keep answering from an older state.
+    ASSERT_EQ(store_->QueryDataType("Child"), "first");
 
     userDir_.WriteFile("Child.msg", "second");
     store_->LoadDataType("Root");
-    EXPECT_EQ(store_->QueryAllDataType().at("Child"), "second");
+    EXPECT_EQ(store_->QueryDataType("Child"), "second");
 
     std::filesystem::remove(child);
     store_->LoadDataType("Root");
-    EXPECT_EQ(store_->QueryAllDataType().at("Child"), "");
+    EXPECT_EQ(store_->QueryDataType("Child"), "");
+    EXPECT_EQ(store_->QueryAllDataType().count("Child"), 1U);
 }
 
 TEST_F(MsgFileStoreTest, ErrorDomainIsFiledUnderItsDecimalId) {
@@ -174,10 +176,12 @@ TEST_F(MsgFileStoreTest, DomainAndTypeWithTheSameNumberShareOneEntry) {
     userDir_.WriteFile("5.msg", Struct("5", {}));
     userDir_.WriteFile("errors/error_domain-5-Speed.msg", "domain");
     store_->LoadDataType("5");
+    EXPECT_EQ(store_->QueryDataType("5"), Struct("5", {}));
     store_->LoadErrorDomain(ErrorDomainInfo{5, "Speed"});
     EXPECT_EQ(store_->QueryAllDataType(), (std::map<std::string, std::string>{{"5", "domain"}}));
+    EXPECT_EQ(store_->QueryDataType("5"), "domain");
     store_->LoadDataType("5");
-    EXPECT_EQ(store_->QueryAllDataType().at("5"), Struct("5", {}));
+    EXPECT_EQ(store_->QueryDataType("5"), Struct("5", {}));
 }
 
 TEST(ParseMsgTypeHeadTest, ReadsTypeAndOnlyAReferenceReadsDefinition) {
