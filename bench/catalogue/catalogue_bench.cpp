@@ -1,6 +1,6 @@
 #include <benchmark/benchmark.h>
-#include <stdlib.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -65,7 +65,7 @@ void BM_LoadDataTypeWith50References(benchmark::State& state) {
     }
     dir.Write("Root", Struct("Root", references));
     MsgFileStore store(dir.Path(), "");
-    for (auto _ : state) {
+    for (auto _ : state) {  // NOLINT(clang-analyzer-deadcode.DeadStores): the loop idiom
         store.LoadDataType("Root");
     }
     if (store.QueryDataTypeRefList().at("Root").size() != 51) {
@@ -93,7 +93,7 @@ struct AliasCatalogue {
                                       R"(", "Type": "TYPE_REFERENCE", "Definition": ")" + next +
                                       "\"}");
         }
-        all.push_back("Target");
+        all.emplace_back("Target");
         dir.Write("Target", Struct("Target", {"uint64"}));
         dir.Write("Catalogue", Struct("Catalogue", all));
         store.LoadDataType("Catalogue");
@@ -109,7 +109,7 @@ void BM_QueryDataTypeThrough5Aliases(benchmark::State& state) {
     if (catalogue.msgs.size() != 5001) {
         state.SkipWithError("the catalogue does not hold 5,001 types");
     }
-    for (auto _ : state) {
+    for (auto _ : state) {  // NOLINT(clang-analyzer-deadcode.DeadStores): the loop idiom
         benchmark::DoNotOptimize(store.QueryDataType("Alias0"));
     }
     if (store.QueryDataType("Alias0") != catalogue.msgs.at("Target")) {
@@ -121,7 +121,7 @@ BENCHMARK(BM_QueryDataTypeThrough5Aliases)->Unit(benchmark::kMicrosecond);
 // The first query after a change pays for a fresh snapshot of the whole catalogue.
 void BM_QueryDataTypeThrough5AliasesAfterALoad(benchmark::State& state) {
     AliasCatalogue catalogue;
-    for (auto _ : state) {
+    for (auto _ : state) {  // NOLINT(clang-analyzer-deadcode.DeadStores): the loop idiom
         state.PauseTiming();
         catalogue.store.LoadErrorDomain(vesk::wardend::ErrorDomainInfo{1, "None"});
         state.ResumeTiming();
@@ -133,7 +133,7 @@ BENCHMARK(BM_QueryDataTypeThrough5AliasesAfterALoad)->Unit(benchmark::kMicroseco
 // The chain alone, without the snapshot: how much of the query the copy costs.
 void BM_ResolveDataTypeThrough5Aliases(benchmark::State& state) {
     const AliasCatalogue catalogue;
-    for (auto _ : state) {
+    for (auto _ : state) {  // NOLINT(clang-analyzer-deadcode.DeadStores): the loop idiom
         benchmark::DoNotOptimize(vesk::wardend::ResolveDataType("Alias0", catalogue.msgs));
     }
 }

@@ -45,7 +45,7 @@ TEST(JsonDocumentTest, MalformedOrTooDeepTextIsRefusedAndLeavesAnEmptyDocument) 
         {deepest + std::string(Document::kMaxDepth, ']'), true},
         {tooDeep + std::string(Document::kMaxDepth + 1, ']'), false},
         // Brackets inside strings are not nesting.
-        {"[\"" + tooDeep + "\\\"\"]", true},
+        {R"([")" + tooDeep + R"(\""])", true},
     };
     for (const auto& row : rows) {
         Document document;
