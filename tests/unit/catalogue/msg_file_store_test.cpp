@@ -75,13 +75,6 @@ TEST_F(MsgFileStoreTest, UserDirectoryShadowsTheDefaultUnlessItsFileIsEmpty) {
     }
 }
 
-TEST_F(MsgFileStoreTest, WithoutUserDirectoryOnlyTheDefaultIsSearched) {
-    defaultDir_.WriteFile("T.msg", "text");
-    const MsgFileStore store(defaultDir_.Path() + "/", "");
-    EXPECT_EQ(store.ReadMsgFile("T"), "text");
-    EXPECT_EQ(sink_->Records().size(), 1U) << LogDump();
-}
-
 TEST_F(MsgFileStoreTest, DaemonStoreSearchesTheDashPDirectorySetAfterItWasMade) {
     MsgFileStore& daemonStore = MsgFileStore::GetInstance();
     EXPECT_EQ(daemonStore.DefaultDir(), "/etc/vesktools/msg/");
