@@ -53,7 +53,7 @@ bool WriteSignal(std::uint16_t value, const vcc::api::types::Pdu& pdu, std::uint
     // Source bytes least significant first, whatever the host.
     const unsigned char source[2] = {static_cast<unsigned char>(value & 0xFFU),
                                      static_cast<unsigned char>(value >> 8U)};
-    std::int64_t remaining = static_cast<std::int64_t>(signal->bitLength);
+    auto remaining = static_cast<std::int64_t>(signal->bitLength);
     if (signal->byteOrder == vcc::api::types::ISignal::kIntel) {
         std::uint64_t bit = signal->startBit;
         for (const unsigned char sourceByte : source) {

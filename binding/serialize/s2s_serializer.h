@@ -28,6 +28,9 @@ public:
     Serializer(const T& value, std::shared_ptr<const vcc::api::types::Pdu> pdu,
                std::uint64_t signalIndex)
         : value_(&value), pdu_(std::move(pdu)), signalIndex_(signalIndex) {}
+    // The serializer keeps a pointer to the value: a temporary would dangle.
+    Serializer(const T&& value, std::shared_ptr<const vcc::api::types::Pdu> pdu,
+               std::uint64_t signalIndex) = delete;
 
     bool Serialize(unsigned char* buffer, std::size_t bufferSize) const {
         if constexpr (std::is_integral_v<T> && sizeof(T) == 2) {

@@ -474,6 +474,11 @@ public:
           position_(position),
           isLastInStream_(isLastInStream) {}
 
+    // The serializer keeps a pointer to the value: a temporary would dangle.
+    Serializer(const T&& value, const SerializeConfig& config,
+               std::shared_ptr<SerializationNode> node = nullptr, std::uint64_t position = 0,
+               bool isLastInStream = false) = delete;
+
     // Total bytes including the length field and padding, or kSizeFailure. Cached.
     std::uint64_t GetSize() {
         if (size_ == kSizeFailure) {

@@ -182,15 +182,17 @@ TEST_F(SomeipSerializerTest, StringEdgeCases) {
     EXPECT_EQ(Write(String{}, raw), (Bytes{0, 0, 0, 0}));
 
     // 252 characters + BOM + terminator = 256 > 0xFF.
-    EXPECT_EQ(Serializer<String>(String(252, 'x'), oneByte).GetSize(), kSizeFailure);
-    EXPECT_EQ(Serializer<String>(String(251, 'x'), oneByte).GetSize(), 256U);
+    const String text252(252, 'x');
+    const String text251(251, 'x');
+    EXPECT_EQ(Serializer<String>(text252, oneByte).GetSize(), kSizeFailure);
+    EXPECT_EQ(Serializer<String>(text251, oneByte).GetSize(), 256U);
 
     // With a data id and a dynamic length field the width grows to 2 instead.
     auto tagged = std::make_shared<SerializationNode>();
     tagged->dataId = 1;
     tagged->isDynamicLengthField = 1;
     tagged->stringLengthField = 1;
-    Serializer<String> dynamic(String(252, 'x'), SerializeConfig{}, tagged);
+    Serializer<String> dynamic(text252, SerializeConfig{}, tagged);
     EXPECT_EQ(dynamic.GetSize(), 258U);
     EXPECT_EQ(dynamic.GetLengthWidth(), 2U);
     Bytes out(258);
@@ -209,12 +211,10 @@ TEST_F(SomeipSerializerTest, LengthFieldLimitsByWidth) {
     }
     SerializeConfig twoBytes;
     twoBytes.vectorLengthField = 2;
-    EXPECT_EQ(Serializer<std::vector<std::uint8_t>>(std::vector<std::uint8_t>(0xFFFF), twoBytes)
-                  .GetSize(),
-              0xFFFFU + 2U);
-    EXPECT_EQ(Serializer<std::vector<std::uint8_t>>(std::vector<std::uint8_t>(0x10000), twoBytes)
-                  .GetSize(),
-              kSizeFailure);
+    const std::vector<std::uint8_t> fits(0xFFFF);
+    const std::vector<std::uint8_t> tooLong(0x10000);
+    EXPECT_EQ(Serializer<std::vector<std::uint8_t>>(fits, twoBytes).GetSize(), 0xFFFFU + 2U);
+    EXPECT_EQ(Serializer<std::vector<std::uint8_t>>(tooLong, twoBytes).GetSize(), kSizeFailure);
     // A member that fails makes the whole record fail.
     SerializeConfig oneByte;
     oneByte.stringLengthField = 1;
