@@ -15,11 +15,11 @@
 #include <utility>
 #include <vector>
 
+#include "binding/serialize/bounded_copy.h"
 #include "binding/serialize/serialize_config.h"
 #include "binding/serialize/serialize_log.h"
 #include "binding/serialize/serialize_traits.h"
 #include "platform/core/string.h"
-#include "platform/memory/memcpy_s.h"
 
 namespace lumo::serialize::dds {
 
@@ -29,7 +29,7 @@ inline constexpr std::uint64_t kMaxCount = std::numeric_limits<std::uint32_t>::m
 namespace detail {
 
 inline void CopyOrLog(unsigned char* dest, const void* src, std::size_t count, const char* text) {
-    if (memcpy_s(dest, count, src, count) != 0) {
+    if (serialize::detail::BoundedCopy(dest, count, src, count) != 0) {
         DdsLog().LogError() << text;
     }
 }
@@ -265,8 +265,9 @@ struct Codec<std::vector<E, A>> {
         out.clear();
         if constexpr (kBlock) {
             out.resize(count);
-            if (count != 0 && memcpy_s(out.data(), count * sizeof(E), data + kCountWidth,
-                                       count * sizeof(E)) != 0) {
+            if (count != 0 &&
+                serialize::detail::BoundedCopy(out.data(), count * sizeof(E), data + kCountWidth,
+                                               count * sizeof(E)) != 0) {
                 detail::LogRead(
                     "GetValue(): Deserialization of sequence container failed, insufficient "
                     "data.");

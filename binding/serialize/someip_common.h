@@ -6,9 +6,9 @@
 
 #include <cstdint>
 
+#include "binding/serialize/bounded_copy.h"
 #include "binding/serialize/serialize_config.h"
 #include "binding/serialize/serialize_log.h"
-#include "platform/memory/memcpy_s.h"
 
 namespace lumo::serialize::someip {
 
@@ -86,9 +86,21 @@ inline const SerializationNode* NthMember(const SerializationNode* node, std::si
     return (*node->members)[index].get();
 }
 
+inline void LogCopyFailure(const char* text) {
+    SomeipLog().LogError() << text;
+}
+
 inline void CopyOrLog(unsigned char* dest, const void* src, std::size_t count, const char* text) {
-    if (memcpy_s(dest, count, src, count) != 0) {
-        SomeipLog().LogError() << text;
+    if (serialize::detail::BoundedCopy(dest, count, src, count) != 0) {
+        LogCopyFailure(text);
+    }
+}
+
+// Fixed-width fields: the size is known here, so the copy compiles to a store.
+template <std::size_t N>
+void CopyFixedOrLog(unsigned char* dest, const unsigned char* src, const char* text) {
+    if (serialize::detail::BoundedCopy(dest, N, src, N) != 0) {
+        LogCopyFailure(text);
     }
 }
 

@@ -165,7 +165,8 @@ struct Reader<std::vector<E, A>> {
             if constexpr (!std::is_same_v<E, bool>) {
                 if (order == ByteOrder::kLittleEndian && detail::HostIsLittleEndian()) {
                     out.resize(count);
-                    if (count != 0 && memcpy_s(out.data(), content, data, content) != 0) {
+                    if (count != 0 &&
+                        serialize::detail::BoundedCopy(out.data(), content, data, content) != 0) {
                         detail::LogRead(
                             "[Someip Deserializer Vector] Memory copy return error, Invalid "
                             "deserialization.");

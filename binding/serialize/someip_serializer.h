@@ -31,7 +31,7 @@ struct Writer<T, std::enable_if_t<serialize::detail::kIsScalar<T>>> {
         std::array<unsigned char, sizeof(T)> bytes{};
         serialize::detail::StoreUint(bytes.data(), serialize::detail::ScalarBits(value), sizeof(T),
                                      detail::OrderOf(c));
-        detail::CopyOrLog(buffer + c.position, bytes.data(), sizeof(T), detail::kCopyError);
+        detail::CopyFixedOrLog<sizeof(T)>(buffer + c.position, bytes.data(), detail::kCopyError);
         return Layout{sizeof(T), 0, 0};
     }
 };
@@ -202,7 +202,7 @@ struct VectorPolicy {
                     std::array<unsigned char, sizeof(E)> element{};
                     serialize::detail::StoreUint(
                         element.data(), serialize::detail::ScalarBits(value[i]), sizeof(E), order);
-                    CopyOrLog(out + i * sizeof(E), element.data(), sizeof(E), kCopyError);
+                    CopyFixedOrLog<sizeof(E)>(out + i * sizeof(E), element.data(), kCopyError);
                 }
             }
             return bytes;
@@ -372,7 +372,7 @@ public:
             serialize::detail::StoreUint(tag.data(),
                                          tlv::serialize::MakeTag(wireType, child->dataId), 2,
                                          detail::OrderOf(structure_));
-            detail::CopyOrLog(buffer_ + position_, tag.data(), tag.size(), detail::kCopyError);
+            detail::CopyFixedOrLog<2>(buffer_ + position_, tag.data(), detail::kCopyError);
         }
         position_ += tagBytes + layout.size;
         total_ += tagBytes + layout.size;

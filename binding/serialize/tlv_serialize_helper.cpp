@@ -2,9 +2,9 @@
 
 #include <array>
 
+#include "binding/serialize/bounded_copy.h"
 #include "binding/serialize/serialize_log.h"
 #include "binding/serialize/serialize_traits.h"
-#include "platform/memory/memcpy_s.h"
 
 namespace tlv::serialize {
 
@@ -15,18 +15,7 @@ using lumo::serialize::TlvLog;
 using lumo::serialize::detail::LoadUint;
 using lumo::serialize::detail::StoreUint;
 
-void TlvSerializeHelper::CopyLengthField(unsigned char* destination, unsigned long value,
-                                         unsigned long width, ByteOrder order) {
-    if (width == 0) {
-        return;
-    }
-    if (width == 1 || width == 2 || width == 4) {
-        std::array<unsigned char, 4> bytes{};
-        StoreUint(bytes.data(), value, width, order);
-        if (memcpy_s(destination, width, bytes.data(), width) == 0) {
-            return;
-        }
-    }
+void TlvSerializeHelper::LogLengthFieldFailure() {
     TlvLog().LogError() << "[Someip Serializer] Memory copy struct static length fail.";
 }
 

@@ -5,10 +5,13 @@
 // scanning a stream for its tags. A tag is 16 bits: bit 15 zero, bits 14-12 the wire type,
 // bits 11-0 the data id.
 
+#include <array>
 #include <cstdint>
 #include <unordered_map>
 
+#include "binding/serialize/bounded_copy.h"
 #include "binding/serialize/serialize_config.h"
+#include "binding/serialize/serialize_traits.h"
 
 namespace tlv::serialize {
 
@@ -79,11 +82,38 @@ class TlvSerializeHelper {
 public:
     // Writes value in width bytes (0 writes nothing; 1, 2 and 4 are valid).
     static void CopyLengthField(unsigned char* destination, unsigned long value,
-                                unsigned long width, lumo::serialize::ByteOrder order);
+                                unsigned long width, lumo::serialize::ByteOrder order) {
+        std::array<unsigned char, 4> bytes{};
+        int copied = -1;
+        switch (width) {
+            case 0:
+                return;
+            case 1:
+                lumo::serialize::detail::StoreUint(bytes.data(), value, 1, order);
+                copied = lumo::serialize::detail::BoundedCopy(destination, 1, bytes.data(), 1);
+                break;
+            case 2:
+                lumo::serialize::detail::StoreUint(bytes.data(), value, 2, order);
+                copied = lumo::serialize::detail::BoundedCopy(destination, 2, bytes.data(), 2);
+                break;
+            case 4:
+                lumo::serialize::detail::StoreUint(bytes.data(), value, 4, order);
+                copied = lumo::serialize::detail::BoundedCopy(destination, 4, bytes.data(), 4);
+                break;
+            default:
+                break;
+        }
+        if (copied != 0) {
+            LogLengthFieldFailure();
+        }
+    }
 
     // Scans the tags of a stream. staticWidth is the length field width of wire type 4.
     static DataIdRecord RecordDataId(lumo::serialize::ByteOrder order, unsigned char staticWidth,
                                      const unsigned char* data, unsigned long size);
+
+    // "[Someip Serializer] Memory copy struct static length fail."
+    static void LogLengthFieldFailure();
 
     // Reads a length field of width 1, 2 or 4; other widths read 0.
     static std::uint64_t ReadLengthField(const unsigned char* data, std::uint64_t width,
