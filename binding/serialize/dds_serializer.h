@@ -481,10 +481,10 @@ void DeserializingEnumerator::operator()(M& member) {
 template <typename T>
 class Serializer {
 public:
-    Serializer(const T& value, const SerializeConfig& config, std::uint64_t position = 0)
-        : value_(&value), config_(config), position_(position) {}
+    Serializer(const T& value, SerializeConfig config, std::uint64_t position = 0)
+        : value_(&value), config_(std::move(config)), position_(position) {}
     // The serializer keeps a pointer to the value: a temporary would dangle.
-    Serializer(const T&& value, const SerializeConfig& config, std::uint64_t position = 0) = delete;
+    Serializer(const T&& value, SerializeConfig config, std::uint64_t position = 0) = delete;
 
     std::uint64_t GetSize() {
         if (size_ == kSizeFailure) {

@@ -2,8 +2,6 @@
 
 #include <memory>
 
-#include "binding/serialize/serialize_config.h"
-
 namespace lumo::serialize {
 
 namespace {
@@ -15,11 +13,6 @@ const Log& Context(const std::shared_ptr<Log>& log) {
     return *log;
 }
 }  // namespace
-
-const SerializeConfig& DefaultSerializeConfig() {
-    static const SerializeConfig config;
-    return config;
-}
 
 const Log& SomeipLog() {
     static const std::shared_ptr<Log> log = Log::GetLog("SOMEIPSerialize");

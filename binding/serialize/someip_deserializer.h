@@ -477,8 +477,8 @@ struct Reader<T, std::enable_if_t<serialize::detail::IsRecord<T>::value>> {
 template <typename T>
 class Deserializer {
 public:
-    Deserializer(const unsigned char* data, unsigned long length, const SerializeConfig& config)
-        : data_(data), length_(data == nullptr ? 0 : length), config_(config) {}
+    Deserializer(const unsigned char* data, unsigned long length, SerializeConfig config)
+        : data_(data), length_(data == nullptr ? 0 : length), config_(std::move(config)) {}
     Deserializer(const unsigned char* data, unsigned long length,
                  std::shared_ptr<SerializationNode> node, std::uint64_t position = 0,
                  bool isLastInStream = true)

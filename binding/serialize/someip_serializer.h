@@ -465,17 +465,17 @@ struct Writer<T, std::enable_if_t<serialize::detail::IsRecord<T>::value>> {
 template <typename T>
 class Serializer {
 public:
-    Serializer(const T& value, const SerializeConfig& config,
+    Serializer(const T& value, SerializeConfig config,
                std::shared_ptr<SerializationNode> node = nullptr, std::uint64_t position = 0,
                bool isLastInStream = false)
         : value_(&value),
-          config_(config),
+          config_(std::move(config)),
           node_(std::move(node)),
           position_(position),
           isLastInStream_(isLastInStream) {}
 
     // The serializer keeps a pointer to the value: a temporary would dangle.
-    Serializer(const T&& value, const SerializeConfig& config,
+    Serializer(const T&& value, SerializeConfig config,
                std::shared_ptr<SerializationNode> node = nullptr, std::uint64_t position = 0,
                bool isLastInStream = false) = delete;
 

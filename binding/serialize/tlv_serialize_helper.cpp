@@ -13,7 +13,6 @@ using lumo::serialize::kPeerLimit;
 using lumo::serialize::kSizeFailure;
 using lumo::serialize::TlvLog;
 using lumo::serialize::detail::LoadUint;
-using lumo::serialize::detail::StoreUint;
 
 void TlvSerializeHelper::LogLengthFieldFailure() {
     TlvLog().LogError() << "[Someip Serializer] Memory copy struct static length fail.";

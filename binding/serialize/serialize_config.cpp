@@ -1,0 +1,10 @@
+#include "binding/serialize/serialize_config.h"
+
+namespace lumo::serialize {
+
+const SerializeConfig& DefaultSerializeConfig() {
+    static const SerializeConfig config;
+    return config;
+}
+
+}  // namespace lumo::serialize
