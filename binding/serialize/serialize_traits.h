@@ -3,6 +3,7 @@
 
 // Type classification and byte-order helpers shared by the serializer families.
 
+#include <array>
 #include <cstdint>
 #include <cstring>
 #include <map>
@@ -80,6 +81,42 @@ inline std::uint64_t LoadUint(const unsigned char* in, std::size_t width, ByteOr
         }
     }
     return value;
+}
+
+constexpr bool HostIsLittleEndian() {
+    return __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
+}
+
+template <typename U>
+U ByteSwap(U value) {
+    if constexpr (sizeof(U) == 1) {
+        return value;
+    } else if constexpr (sizeof(U) == 2) {
+        return __builtin_bswap16(value);
+    } else if constexpr (sizeof(U) == 4) {
+        return __builtin_bswap32(value);
+    } else {
+        return __builtin_bswap64(value);
+    }
+}
+
+template <typename T>
+std::uint64_t ScalarBits(const T& value);
+
+// The bytes of a scalar in the given order; same result as StoreUint, with one swap.
+template <typename T>
+std::array<unsigned char, sizeof(T)> EncodeScalar(const T& value, ByteOrder order) {
+    using U = std::conditional_t<
+        sizeof(T) == 1, std::uint8_t,
+        std::conditional_t<sizeof(T) == 2, std::uint16_t,
+                           std::conditional_t<sizeof(T) == 4, std::uint32_t, std::uint64_t>>>;
+    auto bits = static_cast<U>(ScalarBits(value));
+    if ((order == ByteOrder::kLittleEndian) != HostIsLittleEndian()) {
+        bits = ByteSwap(bits);
+    }
+    std::array<unsigned char, sizeof(T)> bytes{};
+    std::memcpy(bytes.data(), &bits, sizeof(T));
+    return bytes;
 }
 
 template <typename T>

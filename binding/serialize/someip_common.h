@@ -114,10 +114,6 @@ inline void LogTooFewNodes() {
            "header files]";
 }
 
-constexpr bool HostIsLittleEndian() {
-    return __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__;
-}
-
 }  // namespace detail
 }  // namespace lumo::serialize::someip
 

@@ -163,7 +163,7 @@ struct Reader<std::vector<E, A>> {
             const std::size_t count = content / sizeof(E);
             const ByteOrder order = detail::OrderOf(c);
             if constexpr (!std::is_same_v<E, bool>) {
-                if (order == ByteOrder::kLittleEndian && detail::HostIsLittleEndian()) {
+                if (order == ByteOrder::kLittleEndian && serialize::detail::HostIsLittleEndian()) {
                     out.resize(count);
                     if (count != 0 &&
                         serialize::detail::BoundedCopy(out.data(), content, data, content) != 0) {

@@ -28,9 +28,7 @@ struct Writer<T, std::enable_if_t<serialize::detail::kIsScalar<T>>> {
         return Layout{sizeof(T), 0, 0};
     }
     static Layout Write(const T& value, const ValueContext& c, unsigned char* buffer) {
-        std::array<unsigned char, sizeof(T)> bytes{};
-        serialize::detail::StoreUint(bytes.data(), serialize::detail::ScalarBits(value), sizeof(T),
-                                     detail::OrderOf(c));
+        const auto bytes = serialize::detail::EncodeScalar(value, detail::OrderOf(c));
         detail::CopyFixedOrLog<sizeof(T)>(buffer + c.position, bytes.data(), detail::kCopyError);
         return Layout{sizeof(T), 0, 0};
     }
@@ -193,7 +191,8 @@ struct VectorPolicy {
         if constexpr (serialize::detail::kIsScalar<E>) {
             const ByteOrder order = OrderOf(c);
             const std::size_t bytes = value.size() * sizeof(E);
-            if (bytes != 0 && order == ByteOrder::kLittleEndian && HostIsLittleEndian()) {
+            if (bytes != 0 && order == ByteOrder::kLittleEndian &&
+                serialize::detail::HostIsLittleEndian()) {
                 CopyOrLog(out, value.data(), bytes,
                           "[Someip Serializer Vector] Memory copy return error, Invalid "
                           "serialization.");
@@ -292,6 +291,13 @@ public:
         if (failed_) {
             return;
         }
+        if constexpr (serialize::detail::kIsScalar<M>) {
+            if (structure_.node == nullptr) {  // no tags, no padding: just the width
+                position_ += sizeof(M);
+                total_ += sizeof(M);
+                return;
+            }
+        }
         const SerializationNode* child = nullptr;
         if (!NextChild(child)) {
             return;
@@ -347,6 +353,17 @@ public:
     void operator()(const M& member) {
         if (failed_) {
             return;
+        }
+        if constexpr (serialize::detail::kIsScalar<M>) {
+            if (structure_.node == nullptr) {
+                const auto bytes =
+                    serialize::detail::EncodeScalar(member, structure_.config->byteOrder);
+                detail::CopyFixedOrLog<sizeof(M)>(buffer_ + position_, bytes.data(),
+                                                  detail::kCopyError);
+                position_ += sizeof(M);
+                total_ += sizeof(M);
+                return;
+            }
         }
         const SerializationNode* child = nullptr;
         if (!NextChild(child)) {
