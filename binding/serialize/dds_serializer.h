@@ -141,8 +141,13 @@ struct Codec<T, std::enable_if_t<serialize::detail::kIsScalar<T>>> {
     static std::uint64_t ReadSize(const unsigned char* /*data*/, std::uint64_t length) {
         return length >= sizeof(T) ? sizeof(T) : kSizeFailure;
     }
-    static void Read(const unsigned char* data, std::uint64_t /*length*/, T& out) {
+    // Read functions check their own bounds and return the bytes taken, or kSizeFailure.
+    static std::uint64_t Read(const unsigned char* data, std::uint64_t length, T& out) {
+        if (length < sizeof(T)) {
+            return kSizeFailure;
+        }
         out = detail::LoadScalar<T>(data);
+        return sizeof(T);
     }
 };
 
@@ -170,8 +175,13 @@ struct Codec<ara::core::String> {
         }
         return count + kCountWidth;
     }
-    static void Read(const unsigned char* data, std::uint64_t /*length*/, ara::core::String& out) {
-        out.assign(reinterpret_cast<const char*>(data + kCountWidth), detail::LoadCount(data));
+    static std::uint64_t Read(const unsigned char* data, std::uint64_t length,
+                              ara::core::String& out) {
+        const std::uint64_t size = ReadSize(data, length);
+        if (size <= kSizeMax) {
+            out.assign(reinterpret_cast<const char*>(data + kCountWidth), size - kCountWidth);
+        }
+        return size;
     }
 };
 
@@ -259,40 +269,54 @@ struct Codec<std::vector<E, A>> {
         }
     }
 
-    // Expects a stream that ReadSize accepted.
-    static void Read(const unsigned char* data, std::uint64_t length, std::vector<E, A>& out) {
-        const std::uint32_t count = detail::LoadCount(data);
+    static std::uint64_t Read(const unsigned char* data, std::uint64_t length,
+                              std::vector<E, A>& out) {
         out.clear();
-        if constexpr (kBlock) {
-            out.resize(count);
-            if (count != 0 &&
-                serialize::detail::BoundedCopy(out.data(), count * sizeof(E), data + kCountWidth,
-                                               count * sizeof(E)) != 0) {
-                detail::LogRead(
-                    "GetValue(): Deserialization of sequence container failed, insufficient "
-                    "data.");
+        if constexpr (serialize::detail::kIsScalar<E>) {
+            const std::uint64_t total = ReadSize(data, length);
+            if (total > kSizeMax) {
+                return kSizeFailure;
             }
-        } else if constexpr (serialize::detail::kIsScalar<E>) {
-            out.reserve(count);
-            for (std::uint32_t i = 0; i < count; ++i) {
-                out.push_back(detail::LoadScalar<E>(data + kCountWidth + i * sizeof(E)));
-            }
-        } else {
-            std::uint64_t offset = kCountWidth;
-            out.reserve(std::min<std::uint64_t>(count, length));
-            for (std::uint32_t i = 0; i < count; ++i) {
-                const std::uint64_t size = Codec<E>::ReadSize(data + offset, length - offset);
-                if (size > length - offset) {
+            const std::uint64_t count = (total - kCountWidth) / sizeof(E);
+            if constexpr (kBlock) {
+                out.resize(count);
+                if (count != 0 &&
+                    serialize::detail::BoundedCopy(out.data(), count * sizeof(E),
+                                                   data + kCountWidth, count * sizeof(E)) != 0) {
                     detail::LogRead(
                         "GetValue(): Deserialization of sequence container failed, insufficient "
                         "data.");
-                    return;
+                    return kSizeFailure;
                 }
+            } else {
+                out.reserve(count);
+                for (std::uint64_t i = 0; i < count; ++i) {
+                    out.push_back(detail::LoadScalar<E>(data + kCountWidth + i * sizeof(E)));
+                }
+            }
+            return total;
+        } else {
+            if (length < kCountWidth) {
+                detail::LogRead(
+                    "GetValue(): Deserialization of sequence container failed, insufficient data.");
+                return kSizeFailure;
+            }
+            const std::uint32_t count = detail::LoadCount(data);
+            std::uint64_t offset = kCountWidth;
+            out.reserve(std::min<std::uint64_t>(count, length));  // each element takes a byte
+            for (std::uint32_t i = 0; i < count; ++i) {
                 E element{};
-                Codec<E>::Read(data + offset, size, element);
+                const std::uint64_t size = Codec<E>::Read(data + offset, length - offset, element);
+                if (size > length - offset || size == 0) {
+                    detail::LogRead(
+                        "GetValue(): Deserialization of sequence container failed, insufficient "
+                        "data.");
+                    return kSizeFailure;
+                }
                 out.push_back(std::move(element));
                 offset += size;
             }
+            return offset;
         }
     }
 };
@@ -359,29 +383,32 @@ struct Codec<std::map<K, V, C, A>> {
         return offset;
     }
 
-    static void Read(const unsigned char* data, std::uint64_t length, Map& out) {
-        const std::uint32_t count = detail::LoadCount(data);
+    static std::uint64_t Read(const unsigned char* data, std::uint64_t length, Map& out) {
         out.clear();
+        if (length < kCountWidth) {
+            detail::LogRead("Deserialization of associative container failed, insufficient data.");
+            return kSizeFailure;
+        }
+        const std::uint32_t count = detail::LoadCount(data);
         std::uint64_t offset = kCountWidth;
         for (std::uint32_t i = 0; i < count; ++i) {
-            const std::uint64_t keySize = Codec<K>::ReadSize(data + offset, length - offset);
+            K key{};
+            const std::uint64_t keySize = Codec<K>::Read(data + offset, length - offset, key);
             if (keySize > length - offset) {
                 detail::LogRead("Deserialization of pair failed, insufficient data.");
-                return;
-            }
-            K key{};
-            Codec<K>::Read(data + offset, keySize, key);
-            offset += keySize;
-            const std::uint64_t valueSize = Codec<V>::ReadSize(data + offset, length - offset);
-            if (valueSize > length - offset) {
-                detail::LogRead("Deserialization of pair failed, insufficient data.");
-                return;
+                return kSizeFailure;
             }
             V mapped{};
-            Codec<V>::Read(data + offset, valueSize, mapped);
-            offset += valueSize;
+            const std::uint64_t valueSize =
+                Codec<V>::Read(data + offset + keySize, length - offset - keySize, mapped);
+            if (valueSize > length - offset - keySize || keySize + valueSize == 0) {
+                detail::LogRead("Deserialization of pair failed, insufficient data.");
+                return kSizeFailure;
+            }
+            offset += keySize + valueSize;
             out.emplace(std::move(key), std::move(mapped));  // a repeated key keeps the first
         }
+        return offset;
     }
 };
 
@@ -403,9 +430,10 @@ struct Codec<T, std::enable_if_t<serialize::detail::IsRecord<T>::value>> {
         probe.enumerate(counter);
         return counter.Consumed();
     }
-    static void Read(const unsigned char* data, std::uint64_t length, T& out) {
+    static std::uint64_t Read(const unsigned char* data, std::uint64_t length, T& out) {
         DeserializingEnumerator reader(data, length, 0);
         out.enumerate(reader);
+        return reader.Offset() <= length ? reader.Offset() : kSizeFailure;
     }
 };
 
@@ -465,14 +493,16 @@ void DeserializingEnumerator::operator()(M& member) {
     } else if constexpr (serialize::detail::IsRecord<M>::value) {
         member.enumerate(*this);
     } else {
-        const std::uint64_t size =
-            offset_ >= size_ ? kSizeFailure : Codec<M>::ReadSize(data_ + offset_, size_ - offset_);
+        // Strings, vectors and maps: a member that cannot be read whole keeps its default.
+        const std::uint64_t size = offset_ > size_
+                                       ? kSizeFailure
+                                       : Codec<M>::Read(data_ + offset_, size_ - offset_, member);
         if (size > size_ - std::min(offset_, size_)) {
             detail::LogRead("Insufficient arguments from remote end");
+            member = M{};
             offset_ = size_ + 1;  // later members fail too
             return;
         }
-        Codec<M>::Read(data_ + offset_, size, member);
         offset_ += size;
     }
 }
@@ -532,10 +562,10 @@ public:
     T GetValue() {
         T value{};
         if constexpr (serialize::detail::IsRecord<T>::value) {
-            Codec<T>::Read(data_, length_, value);
+            (void)Codec<T>::Read(data_, length_, value);
         } else {
-            if (GetSize() <= kSizeMax) {
-                Codec<T>::Read(data_, size_, value);
+            if (GetSize() > kSizeMax || Codec<T>::Read(data_, size_, value) > kSizeMax) {
+                return T{};
             }
         }
         return value;
