@@ -120,6 +120,24 @@ std::array<unsigned char, sizeof(T)> EncodeScalar(const T& value, ByteOrder orde
 }
 
 template <typename T>
+T ScalarFromBits(std::uint64_t bits);
+
+// A scalar from its bytes in the given order; same result as LoadUint, with one swap.
+template <typename T>
+T DecodeScalar(const unsigned char* in, ByteOrder order) {
+    using U = std::conditional_t<
+        sizeof(T) == 1, std::uint8_t,
+        std::conditional_t<sizeof(T) == 2, std::uint16_t,
+                           std::conditional_t<sizeof(T) == 4, std::uint32_t, std::uint64_t>>>;
+    U bits{};
+    std::memcpy(&bits, in, sizeof(T));
+    if ((order == ByteOrder::kLittleEndian) != HostIsLittleEndian()) {
+        bits = ByteSwap(bits);
+    }
+    return ScalarFromBits<T>(bits);
+}
+
+template <typename T>
 std::uint64_t ScalarBits(const T& value) {
     if constexpr (std::is_same_v<T, bool>) {
         return value ? 1U : 0U;

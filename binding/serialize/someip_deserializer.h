@@ -79,8 +79,7 @@ struct Reader<T, std::enable_if_t<serialize::detail::kIsScalar<T>>> {
                 << kTag << "[actualSize=" << length << ", requiredSize=" << sizeof(T) << "]";
             return ReadResult{};
         }
-        out = serialize::detail::ScalarFromBits<T>(
-            serialize::detail::LoadUint(data, sizeof(T), detail::OrderOf(c)));
+        out = serialize::detail::DecodeScalar<T>(data, detail::OrderOf(c));
         return ReadResult{sizeof(T), 0};
     }
 };
@@ -284,6 +283,17 @@ public:
     void operator()(M& member) {
         if (failed_) {
             return;
+        }
+        if constexpr (serialize::detail::kIsScalar<M>) {
+            if (structure_.node == nullptr) {  // no padding: just the width
+                if (Reader<M>::Read(data_ + offset_, length_ - offset_, structure_, member)
+                        .Failed()) {
+                    failed_ = true;
+                    return;
+                }
+                offset_ += sizeof(M);
+                return;
+            }
         }
         const SerializationNode* child = nullptr;
         if (structure_.node != nullptr) {
