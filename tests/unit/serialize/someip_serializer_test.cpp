@@ -153,6 +153,37 @@ TEST_F(SomeipSerializerTest, TlvKnownAnswersStaticAndDynamic) {
     EXPECT_EQ(Write(value, SerializeConfig{}, ListenerTlvNode(true)), dynamicWidth);
 }
 
+TEST_F(SomeipSerializerTest, NestedTlvKnownAnswers) {
+    const LatencySwitch value{LatencyMode::kOn, SmallIndex()};
+    const Bytes staticWidth = {
+        0x00, 0x01, 0x01,                                // mode: wire type 0, id 1
+        0x40, 0x02, 0x00, 0x00, 0x00, 0x20,              // index: wire type 4, 32 bytes
+        0x40, 0x01, 0x00, 0x00, 0x00, 0x02, 0x00, 0x01,  //   drivers: SOMEIP
+        0x10, 0x02, 0x12, 0x34,                          //   serviceId: wire type 1
+        0x10, 0x03, 0x00, 0x01,                          //   instanceId
+        0x40, 0x04, 0x00, 0x00, 0x00, 0x06,              //   topicName
+        0xEF, 0xBB, 0xBF, 'a',  'b',  0x00,              //
+        0x10, 0x05, 0x80, 0x02,                          //   eventId
+    };
+    const auto staticNode =
+        BuildRootNode<LatencySwitch>(NodeStyle{0, ByteOrder::kBigEndian, true, false, 4, 0, false});
+    EXPECT_EQ(Write(value, SerializeConfig{}, staticNode), staticWidth);
+
+    const Bytes dynamicWidth = {
+        0x00, 0x01, 0x01,                    // mode
+        0x50, 0x02, 0x1A,                    // index: wire type 5, 26 bytes
+        0x50, 0x01, 0x02, 0x00, 0x01,        //   drivers
+        0x10, 0x02, 0x12, 0x34,              //   serviceId
+        0x10, 0x03, 0x00, 0x01,              //   instanceId
+        0x50, 0x04, 0x06,                    //   topicName
+        0xEF, 0xBB, 0xBF, 'a',  'b',  0x00,  //
+        0x10, 0x05, 0x80, 0x02,              //   eventId
+    };
+    const auto dynamicNode =
+        BuildRootNode<LatencySwitch>(NodeStyle{0, ByteOrder::kBigEndian, true, true, 4, 0, false});
+    EXPECT_EQ(Write(value, SerializeConfig{}, dynamicNode), dynamicWidth);
+}
+
 TEST_F(SomeipSerializerTest, TlvMembersInAnotherOrderUnknownIdsAndAbsentMembers) {
     const Bytes stream = {
         0x20, 0x03, 0x00, 0x00, 0x00, 0x02,              // readerPid first
