@@ -298,6 +298,16 @@ public:
                 return;
             }
         }
+        if (structure_.node == nullptr) {  // no tags, no child nodes
+            const Layout layout = Writer<M>::Measure(
+                member, ValueContext{structure_.config, nullptr, position_, false});
+            if (!detail::AddSize(total_, layout.size)) {
+                failed_ = true;
+                return;
+            }
+            position_ += layout.size;
+            return;
+        }
         const SerializationNode* child = nullptr;
         if (!NextChild(child)) {
             return;
@@ -364,6 +374,17 @@ public:
                 total_ += sizeof(M);
                 return;
             }
+        }
+        if (structure_.node == nullptr) {
+            const Layout layout = Writer<M>::Write(
+                member, ValueContext{structure_.config, nullptr, position_, false}, buffer_);
+            if (layout.size > kSizeMax) {
+                failed_ = true;
+                return;
+            }
+            position_ += layout.size;
+            total_ += layout.size;
+            return;
         }
         const SerializationNode* child = nullptr;
         if (!NextChild(child)) {
