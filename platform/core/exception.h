@@ -2,7 +2,6 @@
 #define PLATFORM_CORE_EXCEPTION_H
 
 #include <exception>
-#include <utility>
 
 #include "platform/core/error_code.h"
 
@@ -11,7 +10,7 @@ namespace ara::core {
 // Base of the domains' exceptions; what() is the domain's Message of the code.
 class Exception : public std::exception {
 public:
-    explicit Exception(ErrorCode err) noexcept : error_(std::move(err)) {}
+    explicit Exception(ErrorCode err) noexcept : error_(err) {}
 
     const ErrorCode& Error() const noexcept { return error_; }
     const char* what() const noexcept override { return error_.Domain().Message(error_.Value()); }

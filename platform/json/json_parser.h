@@ -31,10 +31,16 @@ public:
 
     // The string, or empty when this is not a string.
     String GetString() const;
-    bool GetBool() const noexcept { return IsBool() && node_->get<bool>(); }
+    bool GetBool() const noexcept {
+        const auto* value =
+            node_ != nullptr ? node_->get_ptr<const nlohmann::json::boolean_t*>() : nullptr;
+        return value != nullptr && *value;
+    }
     // The number, or 0 when this is not a non-negative integer.
     std::uint64_t GetUint64() const noexcept {
-        return IsUint64() ? node_->get<std::uint64_t>() : 0U;
+        const auto* value =
+            node_ != nullptr ? node_->get_ptr<const nlohmann::json::number_unsigned_t*>() : nullptr;
+        return value != nullptr ? *value : 0U;
     }
 
     // Elements of an array, members of an object; 0 for anything else.
@@ -57,7 +63,7 @@ public:
     // the stack.
     static constexpr std::size_t kMaxDepth = 256;
     // Files larger than this are treated as unreadable.
-    static constexpr std::size_t kMaxFileSize = 64U * 1024U * 1024U;
+    static constexpr std::size_t kMaxFileSize = std::size_t{64} * 1024 * 1024;
 
     // The whole text of a regular file, or the empty string when it cannot be read (missing,
     // not a regular file, unreadable, larger than kMaxFileSize). An empty file and a missing
