@@ -3,19 +3,16 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "tests/support/memory_log.h"
 #include "tests/support/process.h"
 #include "tests/unit/registry/registry_builders.h"
 
 namespace {
 
 using namespace vesk::wardend;  // NOLINT(google-build-using-namespace): the records under test
-using wardend::test::FreshServiceId;
 using wardend::test::LogLevel;
 using wardend::test::MakeDeadPid;
-using wardend::test::MemoryLogTest;
 
-class E2EInfoManageTest : public MemoryLogTest {
+class E2EInfoManageTest : public wardend::test::RegistryTest {
 protected:
     EventE2EInfo Declaration(DriverType driver, std::uint32_t dataId,
                              E2EProfile profile = E2EProfile::kProfile4) const {
@@ -41,11 +38,17 @@ protected:
     E2EEventEntry DdsEntry() const { return sut_->DdsEntries().at(DdsE2EKey{service_, 2, "t"}); }
     bool HasDdsEntry() const { return sut_->DdsEntries().count(DdsE2EKey{service_, 2, "t"}) != 0; }
 
+    NodeRegisterInfo Node(const String& name, std::vector<EventE2EInfo> declarations) const {
+        NodeRegisterInfo node;
+        node.nodeName = name;
+        node.pid = self_;
+        node.infoKind = 1;
+        node.e2eList.eventE2EInfos = std::move(declarations);
+        return node;
+    }
+
     std::shared_ptr<E2EInfoManage> sut_ = E2EInfoManage::GetInstance();
-    const std::uint16_t service_ = FreshServiceId();
-    const std::int32_t self_ = getpid();
     const std::int32_t parent_ = getppid();
-    const String svc_ = std::to_string(service_);
 };
 
 TEST_F(E2EInfoManageTest, TheNewestDeclarationWinsForAllSubNodes) {
@@ -111,11 +114,8 @@ TEST_F(E2EInfoManageTest, AQueryClearsADeadOnlySubNodeAndFindsNothing) {
 }
 
 TEST_F(E2EInfoManageTest, AnUnprotectedDeclarationLeavesNoTrace) {
-    NodeRegisterInfo node;
-    node.nodeName = "plain";
-    node.pid = self_;
-    node.infoKind = 1;
-    node.e2eList.eventE2EInfos = {Declaration(DriverType::DDS, 5, E2EProfile::kNone)};
+    const NodeRegisterInfo node =
+        Node("plain", {Declaration(DriverType::DDS, 5, E2EProfile::kNone)});
     sut_->RegisterNodeE2EInfo(node);
     EXPECT_FALSE(HasDdsEntry());
 
@@ -127,18 +127,14 @@ TEST_F(E2EInfoManageTest, AnUnprotectedDeclarationLeavesNoTrace) {
     event.topicName = "t";
     event.e2eConfig.profile = E2EProfile::kNone;
     sut_->UpdateDdsEventE2EInfo("plainEvent", self_, event);
-    EXPECT_EQ(DdsEntry().subNodes.size(), 1U);
-    EXPECT_EQ(DdsEntry().info.e2eConfig.dataIdList, std::vector<std::uint32_t>{1});
+    const E2EEventEntry entry = DdsEntry();
+    EXPECT_EQ(entry.subNodes.size(), 1U);
+    EXPECT_EQ(entry.info.e2eConfig.dataIdList, std::vector<std::uint32_t>{1});
 }
 
 TEST_F(E2EInfoManageTest, DriversAreSeparateEntriesAndTheSomeipQueryLineHasNoBracket) {
-    NodeRegisterInfo node;
-    node.nodeName = "twoDrivers";
-    node.pid = self_;
-    node.infoKind = 1;
-    node.e2eList.eventE2EInfos = {Declaration(DriverType::DDS, 1),
-                                  Declaration(DriverType::SOMEIP, 2)};
-    sut_->RegisterNodeE2EInfo(node);
+    sut_->RegisterNodeE2EInfo(
+        Node("twoDrivers", {Declaration(DriverType::DDS, 1), Declaration(DriverType::SOMEIP, 2)}));
     EXPECT_TRUE(HasDdsEntry());
     EXPECT_EQ(sut_->SomeipEntries().count(SomeipE2EKey{service_, 2, 9}), 1U);
 

@@ -4,25 +4,22 @@
 #include <unistd.h>
 
 #include "registry/event_info_manage.h"
-#include "tests/support/memory_log.h"
 #include "tests/unit/registry/registry_builders.h"
 
 namespace {
 
 using namespace vesk::wardend;  // NOLINT(google-build-using-namespace): the records under test
 using wardend::test::Event;
-using wardend::test::EventSpec;
-using wardend::test::FreshServiceId;
+using wardend::test::EventShape;
 using wardend::test::LogLevel;
-using wardend::test::MemoryLogTest;
 
 constexpr auto kMode1 = static_cast<LatencyMode>(1);
 constexpr auto kMode2 = static_cast<LatencyMode>(2);
 
-class EventLatencyManageTest : public MemoryLogTest {
+class EventLatencyManageTest : public wardend::test::RegistryTest {
 protected:
     void SetUp() override {
-        MemoryLogTest::SetUp();
+        RegistryTest::SetUp();
         sut_.SetLatencySwitchSender(
             [this](const std::shared_ptr<WardendAppSkeleton>&, const LatencySwitch& sent) {
                 sent_.push_back(sent);
@@ -31,7 +28,7 @@ protected:
     }
     void TearDown() override {
         sut_.SetLatencySwitchSender(nullptr);
-        MemoryLogTest::TearDown();
+        RegistryTest::TearDown();
     }
 
     LatencyIndex Index(std::vector<DriverType> drivers) const {
@@ -62,18 +59,12 @@ protected:
         info.result = LatencyResult{value, value, value};
         return info;
     }
-    EventSpec Spec(const std::string& app) const {
-        EventSpec spec;
-        spec.app = app;
-        spec.type = "LatType";
-        spec.pid = getpid();
-        spec.serviceId = service_;
-        return spec;
+    EventRegisterInfo Registration(const std::string& app, bool dds, bool someip) const {
+        return Event(EventShape{app, "LatType", self_, service_}, dds, someip);
     }
     using Modes = std::map<String, LatencyMode>;
 
     EventLatencyManage& sut_ = EventLatencyManage::GetInstance();
-    const std::uint16_t service_ = FreshServiceId();
     std::vector<LatencySwitch> sent_;
 };
 
@@ -84,16 +75,15 @@ TEST_F(EventLatencyManageTest, ASwitchBeforeAnyAcknowledgementListsNobody) {
     const LatencyModes modes = sut_.QueryLatencyStatus(Index({DriverType::DDS}));
     EXPECT_TRUE(modes.pubModes.empty());
     EXPECT_TRUE(modes.subModes.empty());
-    EXPECT_TRUE(Logged(LogLevel::kInfo, "Query latency mode status, serviceId " +
-                                            std::to_string(service_) +
+    EXPECT_TRUE(Logged(LogLevel::kInfo, "Query latency mode status, serviceId " + svc_ +
                                             " instanceId 1topicName is topic eventId is 7"));
 }
 
 TEST_F(EventLatencyManageTest, WithoutASwitchEveryoneTheRegistryKnowsIsInMode1) {
     auto& events = EventInfoManage::GetInstance();
-    ASSERT_TRUE(events.RegisterEventInfo(Event(Spec("latPub"), true, true), true));
-    ASSERT_TRUE(events.RegisterEventInfo(Event(Spec("latSubA"), true, false), false));
-    ASSERT_TRUE(events.RegisterEventInfo(Event(Spec("latSubB"), false, true), false));
+    ASSERT_TRUE(events.RegisterEventInfo(Registration("latPub", true, true), true));
+    ASSERT_TRUE(events.RegisterEventInfo(Registration("latSubA", true, false), false));
+    ASSERT_TRUE(events.RegisterEventInfo(Registration("latSubB", false, true), false));
     const LatencyModes modes =
         sut_.QueryLatencyStatus(Index({DriverType::DDS, DriverType::SOMEIP}));
     EXPECT_EQ(modes.pubModes, (Modes{{"latPub", kMode1}}));
@@ -107,8 +97,7 @@ TEST_F(EventLatencyManageTest, AcknowledgementsAndTheDuplicatePubLine) {
 
     sut_.SwitchLatencyMode(nullptr, Switch({DriverType::DDS}));
     sut_.UpdateLatencyStatus(Ack("ackPub", true, kMode2));
-    EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend receive app latency ack info, service id " +
-                                            std::to_string(service_) +
+    EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend receive app latency ack info, service id " + svc_ +
                                             " instanceId 1 topicName topic eventId 7"));
     const std::string first =
         "Wardend has new duplicate pub, older pub name is , will be replace to be ackPub";
@@ -129,14 +118,14 @@ TEST_F(EventLatencyManageTest, AcknowledgementsAndTheDuplicatePubLine) {
 
 TEST_F(EventLatencyManageTest, AStatusQueryReconcilesWithTheRegistry) {
     auto& events = EventInfoManage::GetInstance();
-    ASSERT_TRUE(events.RegisterEventInfo(Event(Spec("regPub"), false, true), true));
-    ASSERT_TRUE(events.RegisterEventInfo(Event(Spec("stays"), false, true), false));
-    ASSERT_TRUE(events.RegisterEventInfo(Event(Spec("leaves"), false, true), false));
+    ASSERT_TRUE(events.RegisterEventInfo(Registration("regPub", false, true), true));
+    ASSERT_TRUE(events.RegisterEventInfo(Registration("stays", false, true), false));
+    ASSERT_TRUE(events.RegisterEventInfo(Registration("leaves", false, true), false));
     sut_.SwitchLatencyMode(nullptr, Switch({DriverType::SOMEIP}));
     sut_.UpdateLatencyStatus(Ack("ackedPub", true, kMode2, {DriverType::SOMEIP}));
     sut_.UpdateLatencyStatus(Ack("stays", false, kMode2, {DriverType::SOMEIP}));
     sut_.UpdateLatencyStatus(Ack("leaves", false, kMode2, {DriverType::SOMEIP}));
-    ASSERT_TRUE(events.UnregisterEventInfo(Event(Spec("leaves"), false, true), false));
+    ASSERT_TRUE(events.UnregisterEventInfo(Registration("leaves", false, true), false));
 
     const LatencyModes modes = sut_.QueryLatencyStatus(Index({DriverType::SOMEIP}));
     // The registry's publisher takes the place and inherits the acknowledged mode.
@@ -152,13 +141,46 @@ TEST_F(EventLatencyManageTest, AStatusQueryReconcilesWithTheRegistry) {
 }
 
 TEST_F(EventLatencyManageTest, ResultsOverAPeriod) {
-    sut_.RecordLatencyResult(Report("reporter", 10, DriverType::DDS));
-    sut_.RecordLatencyResult(Report("reporter", 30, DriverType::DDS));
+    const std::uint64_t big = ~std::uint64_t{0} - 1;
+    const std::vector<DriverType> dds{DriverType::DDS};
+    const std::vector<DriverType> ddsFirst{DriverType::DDS, DriverType::SOMEIP};
+    const std::vector<DriverType> someipFirst{DriverType::SOMEIP, DriverType::DDS};
+    const struct {
+        const char* app;
+        std::vector<std::pair<DriverType, std::uint64_t>> samples;
+        std::uint16_t period;
+        std::vector<DriverType> drivers;
+        std::map<String, LatencyResult> expected;
+    } cases[] = {
+        // Period 0: every sample is outside the span.
+        {"reporter", {{DriverType::DDS, 10}, {DriverType::DDS, 30}}, 0, dds, {}},
+        {"reporter", {}, 60, dds, {{"reporter", LatencyResult{20, 30, 10}}}},
+        {"big",
+         {{DriverType::DDS, big}, {DriverType::DDS, big}},
+         60,
+         dds,
+         {{"big", {big, big, big}}}},
+        // Both drivers in one query give the first driver's result.
+        {"twoWays",
+         {{DriverType::DDS, 10}, {DriverType::SOMEIP, 20}},
+         60,
+         someipFirst,
+         {{"twoWays", {20, 20, 20}}}},
+        {"twoWays", {}, 60, ddsFirst, {{"twoWays", {10, 10, 10}}}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.app);
+        for (const auto& [driver, value] : c.samples) {
+            sut_.RecordLatencyResult(Report(c.app, value, driver));
+        }
+        const auto answer = sut_.QueryLatencyResult(LatencyQueryInfo{c.period, Index(c.drivers)});
+        if (c.expected.empty()) {
+            EXPECT_TRUE(answer.empty());
+        } else {
+            EXPECT_EQ(answer.at(c.app), c.expected.at(c.app));
+        }
+    }
     EXPECT_TRUE(Logged(LogLevel::kVerbose, "Receive latency result of applicationNamereporter"));
-    // Period 0: every sample is outside the span.
-    EXPECT_TRUE(sut_.QueryLatencyResult(LatencyQueryInfo{0, Index({DriverType::DDS})}).empty());
-    const auto answer = sut_.QueryLatencyResult(LatencyQueryInfo{60, Index({DriverType::DDS})});
-    EXPECT_EQ(answer, (std::map<String, LatencyResult>{{"reporter", LatencyResult{20, 30, 10}}}));
 }
 
 TEST_F(EventLatencyManageTest, The3602ndSampleReplacesTheOldest) {
@@ -171,30 +193,11 @@ TEST_F(EventLatencyManageTest, The3602ndSampleReplacesTheOldest) {
     EXPECT_EQ(answer.at("many"), (LatencyResult{1802, 3602, 2}));
 }
 
-TEST_F(EventLatencyManageTest, LargeSamplesAverageWithoutWrapping) {
-    const std::uint64_t big = ~std::uint64_t{0} - 1;
-    sut_.RecordLatencyResult(Report("big", big, DriverType::DDS));
-    sut_.RecordLatencyResult(Report("big", big, DriverType::DDS));
-    const auto answer = sut_.QueryLatencyResult(LatencyQueryInfo{60, Index({DriverType::DDS})});
-    EXPECT_EQ(answer.at("big").average, big);
-}
-
-TEST_F(EventLatencyManageTest, BothDriversInOneQueryGiveTheFirstDriversResult) {
-    sut_.RecordLatencyResult(Report("twoWays", 10, DriverType::DDS));
-    sut_.RecordLatencyResult(Report("twoWays", 20, DriverType::SOMEIP));
-    const auto someipFirst =
-        sut_.QueryLatencyResult(LatencyQueryInfo{60, Index({DriverType::SOMEIP, DriverType::DDS})});
-    EXPECT_EQ(someipFirst.at("twoWays").average, 20U);
-    const auto ddsFirst =
-        sut_.QueryLatencyResult(LatencyQueryInfo{60, Index({DriverType::DDS, DriverType::SOMEIP})});
-    EXPECT_EQ(ddsFirst.at("twoWays").average, 10U);
-}
-
 TEST_F(EventLatencyManageTest, ALateSubscriberGetsTheSwitchThroughTheHandler) {
     sut_.SwitchLatencyMode(nullptr, Switch({DriverType::DDS, DriverType::SOMEIP}));
     sent_.clear();
     ASSERT_TRUE(EventInfoManage::GetInstance().RegisterEventInfo(
-        Event(Spec("lateSub"), false, true), false));
+        Registration("lateSub", false, true), false));
     ASSERT_EQ(sent_.size(), 1U);
     LatencySwitch expected;
     expected.mode = kMode2;

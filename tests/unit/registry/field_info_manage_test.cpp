@@ -3,18 +3,15 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "tests/support/memory_log.h"
 #include "tests/unit/registry/registry_builders.h"
 
 namespace {
 
 using namespace vesk::wardend;  // NOLINT(google-build-using-namespace): the records under test
 using wardend::test::Field;
-using wardend::test::FreshServiceId;
 using wardend::test::LogLevel;
-using wardend::test::MemoryLogTest;
 
-class FieldInfoManageTest : public MemoryLogTest {
+class FieldInfoManageTest : public wardend::test::RegistryTest {
 protected:
     FieldRegisterInfo Dds(const std::string& app, std::uint16_t instance,
                           const std::string& name = "/f") const {
@@ -25,8 +22,7 @@ protected:
     }
 
     FieldInfoManage& sut_ = FieldInfoManage::GetInstance();
-    const std::string type_ = "Field" + std::to_string(FreshServiceId());
-    const std::int32_t self_ = getpid();
+    const std::string type_ = "Field" + svc_;
 };
 
 TEST_F(FieldInfoManageTest, AnEmptyDriverMapChangesNothing) {

@@ -19,49 +19,45 @@ protected:
     NodeInfoManage& sut_ = NodeInfoManage::GetInstance();
 };
 
-TEST_F(NodeInfoManageTest, RegisteringANewNodeStoresItsPid) {
-    EXPECT_TRUE(sut_.UpdateNodeInfo("nodeNew", 123, true));
-    EXPECT_EQ(sut_.Nodes().at("nodeNew"), 123);
-    EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend register nodeinfo --- nodeNew"));
-    EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend new node nodeNew123 register succeeded"))
-        << LogDump();
-}
-
-TEST_F(NodeInfoManageTest, RegisteringAgainWithTheSamePidKeepsTheEntry) {
-    ASSERT_TRUE(sut_.UpdateNodeInfo("nodeSame", 55, true));
-    EXPECT_TRUE(sut_.UpdateNodeInfo("nodeSame", 55, true));
-    EXPECT_EQ(sut_.Nodes().at("nodeSame"), 55);
-    EXPECT_TRUE(Logged(LogLevel::kInfo,
-                       "Wardend register node nodeSame55 repeated, cover old noderegisterinfo."));
-}
-
-TEST_F(NodeInfoManageTest, ANewPidReplacesTheOldAndTheLineShowsTheNewTwice) {
-    ASSERT_TRUE(sut_.UpdateNodeInfo("nodeMoved", 100, true));
-    EXPECT_TRUE(sut_.UpdateNodeInfo("nodeMoved", 200, true));
-    EXPECT_EQ(sut_.Nodes().count("nodeMoved"), 1U);
-    EXPECT_EQ(sut_.Nodes().at("nodeMoved"), 200);
-    EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend node nodeMoved200 update to 200")) << LogDump();
-}
-
-TEST_F(NodeInfoManageTest, UnregisteringAnUnknownNodeFails) {
-    EXPECT_FALSE(sut_.UpdateNodeInfo("nodeNever", 1, false));
-    EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend unregister nodeinfo --- nodeNever"));
-    EXPECT_TRUE(Logged(LogLevel::kWarn, "Wardend unregister node does not exist"));
-}
-
-TEST_F(NodeInfoManageTest, UnregisteringWithTheStoredPidRemovesTheNode) {
-    ASSERT_TRUE(sut_.UpdateNodeInfo("nodeGone", 9, true));
-    EXPECT_TRUE(sut_.UpdateNodeInfo("nodeGone", 9, false));
-    EXPECT_EQ(sut_.Nodes().count("nodeGone"), 0U);
-    EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend node nodeGone is removed successfully"));
-}
-
-TEST_F(NodeInfoManageTest, UnregisteringWithAnotherPidStillRemovesTheNode) {
-    ASSERT_TRUE(sut_.UpdateNodeInfo("nodeOther", 9, true));
-    EXPECT_TRUE(sut_.UpdateNodeInfo("nodeOther", 10, false));
-    EXPECT_EQ(sut_.Nodes().count("nodeOther"), 0U);
-    EXPECT_TRUE(Logged(LogLevel::kWarn,
-                       "Pid in nodeOther is different from that stored in NodeInfoManage"));
+// Each node name walks one path; the table and the log lines tell the paths apart.
+TEST_F(NodeInfoManageTest, RegisterUpdateAndUnregisterPaths) {
+    const struct {
+        const char* node;
+        std::int32_t pid;
+        bool isRegister;
+        bool result;
+    } steps[] = {
+        {"nodeNew", 123, true, true},   {"nodeSame", 55, true, true},
+        {"nodeSame", 55, true, true},   {"nodeMoved", 100, true, true},
+        {"nodeMoved", 200, true, true}, {"nodeNever", 1, false, false},
+        {"nodeGone", 9, true, true},    {"nodeGone", 9, false, true},
+        {"nodeOther", 9, true, true},   {"nodeOther", 10, false, true},
+    };
+    for (const auto& s : steps) {
+        EXPECT_EQ(sut_.UpdateNodeInfo(s.node, s.pid, s.isRegister), s.result) << s.node;
+    }
+    const auto nodes = sut_.Nodes();
+    EXPECT_EQ(nodes.at("nodeNew"), 123);
+    EXPECT_EQ(nodes.at("nodeSame"), 55);
+    EXPECT_EQ(nodes.at("nodeMoved"), 200);
+    // Unregistering with another pid still removes the node.
+    for (const char* gone : {"nodeNever", "nodeGone", "nodeOther"}) {
+        EXPECT_EQ(nodes.count(gone), 0U) << gone;
+    }
+    const std::pair<LogLevel, const char*> lines[] = {
+        {LogLevel::kInfo, "Wardend register nodeinfo --- nodeNew"},
+        {LogLevel::kInfo, "Wardend new node nodeNew123 register succeeded"},
+        {LogLevel::kInfo, "Wardend register node nodeSame55 repeated, cover old noderegisterinfo."},
+        // The new pid shows twice.
+        {LogLevel::kInfo, "Wardend node nodeMoved200 update to 200"},
+        {LogLevel::kInfo, "Wardend unregister nodeinfo --- nodeNever"},
+        {LogLevel::kWarn, "Wardend unregister node does not exist"},
+        {LogLevel::kInfo, "Wardend node nodeGone is removed successfully"},
+        {LogLevel::kWarn, "Pid in nodeOther is different from that stored in NodeInfoManage"},
+    };
+    for (const auto& [level, text] : lines) {
+        EXPECT_TRUE(Logged(level, text)) << text << "\n" << LogDump();
+    }
     EXPECT_FALSE(Logged(LogLevel::kInfo, "Wardend node nodeOther is removed successfully"));
 }
 

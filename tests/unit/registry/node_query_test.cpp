@@ -5,7 +5,6 @@
 #include "registry/field_info_manage.h"
 #include "registry/method_info_manage.h"
 #include "registry/node_info_manage.h"
-#include "tests/support/memory_log.h"
 #include "tests/support/process.h"
 #include "tests/unit/registry/registry_builders.h"
 
@@ -13,16 +12,14 @@ namespace {
 
 using namespace vesk::wardend;  // NOLINT(google-build-using-namespace): the records under test
 using wardend::test::Event;
-using wardend::test::EventSpec;
+using wardend::test::EventShape;
 using wardend::test::Field;
-using wardend::test::FreshServiceId;
 using wardend::test::LogLevel;
 using wardend::test::MakeDeadPid;
-using wardend::test::MemoryLogTest;
 using wardend::test::Method;
-using wardend::test::MethodSpec;
+using wardend::test::MethodShape;
 
-class NodeQueryTest : public MemoryLogTest {
+class NodeQueryTest : public wardend::test::RegistryTest {
 protected:
     static const NodeInfo* Row(const std::vector<NodeInfo>& rows, const String& name) {
         for (const auto& row : rows) {
@@ -34,32 +31,22 @@ protected:
     }
 
     NodeInfoManage& sut_ = NodeInfoManage::GetInstance();
-    const std::uint16_t service_ = FreshServiceId();
-    const std::int32_t self_ = getpid();
 };
 
 TEST_F(NodeQueryTest, ANodeAnswersWithEveryListAndUniqueServiceInstances) {
-    EventSpec pub;
-    pub.app = "fullNode";
-    pub.type = "PubType";
-    pub.pid = self_;
-    pub.serviceId = service_;
-    pub.shortName = "/svc/a";
-    ASSERT_TRUE(EventInfoManage::GetInstance().RegisterEventInfo(Event(pub, true, false), true));
-    EventSpec sub = pub;
-    sub.type = "SubType";
-    sub.instanceId = 2;
-    sub.shortName = "/svc/b";
-    ASSERT_TRUE(EventInfoManage::GetInstance().RegisterEventInfo(Event(sub, false, true), false));
-    MethodSpec method;
-    method.app = "fullNode";
-    method.name = "Method";
-    method.pid = self_;
-    method.serviceId = service_;
+    auto& events = EventInfoManage::GetInstance();
+    EventShape event{"fullNode", "PubType", self_, service_};
+    event.shortName = "/svc/a";
+    ASSERT_TRUE(events.RegisterEventInfo(Event(event, true, false), true));
+    event.type = "SubType";
+    event.instanceId = 2;
+    event.shortName = "/svc/b";
+    ASSERT_TRUE(events.RegisterEventInfo(Event(event, false, true), false));
+    MethodShape method{"fullNode", "Method", self_, service_};
     method.shortName = "/svc/a";
     ASSERT_TRUE(
         MethodInfoManage::GetInstance().RegisterMethodInfo(Method(method, true, false), true));
-    const String fieldType = "NodeField" + std::to_string(service_);
+    const String fieldType = "NodeField" + svc_;
     ASSERT_TRUE(FieldInfoManage::GetInstance().RegisterFieldInfo(
         Field("fullNode", fieldType, self_, 1, {{DriverType::SOMEIP, "/svc/c"}}), true));
 
@@ -79,12 +66,8 @@ TEST_F(NodeQueryTest, ANodeAnswersWithEveryListAndUniqueServiceInstances) {
 
 TEST_F(NodeQueryTest, AllGivesLiveNamesOnlyAndANodeNamedAllCannotBeAskedFor) {
     ASSERT_TRUE(sut_.UpdateNodeInfo("ALL", self_, true));
-    EventSpec spec;
-    spec.app = "ALL";
-    spec.type = "AllType";
-    spec.pid = self_;
-    spec.serviceId = service_;
-    ASSERT_TRUE(EventInfoManage::GetInstance().RegisterEventInfo(Event(spec, true, false), true));
+    const EventShape shape{"ALL", "AllType", self_, service_};
+    ASSERT_TRUE(EventInfoManage::GetInstance().RegisterEventInfo(Event(shape, true, false), true));
     ASSERT_TRUE(sut_.UpdateNodeInfo("deadForAll", MakeDeadPid(), true));
 
     const auto rows = sut_.QueryNodeInfo("ALL");
@@ -111,7 +94,7 @@ TEST_F(NodeQueryTest, ADeadNodeIsGoneUntilItsNameComesBackWithANewPid) {
 
 // The field registry has no liveness check: only the pid test hides the old server.
 TEST_F(NodeQueryTest, AFieldOfADeadServerIsNotShownForANewProcessOfTheName) {
-    const String fieldType = "DeadField" + std::to_string(service_);
+    const String fieldType = "DeadField" + svc_;
     ASSERT_TRUE(FieldInfoManage::GetInstance().RegisterFieldInfo(
         Field("reborn", fieldType, MakeDeadPid(), 1, {{DriverType::DDS, "/f"}}), true));
     ASSERT_TRUE(sut_.UpdateNodeInfo("reborn", self_, true));

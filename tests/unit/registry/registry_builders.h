@@ -1,20 +1,22 @@
 #ifndef TESTS_UNIT_REGISTRY_REGISTRY_BUILDERS_H
 #define TESTS_UNIT_REGISTRY_REGISTRY_BUILDERS_H
 
+#include <unistd.h>
+
 #include <atomic>
 #include <cstdint>
 #include <string>
+#include <utility>
 
 #include "records/wardend_records.h"
+#include "tests/support/memory_log.h"
 
 namespace wardend::test {
 
 using vesk::wardend::DriverType;
 using vesk::wardend::E2EProfile;
-using vesk::wardend::EventInfo;
 using vesk::wardend::EventRegisterInfo;
 using vesk::wardend::FieldRegisterInfo;
-using vesk::wardend::MethodInfo;
 using vesk::wardend::MethodRegisterInfo;
 
 // The registries are process-wide singletons: each test takes service ids of its own.
@@ -23,7 +25,11 @@ inline std::uint16_t FreshServiceId() {
     return next += 10;
 }
 
-struct EventSpec {
+struct EventShape {
+    explicit EventShape(std::string appName = {}, std::string eventType = {},
+                        std::int32_t appPid = 0, std::uint16_t service = 0)
+        : app(std::move(appName)), type(std::move(eventType)), pid(appPid), serviceId(service) {}
+
     std::string app;
     std::string type;
     std::int32_t pid{};
@@ -35,43 +41,37 @@ struct EventSpec {
     E2EProfile profile{E2EProfile::kNone};
 };
 
-inline EventInfo DdsEntry(const EventSpec& spec) {
-    EventInfo entry;
-    entry.dds.serviceId = spec.serviceId;
-    entry.dds.instanceId = spec.instanceId;
-    entry.dds.topicName = spec.topic;
-    entry.dds.instanceShortName = spec.shortName;
-    entry.dds.e2eConfig.profile = spec.profile;
-    return entry;
-}
-
-inline EventInfo SomeipEntry(const EventSpec& spec) {
-    EventInfo entry;
-    entry.someip.serviceId = spec.serviceId;
-    entry.someip.instanceId = spec.instanceId;
-    entry.someip.eventId = spec.eventId;
-    entry.someip.instanceShortName = spec.shortName;
-    entry.someip.e2eConfig.profile = spec.profile;
-    return entry;
-}
-
-inline EventRegisterInfo Event(const EventSpec& spec, bool dds, bool someip) {
+inline EventRegisterInfo Event(const EventShape& shape, bool dds, bool someip) {
     EventRegisterInfo info;
-    info.appName = spec.app;
-    info.eventType = spec.type;
-    info.text = spec.type;
-    info.pid = spec.pid;
+    info.appName = shape.app;
+    info.eventType = shape.type;
+    info.text = shape.type;
+    info.pid = shape.pid;
     info.isRegister = true;
     if (dds) {
-        info.eventMap_[DriverType::DDS] = DdsEntry(spec);
+        auto& entry = info.eventMap_[DriverType::DDS].dds;
+        entry.serviceId = shape.serviceId;
+        entry.instanceId = shape.instanceId;
+        entry.topicName = shape.topic;
+        entry.instanceShortName = shape.shortName;
+        entry.e2eConfig.profile = shape.profile;
     }
     if (someip) {
-        info.eventMap_[DriverType::SOMEIP] = SomeipEntry(spec);
+        auto& entry = info.eventMap_[DriverType::SOMEIP].someip;
+        entry.serviceId = shape.serviceId;
+        entry.instanceId = shape.instanceId;
+        entry.eventId = shape.eventId;
+        entry.instanceShortName = shape.shortName;
+        entry.e2eConfig.profile = shape.profile;
     }
     return info;
 }
 
-struct MethodSpec {
+struct MethodShape {
+    explicit MethodShape(std::string appName = {}, std::string methodName = {},
+                         std::int32_t appPid = 0, std::uint16_t service = 0)
+        : app(std::move(appName)), name(std::move(methodName)), pid(appPid), serviceId(service) {}
+
     std::string app;
     std::string name;
     std::int32_t pid{};
@@ -81,27 +81,25 @@ struct MethodSpec {
     std::string shortName;
 };
 
-inline MethodRegisterInfo Method(const MethodSpec& spec, bool dds, bool someip) {
+inline MethodRegisterInfo Method(const MethodShape& shape, bool dds, bool someip) {
     MethodRegisterInfo info;
-    info.appName = spec.app;
-    info.name = spec.name;
-    info.pid = spec.pid;
-    info.serviceId = spec.serviceId;
-    info.instanceId = spec.instanceId;
+    info.appName = shape.app;
+    info.name = shape.name;
+    info.pid = shape.pid;
+    info.serviceId = shape.serviceId;
+    info.instanceId = shape.instanceId;
     info.isRegister = true;
     if (dds) {
-        MethodInfo entry;
-        entry.dds.text = "m";
-        entry.dds.requestTopicName = "req";
-        entry.dds.replyTopicName = "rep";
-        entry.dds.instanceShortName = spec.shortName;
-        info.methodMap_[DriverType::DDS] = entry;
+        auto& entry = info.methodMap_[DriverType::DDS].dds;
+        entry.text = "m";
+        entry.requestTopicName = "req";
+        entry.replyTopicName = "rep";
+        entry.instanceShortName = shape.shortName;
     }
     if (someip) {
-        MethodInfo entry;
-        entry.someip.methodId = spec.methodId;
-        entry.someip.instanceShortName = spec.shortName;
-        info.methodMap_[DriverType::SOMEIP] = entry;
+        auto& entry = info.methodMap_[DriverType::SOMEIP].someip;
+        entry.methodId = shape.methodId;
+        entry.instanceShortName = shape.shortName;
     }
     return info;
 }
@@ -118,6 +116,14 @@ inline FieldRegisterInfo Field(const std::string& app, const std::string& type, 
     info.isRegister = true;
     return info;
 }
+
+// A test of one registry: a service id of its own and the log in memory.
+class RegistryTest : public MemoryLogTest {
+protected:
+    const std::uint16_t service_ = FreshServiceId();
+    const std::string svc_ = std::to_string(service_);
+    const std::int32_t self_ = getpid();
+};
 
 }  // namespace wardend::test
 

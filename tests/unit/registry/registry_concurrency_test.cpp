@@ -36,10 +36,10 @@ using namespace vesk::wardend;  // NOLINT(google-build-using-namespace): the reg
 using ara::tessel::common::log::Log;
 using ara::tessel::common::log::LogLevel;
 using wardend::test::Event;
-using wardend::test::EventSpec;
+using wardend::test::EventShape;
 using wardend::test::Field;
 using wardend::test::Method;
-using wardend::test::MethodSpec;
+using wardend::test::MethodShape;
 
 constexpr int kThreads = 4;
 constexpr auto kRunTime = std::chrono::seconds(3);
@@ -73,12 +73,12 @@ void Execute(int t, std::uint64_t i, const Pids& pids) {
     const std::string clientName = tag + "cli" + std::to_string(app);
     const std::int32_t serverPid = deadServer ? pids.dead : pids.alive;
 
-    EventSpec event;
+    EventShape event;
     event.type = tag + "E" + std::to_string(k);
     event.serviceId = service;
     event.pid = pids.alive;
     event.profile = ((r >> 32U) % 2U) != 0 ? E2EProfile::kProfile4 : E2EProfile::kNone;
-    MethodSpec method;
+    MethodShape method;
     method.name = tag + "M" + std::to_string(k);
     method.serviceId = service;
     method.pid = pids.alive;
@@ -272,10 +272,11 @@ std::string DumpTables() {
     return w.out.str();
 }
 
-bool WriteAll(int fd, const void* data, std::size_t size) {
-    const auto* bytes = static_cast<const char*>(data);
+// Moves all of size bytes through read or write, which may each move only a part.
+template <typename Io, typename Byte>
+bool Transfer(Io io, int fd, Byte* bytes, std::size_t size) {
     while (size > 0) {
-        const ssize_t n = write(fd, bytes, size);
+        const ssize_t n = io(fd, bytes, size);
         if (n <= 0) {
             return false;
         }
@@ -284,18 +285,11 @@ bool WriteAll(int fd, const void* data, std::size_t size) {
     }
     return true;
 }
-
+bool WriteAll(int fd, const void* data, std::size_t size) {
+    return Transfer(write, fd, static_cast<const char*>(data), size);
+}
 bool ReadAll(int fd, void* data, std::size_t size) {
-    auto* bytes = static_cast<char*>(data);
-    while (size > 0) {
-        const ssize_t n = read(fd, bytes, size);
-        if (n <= 0) {
-            return false;
-        }
-        bytes += n;
-        size -= static_cast<std::size_t>(n);
-    }
-    return true;
+    return Transfer(read, fd, static_cast<char*>(data), size);
 }
 
 // The replayer: waits for the operation counts, replays thread after thread, sends its dump.
