@@ -152,26 +152,23 @@ TEST_F(EventInfoManageTest, TheExemptDdsServiceKeepsAnEmptyShortNameOnEveryPath)
               "/UnnamedSOMEIPServiceInstance_57346_" + instance);
 }
 
-TEST_F(EventInfoManageTest, UnregisterWithBothDriversActsOnDdsOnly) {
-    ASSERT_TRUE(Register("bothPub", true, true, true));
-    EXPECT_TRUE(Unregister("bothPub", true, true, true));
-    EXPECT_FALSE(DdsRecord().info.isOnline);
-    EXPECT_TRUE(SomeipRecord().info.isOnline);
-
-    // An unknown DDS key fails even though the SOME/IP key is known.
-    EventShape other = Shape("bothPub", self_);
-    other.topic = "unknownTopic";
-    ClearLog();
-    EXPECT_FALSE(sut_.UnregisterEventInfo(Event(other, true, true), true));
-    EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend unregister event-DDS does not exist"));
-    EXPECT_TRUE(SomeipRecord().info.isOnline);
-}
-
-TEST_F(EventInfoManageTest, UnregisteringThePublisherLeavesAnOfflineRecord) {
-    ASSERT_TRUE(Register("offPub", false, true, true));
+TEST_F(EventInfoManageTest, UnregisteringAPublisher) {
+    ASSERT_TRUE(Register("offPub", true, true, true));
     EXPECT_FALSE(Unregister("strangerPub", false, true, true));
     EXPECT_TRUE(Logged(LogLevel::kWarn, "Wardend unregister event pub app is not found."));
 
+    // With both drivers only DDS is acted on.
+    EXPECT_TRUE(Unregister("offPub", true, true, true));
+    EXPECT_FALSE(DdsRecord().info.isOnline);
+    EXPECT_TRUE(SomeipRecord().info.isOnline);
+    // An unknown DDS key fails even though the SOME/IP key is known.
+    EventShape other = Shape("offPub", self_);
+    other.topic = "unknownTopic";
+    EXPECT_FALSE(sut_.UnregisterEventInfo(Event(other, true, true), true));
+    EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend unregister event-DDS does not exist"));
+    EXPECT_TRUE(SomeipRecord().info.isOnline);
+
+    ClearLog();
     EXPECT_TRUE(Unregister("offPub", false, true, true));
     const EventRecord record = SomeipRecord();
     EXPECT_FALSE(record.info.isOnline);
@@ -203,23 +200,21 @@ TEST_F(EventInfoManageTest, TheLastSubscriberWithoutPublisherErasesTheRecord) {
                        "Wardend event sub apps are null and subC is removed successfully."));
 }
 
-TEST_F(EventInfoManageTest, APublisherWhoseProcessDiedIsReportedOffline) {
+// A dead publisher is reported offline; dead subscribers without publisher are not reported.
+TEST_F(EventInfoManageTest, DeadProcessesInAQuery) {
     ASSERT_TRUE(sut_.RegisterEventInfo(Event(Shape("deadPub", MakeDeadPid()), true, false), true));
-    const auto result = sut_.QueryEventInfo(type_);
-    ASSERT_EQ(result.size(), 1U);
-    EXPECT_FALSE(result[0].isOnline);
-    EXPECT_EQ(result[0].pubApp, "deadPub");
-    EXPECT_EQ(result[0].registerInfo.eventMap_.at(DriverType::DDS).dds.instanceShortName,
-              "/OfflinePubEvent_" + svc_ + "_1_DDS");
+    ASSERT_TRUE(sut_.RegisterEventInfo(Event(Shape("deadSub", MakeDeadPid()), false, true), false));
+    for (int round = 0; round < 2; ++round) {
+        const auto result = sut_.QueryEventInfo(type_);
+        ASSERT_EQ(result.size(), 1U);
+        EXPECT_FALSE(result[0].isOnline);
+        EXPECT_EQ(result[0].pubApp, "deadPub");
+        EXPECT_EQ(result[0].registerInfo.eventMap_.at(DriverType::DDS).dds.instanceShortName,
+                  "/OfflinePubEvent_" + svc_ + "_1_DDS");
+    }
     EXPECT_TRUE(Logged(LogLevel::kInfo, "DDS pub is offline"));
     EXPECT_TRUE(Logged(LogLevel::kInfo, "Not no pub event.[pub=deadPub]"));
-}
-
-TEST_F(EventInfoManageTest, DeadSubscribersWithoutPublisherAreNotReported) {
-    ASSERT_TRUE(sut_.RegisterEventInfo(Event(Shape("deadSub", MakeDeadPid()), false, true), false));
-    EXPECT_TRUE(sut_.QueryEventInfo(type_).empty());
     EXPECT_TRUE(Logged(LogLevel::kInfo, "SOMEIP sub is erased"));
-    EXPECT_TRUE(sut_.QueryEventInfo(type_).empty());
     EXPECT_EQ(LogCount(LogLevel::kWarn, "SOMEIP eventinfo is gone"), 2U);
     const EventRecord record = SomeipRecord();
     EXPECT_TRUE(record.info.subApps.empty());

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <tuple>
+
 #include "registry/event_info_manage.h"
 #include "tests/unit/registry/registry_builders.h"
 
@@ -61,6 +63,10 @@ protected:
     }
     EventRegisterInfo Registration(const std::string& app, bool dds, bool someip) const {
         return Event(EventShape{app, "LatType", self_, service_}, dds, someip);
+    }
+    std::map<String, LatencyResult> Results(std::uint16_t period,
+                                            std::vector<DriverType> drivers) const {
+        return sut_.QueryLatencyResult(LatencyQueryInfo{period, Index(std::move(drivers))});
     }
     using Modes = std::map<String, LatencyMode>;
 
@@ -142,55 +148,31 @@ TEST_F(EventLatencyManageTest, AStatusQueryReconcilesWithTheRegistry) {
 
 TEST_F(EventLatencyManageTest, ResultsOverAPeriod) {
     const std::uint64_t big = ~std::uint64_t{0} - 1;
-    const std::vector<DriverType> dds{DriverType::DDS};
-    const std::vector<DriverType> ddsFirst{DriverType::DDS, DriverType::SOMEIP};
-    const std::vector<DriverType> someipFirst{DriverType::SOMEIP, DriverType::DDS};
-    const struct {
-        const char* app;
-        std::vector<std::pair<DriverType, std::uint64_t>> samples;
-        std::uint16_t period;
-        std::vector<DriverType> drivers;
-        std::map<String, LatencyResult> expected;
-    } cases[] = {
-        // Period 0: every sample is outside the span.
-        {"reporter", {{DriverType::DDS, 10}, {DriverType::DDS, 30}}, 0, dds, {}},
-        {"reporter", {}, 60, dds, {{"reporter", LatencyResult{20, 30, 10}}}},
-        {"big",
-         {{DriverType::DDS, big}, {DriverType::DDS, big}},
-         60,
-         dds,
-         {{"big", {big, big, big}}}},
-        // Both drivers in one query give the first driver's result.
-        {"twoWays",
-         {{DriverType::DDS, 10}, {DriverType::SOMEIP, 20}},
-         60,
-         someipFirst,
-         {{"twoWays", {20, 20, 20}}}},
-        {"twoWays", {}, 60, ddsFirst, {{"twoWays", {10, 10, 10}}}},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.app);
-        for (const auto& [driver, value] : c.samples) {
-            sut_.RecordLatencyResult(Report(c.app, value, driver));
-        }
-        const auto answer = sut_.QueryLatencyResult(LatencyQueryInfo{c.period, Index(c.drivers)});
-        if (c.expected.empty()) {
-            EXPECT_TRUE(answer.empty());
-        } else {
-            EXPECT_EQ(answer.at(c.app), c.expected.at(c.app));
-        }
+    const std::tuple<const char*, std::uint64_t, DriverType> samples[] = {
+        {"reporter", 10, DriverType::DDS}, {"reporter", 30, DriverType::DDS},
+        {"big", big, DriverType::DDS},     {"big", big, DriverType::DDS},
+        {"twoWays", 10, DriverType::DDS},  {"twoWays", 20, DriverType::SOMEIP}};
+    for (const auto& [app, value, driver] : samples) {
+        sut_.RecordLatencyResult(Report(app, value, driver));
     }
     EXPECT_TRUE(Logged(LogLevel::kVerbose, "Receive latency result of applicationNamereporter"));
+    // Period 0: every sample is outside the span.
+    EXPECT_TRUE(Results(0, {DriverType::DDS}).empty());
+    const auto dds = Results(60, {DriverType::DDS});
+    EXPECT_EQ(dds.size(), 3U);
+    EXPECT_EQ(dds.at("reporter"), (LatencyResult{20, 30, 10}));
+    EXPECT_EQ(dds.at("big").average, big);  // no wrap in the sum
+    // Both drivers in one query give the first driver's result.
+    EXPECT_EQ(Results(60, {DriverType::SOMEIP, DriverType::DDS}).at("twoWays").average, 20U);
+    EXPECT_EQ(Results(60, {DriverType::DDS, DriverType::SOMEIP}).at("twoWays").average, 10U);
 }
 
 TEST_F(EventLatencyManageTest, The3602ndSampleReplacesTheOldest) {
     for (std::uint64_t i = 1; i <= 3602; ++i) {
         sut_.RecordLatencyResult(Report("many", i, DriverType::SOMEIP));
     }
-    const auto answer =
-        sut_.QueryLatencyResult(LatencyQueryInfo{65535, Index({DriverType::SOMEIP})});
     // Samples 2 to 3602 remain: 3601 of them.
-    EXPECT_EQ(answer.at("many"), (LatencyResult{1802, 3602, 2}));
+    EXPECT_EQ(Results(65535, {DriverType::SOMEIP}).at("many"), (LatencyResult{1802, 3602, 2}));
 }
 
 TEST_F(EventLatencyManageTest, ALateSubscriberGetsTheSwitchThroughTheHandler) {

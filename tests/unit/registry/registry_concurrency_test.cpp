@@ -73,20 +73,13 @@ void Execute(int t, std::uint64_t i, const Pids& pids) {
     const std::string clientName = tag + "cli" + std::to_string(app);
     const std::int32_t serverPid = deadServer ? pids.dead : pids.alive;
 
-    EventShape event;
-    event.type = tag + "E" + std::to_string(k);
-    event.serviceId = service;
-    event.pid = pids.alive;
+    EventShape event{"", tag + "E" + std::to_string(k), pids.alive, service};
     event.profile = ((r >> 32U) % 2U) != 0 ? E2EProfile::kProfile4 : E2EProfile::kNone;
-    MethodShape method;
-    method.name = tag + "M" + std::to_string(k);
-    method.serviceId = service;
-    method.pid = pids.alive;
+    MethodShape method{"", tag + "M" + std::to_string(k), pids.alive, service};
     const std::string fieldType = tag + "F" + std::to_string(k);
     const auto fieldInstance = static_cast<std::uint16_t>(1 + (r >> 40U) % 2U);
-    const std::map<DriverType, std::string> fieldDrivers =
-        dds ? std::map<DriverType, std::string>{{DriverType::DDS, "/f"}}
-            : std::map<DriverType, std::string>{{DriverType::SOMEIP, "/f"}};
+    const auto field = Field(app == 0 ? serverName : clientName, fieldType, pids.alive,
+                             fieldInstance, {{dds ? DriverType::DDS : DriverType::SOMEIP, "/f"}});
 
     auto& events = EventInfoManage::GetInstance();
     auto& methods = MethodInfoManage::GetInstance();
@@ -120,15 +113,10 @@ void Execute(int t, std::uint64_t i, const Pids& pids) {
             methods.UnregisterMethodInfo(Method(method, dds, someip), app == 0);
             break;
         case 7:
-            fields.RegisterFieldInfo(Field(app == 0 ? serverName : clientName, fieldType,
-                                           pids.alive, fieldInstance, fieldDrivers),
-                                     app == 0);
+            fields.RegisterFieldInfo(field, app == 0);
             break;
         case 8:
-            fields.UnregisterFieldInfo(fieldType, app == 0,
-                                       Field(app == 0 ? serverName : clientName, fieldType,
-                                             pids.alive, fieldInstance, fieldDrivers),
-                                       fieldInstance);
+            fields.UnregisterFieldInfo(fieldType, app == 0, field, fieldInstance);
             break;
         case 9:
             events.QueryEventInfo(app == 0 ? "ALL" : event.type);
@@ -167,12 +155,8 @@ void Execute(int t, std::uint64_t i, const Pids& pids) {
             // Latency leaves no trace in the dumped tables: its status answers depend on when
             // they were asked. It is here for the lock order with the event registry.
             auto& latency = EventLatencyManage::GetInstance();
-            LatencyIndex index;
-            index.drivers = {dds ? DriverType::DDS : DriverType::SOMEIP};
-            index.serviceId = service;
-            index.instanceId = 1;
-            index.topicName = "topic";
-            index.eventId = 7;
+            const LatencyIndex index{
+                {dds ? DriverType::DDS : DriverType::SOMEIP}, service, 1, "topic", 7};
             LatencyAppInfo info;
             info.applicationName = clientName;
             info.index = index;
