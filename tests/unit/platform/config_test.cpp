@@ -11,36 +11,34 @@ namespace {
 using ara::tessel::common::veskConfigParser::VeskConfigParser;
 using wardend::test::TempDir;
 
-TEST(VeskConfigParserTest, MissingOrMalformedFilesAreInvalidWithDefaults) {
-    TempDir dir;
-    const VeskConfigParser missing(dir.Path() + "/none.json");
-    EXPECT_FALSE(missing.IsValid());
-    EXPECT_EQ(missing.GetWardendInstanceId(), "1");
-    EXPECT_FALSE(missing.GetLogConfig().has_value());
-
-    for (const char* text : {"{not json", "[1, 2]", ""}) {
-        const VeskConfigParser bad(dir.WriteFile("bad.json", text));
-        EXPECT_FALSE(bad.IsValid()) << text;
-        EXPECT_EQ(bad.GetWardendInstanceId(), "1") << text;
-    }
-}
-
-TEST(VeskConfigParserTest, InstanceIdIsReadAsTextOrNumber) {
+// The instance id is read as text or number; a missing or malformed file is invalid and keeps
+// the defaults.
+TEST(VeskConfigParserTest, InstanceIdAndValidity) {
     TempDir dir;
     const struct {
-        const char* json;
+        const char* json;  // nullptr: no file
+        bool valid;
         const char* id;
     } rows[] = {
-        {R"({"Wardend": {"instanceId": "7"}})", "7"},
-        {R"({"Wardend": {"instanceId": 12}})", "12"},
-        {R"({"Wardend": {"instanceId": [1]}})", "1"},
-        {R"({"Wardend": {}})", "1"},
-        {R"({"Other": {}})", "1"},
+        {R"({"Wardend": {"instanceId": "7"}})", true, "7"},
+        {R"({"Wardend": {"instanceId": 12}})", true, "12"},
+        {R"({"Wardend": {"instanceId": [1]}})", true, "1"},
+        {R"({"Wardend": {}})", true, "1"},
+        {R"({"Other": {}})", true, "1"},
+        {"{not json", false, "1"},
+        {"[1, 2]", false, "1"},
+        {"", false, "1"},
+        {nullptr, false, "1"},
     };
     for (const auto& row : rows) {
-        const VeskConfigParser parser(dir.WriteFile("vesk.json", row.json));
-        EXPECT_TRUE(parser.IsValid());
-        EXPECT_EQ(parser.GetWardendInstanceId(), row.id) << row.json;
+        const VeskConfigParser parser(row.json == nullptr ? dir.Path() + "/none.json"
+                                                          : dir.WriteFile("vesk.json", row.json));
+        const char* name = row.json == nullptr ? "(no file)" : row.json;
+        EXPECT_EQ(parser.IsValid(), row.valid) << name;
+        EXPECT_EQ(parser.GetWardendInstanceId(), row.id) << name;
+        if (!row.valid) {
+            EXPECT_FALSE(parser.GetLogConfig().has_value()) << name;
+        }
     }
 }
 

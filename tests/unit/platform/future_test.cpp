@@ -95,28 +95,23 @@ TEST(FutureTest, DestroyingAnUnsatisfiedPromiseBreaksIt) {
 }
 
 TEST(FutureTest, MisuseRaisesFutureExceptionsWithTheirCodes) {
+    const auto expectThrows = [](const char* what, ara::core::future_errc code, auto call) {
+        try {
+            call();
+            ADD_FAILURE() << what << " did not throw";
+        } catch (const FutureException& e) {
+            EXPECT_EQ(e.Error(), FutureError(code)) << what;
+        }
+    };
     Promise<int> promise;
     auto future = promise.get_future();
-    try {
-        (void)promise.get_future();
-        FAIL() << "second get_future did not throw";
-    } catch (const FutureException& e) {
-        EXPECT_EQ(e.Error(), FutureError(ara::core::future_errc::future_already_retrieved));
-    }
+    expectThrows("second get_future", ara::core::future_errc::future_already_retrieved,
+                 [&] { (void)promise.get_future(); });
     promise.set_value(1);
-    try {
-        promise.set_value(2);
-        FAIL() << "second set_value did not throw";
-    } catch (const FutureException& e) {
-        EXPECT_EQ(e.Error(), FutureError(ara::core::future_errc::promise_already_satisfied));
-    }
-    Future<int> empty;
-    try {
-        (void)empty.get();
-        FAIL() << "get on an empty future did not throw";
-    } catch (const FutureException& e) {
-        EXPECT_EQ(e.Error(), FutureError(ara::core::future_errc::no_state));
-    }
+    expectThrows("second set_value", ara::core::future_errc::promise_already_satisfied,
+                 [&] { promise.set_value(2); });
+    expectThrows("get on an empty future", ara::core::future_errc::no_state,
+                 [] { (void)Future<int>().get(); });
 }
 
 TEST(FutureTest, GetThrowsTheErrorsDomainException) {

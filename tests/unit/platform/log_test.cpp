@@ -50,7 +50,7 @@ TEST_F(LogTest, BytesAndBoolsPrintReadably) {
     EXPECT_TRUE(Logged(LogLevel::kInfo, "7 -2 true")) << LogDump();
 }
 
-TEST_F(LogTest, ATagWritesOneLinePerPeriodAndCountsTheRest) {
+TEST_F(LogTest, TagsLimitLinesPerPeriodAndCountTheRestAnEmptyTagNever) {
     const LogLimitConfig hour{3600 * 1000};
     for (int i = 0; i < 5; ++i) {
         log_->LogWarn("limit-test-tag", hour) << "peer did something " << i;
@@ -61,16 +61,14 @@ TEST_F(LogTest, ATagWritesOneLinePerPeriodAndCountsTheRest) {
     EXPECT_TRUE(Logged(LogLevel::kWarn, "another tag"));
     EXPECT_EQ(Log::SuppressedCount("limit-test-tag"), 4U);
     EXPECT_EQ(Log::SuppressedCount("limit-test-other"), 0U);
-}
 
-TEST_F(LogTest, AnEmptyTagIsNeverLimited) {
+    // An empty tag is never limited.
     for (int i = 0; i < 3; ++i) {
         log_->LogError("", LogLimitConfig{}) << "repeated";
     }
     EXPECT_EQ(LogCount(LogLevel::kError, "repeated"), 3U);
-}
 
-TEST_F(LogTest, ALimitedTagWritesAgainAfterItsPeriod) {
+    // A limited tag writes again once its period has passed.
     const LogLimitConfig shortPeriod{1};
     log_->LogWarn("limit-test-short", shortPeriod) << "first";
     const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(2);

@@ -36,21 +36,12 @@ TEST(ResultTest, ValueOrThrowRaisesTheDomainException) {
     EXPECT_NO_THROW(Result<void>().ValueOrThrow());
 }
 
-TEST(ResultTest, DefaultErrorIsCoreInvalidArgument) {
-    const auto error = Result<int>::FromError(ErrorCode());
-    EXPECT_EQ(error.Error().Value(), 22);
-    EXPECT_STREQ(error.Error().Domain().Name(), "Core");
-}
-
-TEST(ResultDeathTest, ErrorOnAValueAbortsWithItsText) {
+TEST(ResultDeathTest, ErrorOnAValueAndValueOnAnErrorAbortWithTheirTexts) {
     const Result<int> value(1);
     EXPECT_DEATH((void)value.Error(),
                  "\\[CORETYPE Result\\] : Error, Error\\(\\) called but NOT a error!");
     const Result<void> voidValue;
     EXPECT_DEATH((void)voidValue.Error(), "NOT a error!");
-}
-
-TEST(ResultDeathTest, ValueOnAnErrorAborts) {
     const auto error = Result<int>::FromError(ComError(ComErrc::kServiceNotOffered));
     EXPECT_DEATH((void)error.Value(), "NOT a value");
 }

@@ -3,9 +3,8 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 
-#include <condition_variable>
 #include <future>
-#include <mutex>
+#include <numeric>
 #include <thread>
 #include <vector>
 
@@ -14,29 +13,17 @@ namespace {
 using lumo::vcc::utils::ThreadPool;
 
 // Holds the pool's thread inside a task until released.
-class Gate {
-public:
+struct Gate {
     void Block() {
-        std::unique_lock<std::mutex> lock(mutex_);
-        entered_ = true;
-        changed_.notify_all();
-        changed_.wait(lock, [this] { return open_; });
+        entered.set_value();
+        opened.wait();
     }
-    void WaitEntered() {
-        std::unique_lock<std::mutex> lock(mutex_);
-        changed_.wait(lock, [this] { return entered_; });
-    }
-    void Open() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        open_ = true;
-        changed_.notify_all();
-    }
+    void WaitEntered() { entered.get_future().wait(); }
+    void Open() { open.set_value(); }
 
-private:
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    bool entered_{false};
-    bool open_{false};
+    std::promise<void> entered;
+    std::promise<void> open;
+    std::shared_future<void> opened = open.get_future().share();
 };
 
 TEST(ThreadPoolTest, RefusesTasksBeyondTheQueueSize) {
@@ -85,10 +72,9 @@ TEST(ThreadPoolTest, OneThreadRunsTasksInArrivalOrder) {
     }
     ASSERT_TRUE(sut.Enqueue([&] { done.set_value(); }, 0));
     done.get_future().wait();
-    ASSERT_EQ(order.size(), 50U);
-    for (int i = 0; i < 50; ++i) {
-        EXPECT_EQ(order[i], i);
-    }
+    std::vector<int> expected(50);
+    std::iota(expected.begin(), expected.end(), 0);
+    EXPECT_EQ(order, expected);
 }
 
 TEST(ThreadPoolTest, ThreadsCarryThePoolName) {
