@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <signal.h>
 
 #include "tests/integration/daemon_fixture.h"
 
@@ -77,14 +76,12 @@ TEST_F(DaemonTest, AnExistingDirectoryIsTakenWithATrailingSlash) {
     EXPECT_NE(daemon->Stderr().find("User set msg file path to " + dir_.Path() + "/"),
               std::string::npos);
     EXPECT_NE(daemon->Stderr().find("Wardend the instance id is 1."), std::string::npos);
-    ASSERT_TRUE(daemon->Signal(SIGTERM));
-    EXPECT_EQ(daemon->WaitExit(std::chrono::seconds(10)), 0);
+    StopAndExpectCleanExit(*daemon);
     EXPECT_EQ(daemon->Stdout(), "");
 }
 
 TEST_F(DaemonTest, TheInstanceIdComesFromTheConfiguration) {
     WriteConfig(R"({"Log": {"level": "info"}, "Wardend": {"instanceId": "3"}})");
-    configWritten_ = true;
     auto daemon = StartDaemon();
     ASSERT_TRUE(WaitReady(*daemon)) << daemon->Stderr();
     EXPECT_NE(daemon->Stderr().find("Wardend the instance id is 3."), std::string::npos);
@@ -100,8 +97,7 @@ TEST_F(DaemonTest, ASecondDaemonRefusesToRunBeforeLookingAtItsOptions) {
         EXPECT_EQ(second.exitCode, 1);
         EXPECT_EQ(second.out, "[ERROR]: Wardend process is running already\n");
     }
-    ASSERT_TRUE(first->Signal(SIGTERM));
-    EXPECT_EQ(first->WaitExit(std::chrono::seconds(10)), 0);
+    StopAndExpectCleanExit(*first);
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 #define TESTS_INTEGRATION_DAEMON_FIXTURE_H
 
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include <chrono>
 #include <memory>
@@ -16,20 +17,17 @@ namespace wardend::test {
 constexpr std::chrono::seconds kStartTimeout{20};
 
 // Starts the real wardend binary with a vesk.json of the test's own (info level on the
-// console, unless the test writes another) and stops it at the end.
+// console, unless the test writes another).
 class DaemonTest : public ::testing::Test {
 protected:
-    std::string WriteConfig(const std::string& json) { return dir_.WriteFile("vesk.json", json); }
+    void SetUp() override { WriteConfig(R"({"Log": {"level": "info"}})"); }
+
+    void WriteConfig(const std::string& json) { dir_.WriteFile("vesk.json", json); }
 
     std::vector<std::string> Env() const { return {"VESK_CONFIG=" + dir_.Path() + "/vesk.json"}; }
 
     std::unique_ptr<ChildProcess> StartDaemon(const std::vector<std::string>& args = {}) {
-        if (!configWritten_) {
-            WriteConfig(R"({"Log": {"level": "info"}})");
-            configWritten_ = true;
-        }
-        auto daemon = std::make_unique<ChildProcess>(WARDEND_BINARY, args, Env());
-        return daemon;
+        return std::make_unique<ChildProcess>(WARDEND_BINARY, args, Env());
     }
 
     // Waits for the daemon's "Wardend server init finished." line.
@@ -37,16 +35,16 @@ protected:
         return daemon.WaitForStderr("Wardend server init finished.", kStartTimeout);
     }
 
+    static void StopAndExpectCleanExit(ChildProcess& daemon) {
+        ASSERT_TRUE(daemon.Signal(SIGTERM));
+        EXPECT_EQ(daemon.WaitExit(std::chrono::seconds(10)), 0);
+    }
+
     RunResult Run(const std::vector<std::string>& args) {
-        if (!configWritten_) {
-            WriteConfig(R"({"Log": {"level": "info"}})");
-            configWritten_ = true;
-        }
         return RunToEnd(WARDEND_BINARY, args, Env());
     }
 
     TempDir dir_;
-    bool configWritten_{false};
 };
 
 }  // namespace wardend::test

@@ -13,6 +13,17 @@ bool Executable(const char* path) {
     return access(path, X_OK) == 0;
 }
 
+// Polls a running program's standard output for text; returns what it last read.
+std::string WaitForStdout(const ChildProcess& process, const std::string& text) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    std::string out = process.Stdout();
+    while (out.find(text) == std::string::npos && std::chrono::steady_clock::now() < deadline) {
+        usleep(10000);
+        out = process.Stdout();
+    }
+    return out;
+}
+
 // A line the daemon logs reaches a running dlt-daemon, as read back by dlt-receive.
 TEST_F(DaemonTest, LogLinesReachTheDltDaemon) {
     if (!Executable("/usr/bin/dlt-daemon") || !Executable("/usr/bin/dlt-receive")) {
@@ -27,40 +38,22 @@ TEST_F(DaemonTest, LogLinesReachTheDltDaemon) {
     }
     // Line-buffered, so that its output can be read while it runs.
     ChildProcess receiver("/usr/bin/stdbuf", {"-oL", "/usr/bin/dlt-receive", "-a", "localhost"});
-    ASSERT_TRUE([&] {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (std::chrono::steady_clock::now() < deadline) {
-            if (receiver.Stdout().find("New client connection") != std::string::npos) {
-                return true;
-            }
-            usleep(10000);
-        }
-        return false;
-    }()) << "dlt-receive did not connect: "
-         << receiver.Stdout() << receiver.Stderr();
+    ASSERT_NE(WaitForStdout(receiver, "New client connection").find("New client connection"),
+              std::string::npos)
+        << "dlt-receive did not connect: " << receiver.Stdout() << receiver.Stderr();
 
     WriteConfig(R"({"Log": {"level": "info", "sinks": ["dlt", "console"]}})");
-    configWritten_ = true;
     auto daemon = StartDaemon();
     ASSERT_TRUE(WaitReady(*daemon)) << daemon->Stderr();
 
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    std::string received;
-    while (std::chrono::steady_clock::now() < deadline) {
-        received = receiver.Stdout();
-        if (received.find("WRDN WRDN log info V 1 [Wardend server init finished.]") !=
-            std::string::npos) {
-            break;
-        }
-        usleep(10000);
-    }
+    const std::string received =
+        WaitForStdout(receiver, "WRDN WRDN log info V 1 [Wardend server init finished.]");
     EXPECT_NE(received.find("WRDN WRDN log info V 1 [Wardend server init finished.]"),
               std::string::npos)
         << received;
     EXPECT_NE(received.find("ApplicationID 'WRDN' registered"), std::string::npos);
 
-    ASSERT_TRUE(daemon->Signal(SIGTERM));
-    EXPECT_EQ(daemon->WaitExit(std::chrono::seconds(10)), 0);
+    StopAndExpectCleanExit(*daemon);
     dltDaemon.Signal(SIGTERM);
     dltDaemon.WaitExit(std::chrono::seconds(5));
 }
