@@ -10,12 +10,13 @@
 
 #include "catalogue/msg_file_store.h"
 #include "platform/vcc/utils/thread_pool.h"
-#include "tests/support/temp_dir.h"
+#include "tests/unit/catalogue/catalogue_fixture.h"
 
 namespace {
 
 using vesk::wardend::ErrorDomainInfo;
 using vesk::wardend::MsgFileStore;
+using wardend::test::Struct;
 using wardend::test::TempDir;
 
 constexpr int kRoots = 20;
@@ -23,14 +24,6 @@ const std::vector<std::string> kChildSuffixes = {"_a", "_b", "_c"};
 
 std::string Root(int i) {
     return "R" + std::to_string(i);
-}
-
-std::string Struct(const std::string& name, const std::vector<std::string>& types) {
-    std::string json = R"({"Name": ")" + name + R"(", "Members": [)";
-    for (std::size_t i = 0; i < types.size(); ++i) {
-        json += std::string(i == 0 ? "" : ", ") + R"({"Type": ")" + types[i] + "\"}";
-    }
-    return json + "]}";
 }
 
 // Readers copy both maps while the reader thread loads; every copy must be a state the

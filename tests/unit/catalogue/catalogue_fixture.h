@@ -11,6 +11,20 @@
 
 namespace wardend::test {
 
+// A struct document named name whose members have the given types.
+inline std::string Struct(const std::string& name, const std::vector<std::string>& types) {
+    std::string json = R"({"Name": ")" + name + R"(", "Type": "TYPE_STRUCT", "Members": [)";
+    for (std::size_t i = 0; i < types.size(); ++i) {
+        json += std::string(i == 0 ? "" : ", ") + R"({"Name": "m", "Type": ")" + types[i] + "\"}";
+    }
+    return json + "]}";
+}
+
+inline std::string Alias(const std::string& name, const std::string& definition) {
+    return R"({"Name": ")" + name + R"(", "Type": "TYPE_REFERENCE", "Definition": ")" + definition +
+           "\"}";
+}
+
 // A store over two fresh directories, "user" (as with -p) and "default", with the log in memory.
 class CatalogueTest : public MemoryLogTest {
 protected:
@@ -18,20 +32,6 @@ protected:
         MemoryLogTest::SetUp();
         store_ = std::make_unique<vesk::wardend::MsgFileStore>(defaultDir_.Path() + "/",
                                                                userDir_.Path() + "/");
-    }
-
-    // A struct document named name whose members have the given types.
-    static std::string Struct(const std::string& name, const std::vector<std::string>& types) {
-        std::string json = R"({"Name": ")" + name + R"(", "Type": "TYPE_STRUCT", "Members": [)";
-        for (std::size_t i = 0; i < types.size(); ++i) {
-            json +=
-                std::string(i == 0 ? "" : ", ") + R"({"Name": "m", "Type": ")" + types[i] + "\"}";
-        }
-        return json + "]}";
-    }
-    static std::string Alias(const std::string& name, const std::string& definition) {
-        return R"({"Name": ")" + name + R"(", "Type": "TYPE_REFERENCE", "Definition": ")" +
-               definition + "\"}";
     }
 
     TempDir userDir_;

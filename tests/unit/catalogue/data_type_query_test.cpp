@@ -18,8 +18,10 @@ using vesk::wardend::EventRegisterInfo;
 using vesk::wardend::MethodInfoManage;
 using vesk::wardend::MethodRegisterInfo;
 using vesk::wardend::ResolveDataType;
+using wardend::test::Alias;
 using wardend::test::CatalogueTest;
 using wardend::test::LogLevel;
+using wardend::test::Struct;
 using Texts = std::vector<std::string>;
 
 class DataTypeQueryTest : public CatalogueTest {
@@ -40,7 +42,9 @@ protected:
     }
 };
 
-TEST(ResolveDataTypeTest, FollowsAliasesToTheEndOrToTheLastLinkFound) {
+using ResolveDataTypeTest = CatalogueTest;
+
+TEST_F(ResolveDataTypeTest, FollowsAliasesToTheEndOrToTheLastLinkFound) {
     const std::map<std::string, std::string> msgs = {
         {"A", R"({"Type": "TYPE_REFERENCE", "Definition": "B"})"},
         {"B", R"({"Type": "TYPE_REFERENCE", "Definition": "C"})"},
@@ -65,11 +69,9 @@ TEST(ResolveDataTypeTest, FollowsAliasesToTheEndOrToTheLastLinkFound) {
         {"", "", ""},
     };
     for (const auto& row : rows) {
-        auto sink = std::make_shared<ara::tessel::common::log::MemoryLogSink>();
-        ara::tessel::common::log::Log::AddSink(sink);
+        ClearLog();
         EXPECT_EQ(ResolveDataType(row.name, msgs), row.text) << row.name;
-        ara::tessel::common::log::Log::RemoveSink(sink);
-        const auto records = sink->Records();
+        const auto records = sink_->Records();
         if (row.warned == nullptr) {
             EXPECT_TRUE(records.empty()) << row.name;
         } else {
