@@ -64,7 +64,9 @@ TEST_F(AppSkeletonTest, EventUnregistrationAnswersByWhatTheRegistryRemoved) {
     EXPECT_EQ(Register(info), 1);  // nothing left to take off
 }
 
-TEST_F(AppSkeletonTest, AMethodLoadsItsOutputTypeOnlyWithSerializationTypeOne) {
+// Input types and error domains are always loaded, the output type only with serialization
+// type 1.
+TEST_F(AppSkeletonTest, AMethodLoadsItsTypesAndErrorDomains) {
     struct Case {
         std::uint32_t type;
         bool loadsOutput;
@@ -75,6 +77,7 @@ TEST_F(AppSkeletonTest, AMethodLoadsItsOutputTypeOnlyWithSerializationTypeOne) {
         info.methodInfo.outputSerializeConfig.type = static_cast<SerializationType>(c.type);
         info.methodInfo.methodOutputDatatype = "/Norvane/AP/Trajectory";
         info.methodInfo.inputDatatypes = {"/Norvane/AP/Point3D"};
+        info.methodInfo.errorDomains = {ErrorDomainInfo{5, "Speed"}};
         ClearLog();
         ASSERT_EQ(Register(info), 0);
         DrainReader();
@@ -87,26 +90,11 @@ TEST_F(AppSkeletonTest, AMethodLoadsItsOutputTypeOnlyWithSerializationTypeOne) {
         EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend register method info finished"));
     }
     EXPECT_EQ(tools_->QueryDataTypeRefList().get().refList.count("/Norvane/AP/Point3D"), 1U);
-}
-
-TEST_F(AppSkeletonTest, AMethodLoadsItsErrorDomains) {
-    AppRegisterInfo info = MethodRegistration("domainApp", "DomainMethod", 0x2100, true);
-    info.methodInfo.errorDomains = {ErrorDomainInfo{5, "Speed"}};
-    ASSERT_EQ(Register(info), 0);
-    DrainReader();
     EXPECT_FALSE(tools_->QueryDataType("5").get().dataType.empty());
 }
 
 TEST_F(AppSkeletonTest, FieldsRegisterAndUnregisterWithoutTheReader) {
-    AppRegisterInfo info;
-    info.isPub = true;
-    info.infoType = AppRegisterInfoType::FIELD;
-    info.fieldInfo.appName = "fieldApp";
-    info.fieldInfo.fieldType = "SpeedField";
-    info.fieldInfo.drivers[DriverType::SOMEIP] = "/Instance/SpeedField";
-    info.fieldInfo.instanceId = 3;
-    info.fieldInfo.pid = getpid();
-    info.fieldInfo.isRegister = true;
+    AppRegisterInfo info = FieldRegistration("fieldApp", "SpeedField", DriverType::SOMEIP, 3);
     EXPECT_EQ(Register(info), 0);
     EXPECT_TRUE(Logged(LogLevel::kInfo, "Start to register field info"));
     EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend register field info finished"));
@@ -117,39 +105,26 @@ TEST_F(AppSkeletonTest, FieldsRegisterAndUnregisterWithoutTheReader) {
     EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend unregister field info finished"));
 }
 
-TEST_F(AppSkeletonTest, NodeRecordsWithE2EEntriesNeverTouchTheNodeTable) {
-    AppRegisterInfo info;
-    info.infoType = AppRegisterInfoType::NODE;
-    info.nodeInfo.nodeName = "e2eOnlyNode";
-    info.nodeInfo.pid = getpid();
-    info.nodeInfo.infoKind = 1;
+// A node record with E2E entries files them and leaves the node table alone; unregistering a node
+// that never registered still clears its entries, and fails.
+TEST_F(AppSkeletonTest, NodeRecordsWithE2EEntries) {
     EventE2EInfo entry;
     entry.serviceId = 0x3000;
     entry.instanceId = 1;
     entry.driver = DriverType::SOMEIP;
     entry.eventId = 0x8001;
     entry.e2eConfig.profile = E2EProfile::kProfile4;
-    info.nodeInfo.e2eList.eventE2EInfos = {entry};
-    EXPECT_EQ(Register(info), 0);
+    EXPECT_EQ(Register(NodeRegistration("e2eOnlyNode", false, &entry)), 0);
     EXPECT_EQ(NodeInfoManage::GetInstance().Nodes().count("e2eOnlyNode"), 0U);
     EXPECT_FALSE(Logged(LogLevel::kInfo, "Wardend register node info finished"));
     EXPECT_FALSE(E2EInfoManage::GetInstance()->SomeipEntries().empty());
-}
 
-TEST_F(AppSkeletonTest, UnregisteringAnUnknownNodeClearsItsE2EEntriesAndFails) {
-    AppRegisterInfo e2e;
-    e2e.infoType = AppRegisterInfoType::NODE;
-    e2e.nodeInfo.nodeName = "ghostNode";
-    e2e.nodeInfo.pid = getpid();
-    e2e.nodeInfo.infoKind = 1;
-    EventE2EInfo entry;
     entry.serviceId = 0x3100;
-    entry.instanceId = 1;
     entry.driver = DriverType::DDS;
+    entry.eventId = 0;
     entry.eventTopicName = "GhostTopic";
     entry.e2eConfig.profile = E2EProfile::kProfile5;
-    e2e.nodeInfo.e2eList.eventE2EInfos = {entry};
-    ASSERT_EQ(Register(e2e), 0);
+    ASSERT_EQ(Register(NodeRegistration("ghostNode", false, &entry)), 0);
     const auto hasGhost = [] {
         for (const auto& item : E2EInfoManage::GetInstance()->DdsEntries()) {
             if (item.first.eventTopicName == "GhostTopic") {
@@ -159,24 +134,13 @@ TEST_F(AppSkeletonTest, UnregisteringAnUnknownNodeClearsItsE2EEntriesAndFails) {
         return false;
     };
     ASSERT_TRUE(hasGhost());
-
-    AppRegisterInfo leave;
-    leave.infoType = AppRegisterInfoType::NODE;
-    leave.nodeInfo.nodeName = "ghostNode";
-    leave.nodeInfo.pid = getpid();
-    leave.nodeInfo.registerState.isRegister = false;
-    EXPECT_EQ(Register(leave), 1);
+    EXPECT_EQ(Register(NodeRegistration("ghostNode", false)), 1);
     EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend unregister node info finished"));
     EXPECT_FALSE(hasGhost());
 }
 
 TEST_F(AppSkeletonTest, LatencyReportsAnswerByKind) {
-    AppRegisterInfo info;
-    info.infoType = AppRegisterInfoType::LATENCY;
-    info.latencyInfo.applicationName = "latencyApp";
-    info.latencyInfo.index.drivers = {DriverType::SOMEIP};
-    info.latencyInfo.index.serviceId = 0x4000;
-    info.latencyInfo.kind = 0;
+    AppRegisterInfo info = LatencyRegistration("latencyApp", 0, 0x4000, "LatencyTopic");
     EXPECT_EQ(Register(info), 0);
     EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend notify latency mode finished"));
     info.latencyInfo.kind = 1;

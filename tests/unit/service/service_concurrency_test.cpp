@@ -32,34 +32,16 @@ TEST_F(ServiceConcurrencyTest, RegistrationsAndQueriesRunTogether) {
                 EXPECT_EQ(Register(MethodRegistration(app, "ConcMethod" + std::to_string(w),
                                                       service, i % 2 == 0)),
                           0);
-                AppRegisterInfo field;
-                field.isPub = true;
-                field.infoType = AppRegisterInfoType::FIELD;
-                field.fieldInfo.appName = app;
-                field.fieldInfo.fieldType = "ConcField" + std::to_string(w);
-                field.fieldInfo.drivers[DriverType::DDS] = "/Instance/ConcField";
-                field.fieldInfo.instanceId = static_cast<std::uint16_t>(i % 3);
-                field.fieldInfo.pid = getpid();
-                field.fieldInfo.isRegister = true;
-                (void)Register(field);
-                AppRegisterInfo node;
-                node.infoType = AppRegisterInfoType::NODE;
-                node.nodeInfo.nodeName = app;
-                node.nodeInfo.pid = getpid();
-                node.nodeInfo.registerState.isRegister = true;
-                EXPECT_EQ(Register(node), 0);
+                (void)Register(FieldRegistration(app, "ConcField" + std::to_string(w),
+                                                 DriverType::DDS,
+                                                 static_cast<std::uint16_t>(i % 3)));
+                EXPECT_EQ(Register(NodeRegistration(app, true)), 0);
                 if (i % 5 == 4) {
                     sub.eventInfo.isRegister = false;
                     (void)Register(sub);
                 }
-                AppRegisterInfo latency;
-                latency.infoType = AppRegisterInfoType::LATENCY;
-                latency.latencyInfo.kind = static_cast<std::uint8_t>(i % 2);
-                latency.latencyInfo.applicationName = app;
-                latency.latencyInfo.index.drivers = {DriverType::DDS};
-                latency.latencyInfo.index.serviceId = service;
-                latency.latencyInfo.index.instanceId = 1;
-                latency.latencyInfo.index.topicName = event + "Topic";
+                AppRegisterInfo latency = LatencyRegistration(app, static_cast<std::uint8_t>(i % 2),
+                                                              service, event + "Topic");
                 latency.latencyInfo.status.isPub = true;
                 (void)Register(latency);
             }
@@ -75,12 +57,10 @@ TEST_F(ServiceConcurrencyTest, RegistrationsAndQueriesRunTogether) {
                 (void)tools_->QueryEventShow("ConcEvent0_1").get();
                 (void)tools_->QueryMethodType("ConcMethod1").get();
                 (void)tools_->QueryAllDataType().get();
-                LatencyIndex index;
-                index.drivers = {DriverType::DDS};
-                index.serviceId = 0x6001;
-                index.instanceId = 1;
-                index.topicName = "ConcEvent0_1Topic";
-                (void)tools_->QueryLatencyStatus(index).get();
+                (void)tools_
+                    ->QueryLatencyStatus(
+                        LatencyRegistration("", 0, 0x6001, "ConcEvent0_1Topic").latencyInfo.index)
+                    .get();
                 ++queries;
             }
         });

@@ -90,6 +90,48 @@ protected:
         return info;
     }
 
+    static AppRegisterInfo FieldRegistration(const String& app, const String& fieldType,
+                                             DriverType driver, std::uint16_t instanceId) {
+        AppRegisterInfo info;
+        info.isPub = true;
+        info.infoType = AppRegisterInfoType::FIELD;
+        info.fieldInfo.appName = app;
+        info.fieldInfo.fieldType = fieldType;
+        info.fieldInfo.drivers[driver] = "/Instance/" + fieldType;
+        info.fieldInfo.instanceId = instanceId;
+        info.fieldInfo.pid = getpid();
+        info.fieldInfo.isRegister = true;
+        return info;
+    }
+
+    // A node record; with an E2E entry it is the E2E kind, which leaves the node table alone.
+    static AppRegisterInfo NodeRegistration(const String& name, bool isRegister,
+                                            const EventE2EInfo* e2e = nullptr) {
+        AppRegisterInfo info;
+        info.infoType = AppRegisterInfoType::NODE;
+        info.nodeInfo.nodeName = name;
+        info.nodeInfo.pid = getpid();
+        info.nodeInfo.registerState.isRegister = isRegister;
+        if (e2e != nullptr) {
+            info.nodeInfo.infoKind = 1;
+            info.nodeInfo.e2eList.eventE2EInfos = {*e2e};
+        }
+        return info;
+    }
+
+    static AppRegisterInfo LatencyRegistration(const String& app, std::uint8_t kind,
+                                               std::uint16_t serviceId, const String& topic) {
+        AppRegisterInfo info;
+        info.infoType = AppRegisterInfoType::LATENCY;
+        info.latencyInfo.kind = kind;
+        info.latencyInfo.applicationName = app;
+        info.latencyInfo.index.drivers = {DriverType::DDS};
+        info.latencyInfo.index.serviceId = serviceId;
+        info.latencyInfo.index.instanceId = 1;
+        info.latencyInfo.index.topicName = topic;
+        return info;
+    }
+
     std::shared_ptr<lumo::vcc::utils::ThreadPool> pool_;
     std::shared_ptr<WardendAppSkeleton> app_;
     std::shared_ptr<WardendToolsSkeleton> tools_;

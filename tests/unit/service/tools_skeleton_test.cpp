@@ -113,14 +113,7 @@ TEST_F(ToolsSkeletonTest, SwitchLatencyModeSendsOnTheApplicationEvent) {
 }
 
 TEST_F(ToolsSkeletonTest, LatencyResultsComeBackPerApplication) {
-    AppRegisterInfo report;
-    report.infoType = AppRegisterInfoType::LATENCY;
-    report.latencyInfo.kind = 1;
-    report.latencyInfo.applicationName = "measuringApp";
-    report.latencyInfo.index.drivers = {DriverType::DDS};
-    report.latencyInfo.index.serviceId = 0x5400;
-    report.latencyInfo.index.instanceId = 1;
-    report.latencyInfo.index.topicName = "MeasuredTopic";
+    AppRegisterInfo report = LatencyRegistration("measuringApp", 1, 0x5400, "MeasuredTopic");
     report.latencyInfo.result = LatencyResult{100, 300, 50};
     ASSERT_EQ(Register(report), 0);
 
