@@ -49,20 +49,19 @@ protected:
 
     std::shared_ptr<E2EInfoManage> sut_ = E2EInfoManage::GetInstance();
     const std::int32_t parent_ = getppid();
+    const String selfText_ = std::to_string(self_);
+    const String parentText_ = std::to_string(parent_);
+    const String ddsKey_ = "serviceId=" + svc_ + ", instanceId=2, eventTopicName=t";
+    const String someipKey_ = "serviceId=" + svc_ + ", instanceId=2, eventId=9";
 };
 
 TEST_F(E2EInfoManageTest, TheNewestDeclarationWinsForAllSubNodes) {
     sut_->UpdateDdsE2EInfo("nodeA", self_, Declaration(DriverType::DDS, 1));
-    EXPECT_TRUE(
-        Logged(LogLevel::kInfo, "Keep new dds event e2e info of sub node[serviceId=" + svc_ +
-                                    ", instanceId=2, eventTopicName=t, newAppName=nodeA, "
-                                    "pid=" +
-                                    std::to_string(self_) + "]"));
+    EXPECT_TRUE(Logged(LogLevel::kInfo, "Keep new dds event e2e info of sub node[" + ddsKey_ +
+                                            ", newAppName=nodeA, pid=" + selfText_ + "]"));
     sut_->UpdateDdsE2EInfo("nodeB", parent_, Declaration(DriverType::DDS, 2));
-    EXPECT_TRUE(
-        Logged(LogLevel::kInfo, "Update old dds event e2e info of sub node[serviceId=" + svc_ +
-                                    ", instanceId=2, eventTopicName=t, newAppName=nodeB, pid= " +
-                                    std::to_string(parent_) + "]"));
+    EXPECT_TRUE(Logged(LogLevel::kInfo, "Update old dds event e2e info of sub node[" + ddsKey_ +
+                                            ", newAppName=nodeB, pid= " + parentText_ + "]"));
     EXPECT_TRUE(Logged(LogLevel::kVerbose, "New sub node with the same dds event e2e info"));
     EXPECT_EQ(DdsEntry().subNodes.size(), 2U);
 
@@ -84,7 +83,7 @@ TEST_F(E2EInfoManageTest, ALateUnregisterOfTheOldProcessRemovesNothing) {
     EXPECT_TRUE(Logged(LogLevel::kVerbose,
                        "App already register someip event e2e info, cover old[appName=restarted, "
                        "oldAppPid=" +
-                           std::to_string(parent_) + ", newAppPid=" + std::to_string(self_) + "]"));
+                           parentText_ + ", newAppPid=" + selfText_ + "]"));
     sut_->UnregisterE2EInfo("restarted", parent_);
     const auto entries = sut_->SomeipEntries();
     ASSERT_EQ(entries.count(SomeipE2EKey{service_, 2, 9}), 1U);
@@ -92,10 +91,9 @@ TEST_F(E2EInfoManageTest, ALateUnregisterOfTheOldProcessRemovesNothing) {
 
     sut_->UnregisterE2EInfo("restarted", self_);
     EXPECT_EQ(sut_->SomeipEntries().count(SomeipE2EKey{service_, 2, 9}), 0U);
-    EXPECT_TRUE(Logged(
-        LogLevel::kInfo,
-        "Unregister someip event e2e info of sub node[serviceId=" + svc_ +
-            ", instanceId=2, eventId=9, appName=restarted, pid=" + std::to_string(self_) + "]"));
+    EXPECT_TRUE(Logged(LogLevel::kInfo, "Unregister someip event e2e info of sub node[" +
+                                            someipKey_ + ", appName=restarted, pid=" + selfText_ +
+                                            "]"));
 }
 
 TEST_F(E2EInfoManageTest, AQueryClearsADeadOnlySubNodeAndFindsNothing) {
@@ -108,8 +106,7 @@ TEST_F(E2EInfoManageTest, AQueryClearsADeadOnlySubNodeAndFindsNothing) {
                        "Clear offline app's dds event e2e info of sub node[offLineAppName=gone, "
                        "nodePid=" +
                            std::to_string(dead) + ", nodeCount=0]"));
-    EXPECT_TRUE(Logged(LogLevel::kInfo, "Clear offline dds event e2e info[serviceId=" + svc_ +
-                                            ", instanceId=2, eventTopicName=t]"));
+    EXPECT_TRUE(Logged(LogLevel::kInfo, "Clear offline dds event e2e info[" + ddsKey_ + "]"));
     EXPECT_FALSE(Logged(LogLevel::kVerbose, "Query sub node dds E2E config info success"));
 }
 
@@ -141,11 +138,9 @@ TEST_F(E2EInfoManageTest, DriversAreSeparateEntriesAndTheSomeipQueryLineHasNoBra
     const auto answer = sut_->QuerySubNodeE2EInfo(Index(DriverType::SOMEIP));
     EXPECT_EQ(answer.registerInfo.eventMap_.at(DriverType::SOMEIP).someip.e2eConfig.dataIdList,
               std::vector<std::uint32_t>{2});
-    EXPECT_TRUE(Logged(LogLevel::kVerbose, "Query sub node someip E2E config info[serviceId=" +
-                                               svc_ + ", instanceId=2, eventId=9"));
+    EXPECT_TRUE(Logged(LogLevel::kVerbose, "Query sub node someip E2E config info[" + someipKey_));
     sut_->QuerySubNodeE2EInfo(Index(DriverType::DDS));
-    EXPECT_TRUE(Logged(LogLevel::kVerbose, "Query sub node dds E2E config info[serviceId=" + svc_ +
-                                               ", instanceId=2, eventTopicName=t]"));
+    EXPECT_TRUE(Logged(LogLevel::kVerbose, "Query sub node dds E2E config info[" + ddsKey_ + "]"));
 }
 
 }  // namespace

@@ -306,11 +306,7 @@ TEST_F(EventInfoManageTest, GetNodeEventInfoTestsThePidOfEachSide) {
 
 TEST_F(EventInfoManageTest, AHandlerFiresOnEveryRegistrationOfItsKey) {
     std::vector<EventAllDriverIndex> calls;
-    LatencySwitch latencySwitch;
-    latencySwitch.index.drivers = {DriverType::DDS};
-    latencySwitch.index.serviceId = service_;
-    latencySwitch.index.instanceId = 1;
-    latencySwitch.index.topicName = "topic";
+    const LatencySwitch latencySwitch{{}, {{DriverType::DDS}, service_, 1, "topic", 0}};
     sut_.SetEventRegisterHandler([&calls](const EventAllDriverIndex& i) { calls.push_back(i); },
                                  latencySwitch);
 
