@@ -139,12 +139,20 @@ TEST_F(AppSkeletonTest, NodeRecordsWithE2EEntries) {
     EXPECT_FALSE(hasGhost());
 }
 
+// Kind 0 acknowledges a switch, kind 1 reports a result the tools then find per application.
 TEST_F(AppSkeletonTest, LatencyReportsAnswerByKind) {
     AppRegisterInfo info = LatencyRegistration("latencyApp", 0, 0x4000, "LatencyTopic");
     EXPECT_EQ(Register(info), 0);
     EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend notify latency mode finished"));
     info.latencyInfo.kind = 1;
+    info.latencyInfo.result = LatencyResult{100, 300, 50};
     EXPECT_EQ(Register(info), 0);
+    LatencyQueryInfo query;
+    query.period = 60;
+    query.index = info.latencyInfo.index;
+    const auto results = tools_->QueryLatencyResult(query).get().results;
+    ASSERT_EQ(results.count("latencyApp"), 1U);
+    EXPECT_EQ(results.at("latencyApp"), (LatencyResult{100, 300, 50}));
     info.latencyInfo.kind = 2;
     ClearLog();
     EXPECT_EQ(Register(info), 1);

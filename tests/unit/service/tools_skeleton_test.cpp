@@ -112,18 +112,5 @@ TEST_F(ToolsSkeletonTest, SwitchLatencyModeSendsOnTheApplicationEvent) {
     app_->StopOfferAppService();
 }
 
-TEST_F(ToolsSkeletonTest, LatencyResultsComeBackPerApplication) {
-    AppRegisterInfo report = LatencyRegistration("measuringApp", 1, 0x5400, "MeasuredTopic");
-    report.latencyInfo.result = LatencyResult{100, 300, 50};
-    ASSERT_EQ(Register(report), 0);
-
-    LatencyQueryInfo query;
-    query.period = 60;
-    query.index = report.latencyInfo.index;
-    const auto results = tools_->QueryLatencyResult(query).get().results;
-    ASSERT_EQ(results.count("measuringApp"), 1U);
-    EXPECT_EQ(results.at("measuringApp"), (LatencyResult{100, 300, 50}));
-}
-
 }  // namespace
 }  // namespace wardend::test
