@@ -18,36 +18,34 @@ ErrorCode FutureError(ara::core::future_errc code) {
     return ara::core::MakeErrorCode(code, 0);
 }
 
-TEST(FutureTest, ThenOnAReadyFutureRunsAtOnceOnTheCallingThread) {
-    Promise<int> promise;
-    auto future = promise.get_future();
-    promise.set_value(4);
-    std::thread::id ranOn;
-    auto next = future.then([&](Future<int> done) {
-        ranOn = std::this_thread::get_id();
-        return done.get() * 2;
-    });
-    EXPECT_EQ(ranOn, std::this_thread::get_id());
-    EXPECT_FALSE(future.valid());
-    EXPECT_TRUE(next.is_ready());
-    EXPECT_EQ(next.get(), 8);
-}
-
-TEST(FutureTest, ThenOnAPendingFutureRunsOnTheFulfillingThread) {
-    Promise<int> promise;
-    std::thread::id ranOn;
-    auto next = promise.get_future().then([&](Future<int> done) {
-        ranOn = std::this_thread::get_id();
-        return done.get() + 1;
-    });
-    std::thread::id fulfiller;
-    std::thread worker([&] {
-        fulfiller = std::this_thread::get_id();
-        promise.set_value(1);
-    });
-    worker.join();
-    EXPECT_EQ(next.get(), 2);
-    EXPECT_EQ(ranOn, fulfiller);
+// A continuation runs at once on the calling thread when the future is ready, otherwise on the
+// thread that fulfils the promise.
+TEST(FutureTest, ThenRunsOnTheThreadThatMakesTheValueAvailable) {
+    for (const bool readyFirst : {true, false}) {
+        SCOPED_TRACE(readyFirst ? "ready" : "pending");
+        Promise<int> promise;
+        auto future = promise.get_future();
+        std::thread::id fulfiller = std::this_thread::get_id();
+        if (readyFirst) {
+            promise.set_value(4);
+        }
+        std::thread::id ranOn;
+        auto next = future.then([&](Future<int> done) {
+            ranOn = std::this_thread::get_id();
+            return done.get() * 2;
+        });
+        EXPECT_FALSE(future.valid());
+        EXPECT_EQ(next.is_ready(), readyFirst);
+        if (!readyFirst) {
+            std::thread worker([&] {
+                fulfiller = std::this_thread::get_id();
+                promise.set_value(4);
+            });
+            worker.join();
+        }
+        EXPECT_EQ(next.get(), 8);
+        EXPECT_EQ(ranOn, fulfiller);
+    }
 }
 
 TEST(FutureTest, ThenPassesErrorsAndResultsThrough) {
