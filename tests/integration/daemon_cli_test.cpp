@@ -70,21 +70,24 @@ INSTANTIATE_TEST_SUITE_P(
                        "Msg file path /no/such/dir unexisted, so wardend exits"}),
     [](const ::testing::TestParamInfo<BadCommandLine>& param) { return param.param.name; });
 
-TEST_F(DaemonTest, AnExistingDirectoryIsTakenWithATrailingSlash) {
-    auto daemon = StartDaemon({"-p", dir_.Path()});
-    ASSERT_TRUE(WaitReady(*daemon)) << daemon->Stderr();
-    EXPECT_NE(daemon->Stderr().find("User set msg file path to " + dir_.Path() + "/"),
-              std::string::npos);
-    EXPECT_NE(daemon->Stderr().find("Wardend the instance id is 1."), std::string::npos);
-    StopAndExpectCleanExit(*daemon);
-    EXPECT_EQ(daemon->Stdout(), "");
-}
-
-TEST_F(DaemonTest, TheInstanceIdComesFromTheConfiguration) {
-    WriteConfig(R"({"Log": {"level": "info"}, "Wardend": {"instanceId": "3"}})");
-    auto daemon = StartDaemon();
-    ASSERT_TRUE(WaitReady(*daemon)) << daemon->Stderr();
-    EXPECT_NE(daemon->Stderr().find("Wardend the instance id is 3."), std::string::npos);
+// An existing -p directory is taken with a trailing slash; the instance id is 1 unless
+// vesk.json gives one.
+TEST_F(DaemonTest, StartsWithTheDirectoryAndInstanceIdItWasGiven) {
+    for (const bool configured : {false, true}) {
+        if (configured) {
+            WriteConfig(R"({"Log": {"level": "info"}, "Wardend": {"instanceId": "3"}})");
+        }
+        auto daemon = StartDaemon({"-p", dir_.Path()});
+        ASSERT_TRUE(WaitReady(*daemon)) << daemon->Stderr();
+        const std::string log = daemon->Stderr();
+        EXPECT_NE(log.find("User set msg file path to " + dir_.Path() + "/"), std::string::npos);
+        EXPECT_NE(log.find(configured ? "Wardend the instance id is 3."
+                                      : "Wardend the instance id is 1."),
+                  std::string::npos)
+            << log;
+        StopAndExpectCleanExit(*daemon);
+        EXPECT_EQ(daemon->Stdout(), "");
+    }
 }
 
 // The running check comes before the options, so even a bad option reports the running daemon.
