@@ -20,6 +20,7 @@
 #include "binding/serialize/serialize_log.h"
 #include "binding/serialize/serialize_traits.h"
 #include "platform/core/string.h"
+#include "platform/memory/memcpy_s.h"
 
 namespace lumo::serialize::dds {
 
@@ -28,10 +29,33 @@ inline constexpr std::uint64_t kMaxCount = std::numeric_limits<std::uint32_t>::m
 
 namespace detail {
 
-inline void CopyOrLog(unsigned char* dest, const void* src, std::size_t count, const char* text) {
-    if (serialize::detail::BoundedCopy(dest, count, src, count) != 0) {
+// The refusal path, kept out of line so that a successful copy inlines to a store.
+[[gnu::cold, gnu::noinline]] inline void RefuseCopy(unsigned char* dest, const void* src,
+                                                    std::size_t count, const char* text) {
+    if (memcpy_s(dest, count, src, count) != 0) {
         DdsLog().LogError() << text;
     }
+}
+
+// The destination was sized for count bytes, so only the pointers can make the copy fail.
+[[gnu::noinline]] inline void CopyOrLog(unsigned char* dest, const void* src, std::size_t count,
+                                        const char* text) {
+    if (dest != nullptr && src != nullptr && count <= (SIZE_MAX >> 1U)) {
+        std::memmove(dest, src, count);
+        return;
+    }
+    RefuseCopy(dest, src, count, text);
+}
+
+// CopyOrLog of a fixed width: a store and a null test.
+template <std::size_t N>
+[[gnu::always_inline]] inline void CopyFixed(unsigned char* dest, const void* src,
+                                             const char* text) {
+    if (dest != nullptr && src != nullptr) {
+        std::memcpy(dest, src, N);
+        return;
+    }
+    RefuseCopy(dest, src, N, text);
 }
 
 inline void LogRead(const char* text) {
@@ -48,9 +72,9 @@ template <typename T>
 void StoreScalar(unsigned char* out, const T& value, const char* text) {
     if constexpr (std::is_same_v<T, bool>) {
         const unsigned char byte = value ? 1 : 0;
-        CopyOrLog(out, &byte, 1, text);
+        CopyFixed<1>(out, &byte, text);
     } else {
-        CopyOrLog(out, &value, sizeof(T), text);
+        CopyFixed<sizeof(T)>(out, &value, text);
     }
 }
 
@@ -75,7 +99,7 @@ class SizeEnumerator {
 public:
     template <typename M>
     void operator()(const M& member);
-    std::uint64_t Total() const { return failed_ ? kSizeFailure : total_; }
+    std::uint64_t Total() const { return failed_ || total_ > kSizeMax ? kSizeFailure : total_; }
 
 private:
     std::uint64_t total_{0};
@@ -161,7 +185,7 @@ struct Codec<ara::core::String> {
         static constexpr const char* kError =
             "[DDS Serializer String] Memory copy return error, Invalid serialization.";
         const auto count = static_cast<std::uint32_t>(value.size());
-        detail::CopyOrLog(buffer + offset, &count, sizeof(count), kError);
+        detail::CopyFixed<sizeof(count)>(buffer + offset, &count, kError);
         if (!value.empty()) {
             detail::CopyOrLog(buffer + offset + kCountWidth, value.data(), value.size(), kError);
         }
@@ -210,9 +234,9 @@ struct Codec<std::vector<E, A>> {
     static std::uint64_t Write(const std::vector<E, A>& value, unsigned char* buffer,
                                std::uint64_t offset) {
         const auto count = static_cast<std::uint32_t>(value.size());
-        detail::CopyOrLog(buffer + offset, &count, sizeof(count),
-                          "[DDS Serializer Vector] Memory copy return error, Invalid "
-                          "serialization.");
+        detail::CopyFixed<sizeof(count)>(buffer + offset, &count,
+                                         "[DDS Serializer Vector] Memory copy return error, "
+                                         "Invalid serialization.");
         offset += kCountWidth;
         if constexpr (kBlock) {
             if (!value.empty()) {
@@ -343,8 +367,8 @@ struct Codec<std::map<K, V, C, A>> {
 
     static std::uint64_t Write(const Map& value, unsigned char* buffer, std::uint64_t offset) {
         const auto count = static_cast<std::uint32_t>(value.size());
-        detail::CopyOrLog(buffer + offset, &count, sizeof(count),
-                          "[DDS Serializer] Memory copy return error, invalid data.");
+        detail::CopyFixed<sizeof(count)>(
+            buffer + offset, &count, "[DDS Serializer] Memory copy return error, invalid data.");
         offset += kCountWidth;
         for (const auto& [key, mapped] : value) {
             offset = Codec<K>::Write(key, buffer, offset);
@@ -437,16 +461,22 @@ struct Codec<T, std::enable_if_t<serialize::detail::IsRecord<T>::value>> {
     }
 };
 
+// A fixed-width member adds a constant; only a variable member can fail. Every term is at most
+// kSizeMax, so the 64-bit total cannot wrap and one check at the end sees any excess.
 template <typename M>
-void SizeEnumerator::operator()(const M& member) {
-    const std::uint64_t size = Codec<M>::Size(member);
-    if (failed_ || size > kSizeMax || (total_ += size) > kSizeMax) {
-        failed_ = true;
+[[gnu::always_inline]] inline void SizeEnumerator::operator()(const M& member) {
+    if constexpr (serialize::detail::kIsScalar<M>) {
+        (void)member;
+        total_ += sizeof(M);
+    } else {
+        const std::uint64_t size = Codec<M>::Size(member);
+        failed_ = failed_ || size > kSizeMax;
+        total_ += size;
     }
 }
 
 template <typename M>
-void SerializingEnumerator::operator()(const M& member) {
+[[gnu::always_inline]] inline void SerializingEnumerator::operator()(const M& member) {
     offset_ = Codec<M>::Write(member, buffer_, offset_);
 }
 
