@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
+
 #include "tests/support/process.h"
 #include "tests/unit/registry/registry_builders.h"
 
@@ -26,11 +28,9 @@ protected:
     DDSMethodKey DdsKey() const { return DDSMethodKey{service_, 1, "req", "rep", "m", 0}; }
     SomeipMethodKey SomeipKey() const { return SomeipMethodKey{service_, 1, 3, 0}; }
     std::size_t Listed(const std::vector<MethodRegisterInfo>& rows) const {
-        std::size_t count = 0;
-        for (const auto& row : rows) {
-            count += row.serviceId == service_ ? 1 : 0;
-        }
-        return count;
+        return static_cast<std::size_t>(
+            std::count_if(rows.begin(), rows.end(),
+                          [this](const auto& row) { return row.serviceId == service_; }));
     }
 
     MethodInfoManage& sut_ = MethodInfoManage::GetInstance();
