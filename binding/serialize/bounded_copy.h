@@ -13,6 +13,32 @@
 
 namespace lumo::serialize::detail {
 
+// Copies count bytes; short runs (most strings) as two overlapping moves, all loads before the
+// stores, instead of a library call.
+inline void CopyBytes(unsigned char* dest, const unsigned char* src, std::size_t count) noexcept {
+    if (count >= 8 && count <= 16) {
+        std::uint64_t head = 0;
+        std::uint64_t tail = 0;
+        std::memcpy(&head, src, 8);
+        std::memcpy(&tail, src + count - 8, 8);
+        std::memcpy(dest, &head, 8);
+        std::memcpy(dest + count - 8, &tail, 8);
+    } else if (count >= 4 && count < 8) {
+        std::uint32_t head = 0;
+        std::uint32_t tail = 0;
+        std::memcpy(&head, src, 4);
+        std::memcpy(&tail, src + count - 4, 4);
+        std::memcpy(dest, &head, 4);
+        std::memcpy(dest + count - 4, &tail, 4);
+    } else if (count < 4) {
+        for (std::size_t i = 0; i < count; ++i) {
+            dest[i] = src[i];
+        }
+    } else {
+        std::memmove(dest, src, count);
+    }
+}
+
 inline int BoundedCopy(void* dest, std::size_t destSize, const void* src,
                        std::size_t count) noexcept {
     constexpr std::size_t kRsizeMax = SIZE_MAX >> 1U;

@@ -41,7 +41,7 @@ namespace detail {
 [[gnu::noinline]] inline void CopyOrLog(unsigned char* dest, const void* src, std::size_t count,
                                         const char* text) {
     if (dest != nullptr && src != nullptr && count <= (SIZE_MAX >> 1U)) {
-        std::memmove(dest, src, count);
+        serialize::detail::CopyBytes(dest, static_cast<const unsigned char*>(src), count);
         return;
     }
     RefuseCopy(dest, src, count, text);

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <vector>
 
 #include "binding/serialize/dds_serializer.h"
@@ -181,6 +182,30 @@ TEST(RoundTripStringTest, StringInputInBothFamilies) {
         lumo::serialize::dds::Deserializer<String> reader(buffer.data(), buffer.size());
         EXPECT_EQ(reader.GetSize(), buffer.size());
         EXPECT_EQ(reader.GetValue(), text);
+    }
+}
+
+// Short strings are copied in overlapping words: every length around the word widths lands
+// exactly, and the byte behind the string stays untouched.
+TEST(RoundTripStringTest, EveryShortLengthIsWrittenExactly) {
+    for (std::uint32_t length = 0; length <= 40; ++length) {
+        String text;
+        for (std::uint32_t i = 0; i < length; ++i) {
+            text.push_back(static_cast<char>('A' + i));
+        }
+        lumo::serialize::dds::Serializer<String> writer(text, SerializeConfig{});
+        ASSERT_EQ(writer.GetSize(), 4U + length);
+        std::vector<unsigned char> buffer(4U + length + 1U, 0xCC);
+        writer.Serialize(buffer.data());
+        std::vector<unsigned char> expected(buffer.size(), 0xCC);
+        std::memcpy(expected.data(), &length, 4);  // host order
+        for (std::uint32_t i = 0; i < length; ++i) {
+            expected[4U + i] = static_cast<unsigned char>(text[i]);
+        }
+        EXPECT_EQ(buffer, expected) << "length " << length;
+        std::uint64_t size = 0;
+        EXPECT_EQ(SomeipRoundTrip(text, SerializeConfig{}, nullptr, &size), text)
+            << "length " << length;
     }
 }
 
