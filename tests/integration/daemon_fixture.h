@@ -2,7 +2,7 @@
 #define TESTS_INTEGRATION_DAEMON_FIXTURE_H
 
 #include <gtest/gtest.h>
-#include <signal.h>
+#include <csignal>
 
 #include <chrono>
 #include <memory>

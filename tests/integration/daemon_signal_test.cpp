@@ -1,5 +1,5 @@
 #include <gtest/gtest.h>
-#include <signal.h>
+#include <csignal>
 
 #include "tests/integration/daemon_fixture.h"
 

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <unistd.h>
+#include <csignal>
 
 #include "tests/integration/daemon_fixture.h"
 
