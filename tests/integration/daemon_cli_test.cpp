@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "tests/integration/daemon_fixture.h"
 
 namespace {
@@ -101,6 +103,18 @@ TEST_F(DaemonTest, ASecondDaemonRefusesToRunBeforeLookingAtItsOptions) {
         EXPECT_EQ(second.out, "[ERROR]: Wardend process is running already\n");
     }
     StopAndExpectCleanExit(*first);
+}
+
+// Only the first character of the count is read: a binary under another name counts no
+// wardend at all, "0", and takes that for a running daemon.
+TEST_F(DaemonTest, ACountOfZeroIsTakenForARunningDaemon) {
+    const std::string renamed = dir_.Path() + "/wardend_renamed";
+    std::filesystem::copy_file(WARDEND_BINARY, renamed);
+    std::filesystem::permissions(renamed, std::filesystem::perms::owner_exec,
+                                 std::filesystem::perm_options::add);
+    const auto result = wardend::test::RunToEnd(renamed, {}, Env());
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.out, "[ERROR]: Wardend process is running already\n");
 }
 
 }  // namespace
