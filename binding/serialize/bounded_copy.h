@@ -13,6 +13,14 @@
 
 namespace lumo::serialize::detail {
 
+// GCC propagates a caller's short buffer into a copy branch that the length checks rule out,
+// and warns about the branch.
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Warray-bounds"
+#pragma GCC diagnostic ignored "-Wstringop-overread"
+#pragma GCC diagnostic ignored "-Wstringop-overflow"
+#endif
 // Copies count bytes; short runs (most strings) as two overlapping moves, all loads before the
 // stores, instead of a library call.
 inline void CopyBytes(unsigned char* dest, const unsigned char* src, std::size_t count) noexcept {
@@ -50,6 +58,9 @@ inline int BoundedCopy(void* dest, std::size_t destSize, const void* src,
     }
     return memcpy_s(dest, destSize, src, count);
 }
+#if defined(__GNUC__) && !defined(__clang__)
+#pragma GCC diagnostic pop
+#endif
 
 }  // namespace lumo::serialize::detail
 

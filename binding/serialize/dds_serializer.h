@@ -11,6 +11,7 @@
 #include <cstring>
 #include <limits>
 #include <map>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -127,11 +128,15 @@ public:
     DeserializeSizeCounter(const unsigned char* data, std::uint64_t length)
         : data_(data), remaining_(length) {}
     template <typename M>
-    void operator()(M& member);
+    void operator()(const M& member);
     std::uint64_t Consumed() const { return offset_ == kSizeFailure ? kSizeFailure : consumed_; }
 
 private:
     void Take(std::uint64_t width);
+    [[gnu::cold, gnu::noinline]] void Fail() {
+        detail::LogRead("Deserialization[DDS] size counter failed, insufficient data.");
+        offset_ = kSizeFailure;
+    }
 
     const unsigned char* data_;
     std::uint64_t offset_{0};
@@ -149,6 +154,15 @@ public:
     std::uint64_t Offset() const { return offset_; }
 
 private:
+    [[gnu::cold, gnu::noinline]] void ShortScalar(std::uint64_t start) const {
+        if (start > size_) {
+            detail::LogRead("Insufficient arguments from remote end");
+        } else {
+            detail::LogRead(
+                "Deserialization of trivially copyable type failed, insufficient data!");
+        }
+    }
+
     const unsigned char* data_;
     std::uint64_t size_;
     std::uint64_t offset_;
@@ -329,7 +343,8 @@ struct Codec<std::vector<E, A>> {
             std::uint64_t offset = kCountWidth;
             out.reserve(std::min<std::uint64_t>(count, length));  // each element takes a byte
             for (std::uint32_t i = 0; i < count; ++i) {
-                E element{};
+                // Read in place: on a failure the caller drops the whole vector.
+                E& element = out.emplace_back();
                 const std::uint64_t size = Codec<E>::Read(data + offset, length - offset, element);
                 if (size > length - offset || size == 0) {
                     detail::LogRead(
@@ -337,7 +352,6 @@ struct Codec<std::vector<E, A>> {
                         "data.");
                     return kSizeFailure;
                 }
-                out.push_back(std::move(element));
                 offset += size;
             }
             return offset;
@@ -422,15 +436,26 @@ struct Codec<std::map<K, V, C, A>> {
                 detail::LogRead("Deserialization of pair failed, insufficient data.");
                 return kSizeFailure;
             }
-            V mapped{};
-            const std::uint64_t valueSize =
-                Codec<V>::Read(data + offset + keySize, length - offset - keySize, mapped);
+            // The value is read into its node; a repeated key keeps the first value, so the
+            // repeat is read into a scratch value. Keys written from a map come in order, so the
+            // hint makes each insertion constant time. On a failure the caller drops the map.
+            const std::size_t before = out.size();
+            auto node = out.emplace_hint(out.end(), std::piecewise_construct,
+                                         std::forward_as_tuple(std::move(key)), std::tuple<>());
+            const unsigned char* at = data + offset + keySize;
+            const std::uint64_t left = length - offset - keySize;
+            std::uint64_t valueSize = 0;
+            if (out.size() != before) {
+                valueSize = Codec<V>::Read(at, left, node->second);
+            } else {
+                V repeated{};
+                valueSize = Codec<V>::Read(at, left, repeated);
+            }
             if (valueSize > length - offset - keySize || keySize + valueSize == 0) {
                 detail::LogRead("Deserialization of pair failed, insufficient data.");
                 return kSizeFailure;
             }
             offset += keySize + valueSize;
-            out.emplace(std::move(key), std::move(mapped));  // a repeated key keeps the first
         }
         return offset;
     }
@@ -449,7 +474,7 @@ struct Codec<T, std::enable_if_t<serialize::detail::IsRecord<T>::value>> {
         return writer.Offset();
     }
     static std::uint64_t ReadSize(const unsigned char* data, std::uint64_t length) {
-        T probe{};  // only its member types matter
+        static const T probe{};  // only its member types matter; built once, never changed
         DeserializeSizeCounter counter(data, length);
         probe.enumerate(counter);
         return counter.Consumed();
@@ -480,19 +505,18 @@ template <typename M>
     offset_ = Codec<M>::Write(member, buffer_, offset_);
 }
 
-inline void DeserializeSizeCounter::Take(std::uint64_t width) {
+[[gnu::always_inline]] inline void DeserializeSizeCounter::Take(std::uint64_t width) {
     if (offset_ != kSizeFailure && remaining_ >= width) {
         consumed_ += width;
         offset_ += width;
         remaining_ -= width;
         return;
     }
-    detail::LogRead("Deserialization[DDS] size counter failed, insufficient data.");
-    offset_ = kSizeFailure;
+    Fail();
 }
 
 template <typename M>
-void DeserializeSizeCounter::operator()(M& member) {
+[[gnu::always_inline]] inline void DeserializeSizeCounter::operator()(const M& member) {
     if constexpr (serialize::detail::kIsScalar<M>) {
         (void)member;
         Take(sizeof(M));
@@ -508,17 +532,14 @@ void DeserializeSizeCounter::operator()(M& member) {
 }
 
 template <typename M>
-void DeserializingEnumerator::operator()(M& member) {
+[[gnu::always_inline]] inline void DeserializingEnumerator::operator()(M& member) {
     if constexpr (serialize::detail::kIsScalar<M>) {
         const std::uint64_t start = offset_;
         offset_ = start + sizeof(M);
-        if (start > size_) {
-            detail::LogRead("Insufficient arguments from remote end");
-        } else if (size_ - start < sizeof(M)) {
-            detail::LogRead(
-                "Deserialization of trivially copyable type failed, insufficient data!");
-        } else {
+        if (start <= size_ && size_ - start >= sizeof(M)) {
             member = detail::LoadScalar<M>(data_ + start);
+        } else {
+            ShortScalar(start);
         }
     } else if constexpr (serialize::detail::IsRecord<M>::value) {
         member.enumerate(*this);

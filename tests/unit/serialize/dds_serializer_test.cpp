@@ -122,5 +122,30 @@ TEST_F(DdsSerializerTest, ATruncatedRecordFailsTheSizePassAndKeepsDefaultsInItsT
     }
 }
 
+// Values are read straight into the map's nodes: a repeated key must keep the first value, and
+// a pair cut short must leave nothing behind.
+TEST_F(DdsSerializerTest, MapsKeepTheFirstOfARepeatedKeyAndDropAPairCutShort) {
+    const Bytes repeated = {3, 0, 0, 0,                  // three pairs
+                            1, 0, 1, 0, 0, 0, 'a',       // SOMEIP -> "a"
+                            1, 0, 2, 0, 0, 0, 'b', 'c',  // SOMEIP again -> "bc", dropped
+                            0, 0, 1, 0, 0, 0, 'z'};      // DDS, out of order -> "z"
+    Deserializer<std::map<DriverType, String>> reader(repeated.data(), repeated.size());
+    EXPECT_EQ(reader.GetSize(), repeated.size());
+    const std::map<DriverType, String> expected = {{DriverType::DDS, "z"},
+                                                   {DriverType::SOMEIP, "a"}};
+    EXPECT_EQ(reader.GetValue(), expected);
+
+    const EventRegisterInfo record = MakeEventRegister(1);
+    const Bytes full = Write(record);
+    Deserializer<EventRegisterInfo> whole(full.data(), full.size());
+    EXPECT_EQ(whole.GetValue(), record);
+    // Cut inside the second event of eventMap_: the map comes out empty, not half read.
+    const std::size_t cut = 4 + record.name.size() + 4 + record.appName.size() + 4 + 2 +
+                            Write(record.eventMap_.begin()->second).size() + 2 + 10;
+    Deserializer<EventRegisterInfo> shortened(full.data(), cut);
+    EXPECT_TRUE(LogsPeerLine("Insufficient arguments from remote end",
+                             [&] { EXPECT_TRUE(shortened.GetValue().eventMap_.empty()); }));
+}
+
 }  // namespace
 }  // namespace wardend::test
