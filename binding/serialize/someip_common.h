@@ -5,10 +5,12 @@
 // that derive widths and padding from them.
 
 #include <cstdint>
+#include <cstring>
 
 #include "binding/serialize/bounded_copy.h"
 #include "binding/serialize/serialize_config.h"
 #include "binding/serialize/serialize_log.h"
+#include "platform/memory/memcpy_s.h"
 
 namespace lumo::serialize::someip {
 
@@ -86,22 +88,37 @@ inline const SerializationNode* NthMember(const SerializationNode* node, std::si
     return (*node->members)[index].get();
 }
 
-inline void LogCopyFailure(const char* text) {
+[[gnu::cold, gnu::noinline]] inline void LogCopyFailure(const char* text) {
     SomeipLog().LogError() << text;
 }
 
-inline void CopyOrLog(unsigned char* dest, const void* src, std::size_t count, const char* text) {
-    if (serialize::detail::BoundedCopy(dest, count, src, count) != 0) {
+// The refusal path, out of line so that a successful copy inlines.
+[[gnu::cold, gnu::noinline]] inline void RefuseCopy(unsigned char* dest, const void* src,
+                                                    std::size_t count, const char* text) {
+    if (memcpy_s(dest, count, src, count) != 0) {
         LogCopyFailure(text);
     }
 }
 
-// Fixed-width fields: the size is known here, so the copy compiles to a store.
-template <std::size_t N>
-void CopyFixedOrLog(unsigned char* dest, const unsigned char* src, const char* text) {
-    if (serialize::detail::BoundedCopy(dest, N, src, N) != 0) {
-        LogCopyFailure(text);
+// The destination was sized for count bytes, so only the pointers can make the copy fail.
+[[gnu::noinline]] inline void CopyOrLog(unsigned char* dest, const void* src, std::size_t count,
+                                        const char* text) {
+    if (dest != nullptr && src != nullptr && count <= (SIZE_MAX >> 1U)) {
+        serialize::detail::CopyBytes(dest, static_cast<const unsigned char*>(src), count);
+        return;
     }
+    RefuseCopy(dest, src, count, text);
+}
+
+// Fixed-width fields: the size is known here, so the copy compiles to a null test and a store.
+template <std::size_t N>
+[[gnu::always_inline]] inline void CopyFixedOrLog(unsigned char* dest, const unsigned char* src,
+                                                  const char* text) {
+    if (dest != nullptr && src != nullptr) {
+        std::memcpy(dest, src, N);
+        return;
+    }
+    RefuseCopy(dest, src, N, text);
 }
 
 inline constexpr const char* kCopyError =

@@ -77,17 +77,17 @@ struct Writer<ara::core::String> {
             }
             return layout;
         }
-        detail::CopyOrLog(out, kBom.data(), kBom.size(),
-                          "[Someip Serializer String] Memory copy BOM return error, invalid "
-                          "serialization.");
+        detail::CopyFixedOrLog<kBom.size()>(out, kBom.data(),
+                                            "[Someip Serializer String] Memory copy BOM return "
+                                            "error, invalid serialization.");
         if (!value.empty()) {
             detail::CopyOrLog(out + kBom.size(), value.data(), value.size(),
                               "[Someip Serializer String] Memory copy string data return error, "
                               "invalid serialization");
         }
-        detail::CopyOrLog(out + kBom.size() + value.size(), &kTerminator, 1,
-                          "[Someip Serializer String] Memory copy terminate return error, invalid "
-                          "serialization");
+        detail::CopyFixedOrLog<1>(out + kBom.size() + value.size(), &kTerminator,
+                                  "[Someip Serializer String] Memory copy terminate return error, "
+                                  "invalid serialization");
         return layout;
     }
 };
@@ -286,17 +286,26 @@ public:
     SerializeSizeCounter(const ValueContext& structure, std::uint64_t start)
         : structure_(structure), position_(start) {}
 
+    // Scalars of unconfigured structures inline; everything else goes through Measure.
     template <typename M>
-    void operator()(const M& member) {
-        if (failed_) {
-            return;
-        }
+    [[gnu::always_inline]] void operator()(const M& member) {
         if constexpr (serialize::detail::kIsScalar<M>) {
-            if (structure_.node == nullptr) {  // no tags, no padding: just the width
+            if (structure_.node == nullptr && !failed_) {  // no tags, no padding: the width
                 position_ += sizeof(M);
                 total_ += sizeof(M);
                 return;
             }
+        }
+        MeasureMember(member);
+    }
+
+    std::uint64_t Total() const { return failed_ ? kSizeFailure : total_; }
+
+protected:
+    template <typename M>
+    void MeasureMember(const M& member) {
+        if (failed_) {
+            return;
         }
         if (structure_.node == nullptr) {  // no tags, no child nodes
             const Layout layout = Writer<M>::Measure(
@@ -321,9 +330,6 @@ public:
         position_ += tagBytes + layout.size;
     }
 
-    std::uint64_t Total() const { return failed_ ? kSizeFailure : total_; }
-
-protected:
     bool NextChild(const SerializationNode*& child) {
         if (structure_.node == nullptr) {
             return true;
@@ -359,13 +365,11 @@ public:
     StructSerializeHelper(const ValueContext& structure, std::uint64_t start, unsigned char* buffer)
         : SerializeSizeCounter(structure, start), buffer_(buffer) {}
 
+    // Scalars of unconfigured structures inline: a byte swap and a store.
     template <typename M>
-    void operator()(const M& member) {
-        if (failed_) {
-            return;
-        }
+    [[gnu::always_inline]] void operator()(const M& member) {
         if constexpr (serialize::detail::kIsScalar<M>) {
-            if (structure_.node == nullptr) {
+            if (structure_.node == nullptr && !failed_) {
                 const auto bytes =
                     serialize::detail::EncodeScalar(member, structure_.config->byteOrder);
                 detail::CopyFixedOrLog<sizeof(M)>(buffer_ + position_, bytes.data(),
@@ -374,6 +378,17 @@ public:
                 total_ += sizeof(M);
                 return;
             }
+        }
+        WriteMember(member);
+    }
+
+    std::uint64_t Written() const { return failed_ ? kSizeFailure : total_; }
+
+private:
+    template <typename M>
+    void WriteMember(const M& member) {
+        if (failed_) {
+            return;
         }
         if (structure_.node == nullptr) {
             const Layout layout = Writer<M>::Write(
@@ -416,9 +431,6 @@ public:
         total_ += tagBytes + layout.size;
     }
 
-    std::uint64_t Written() const { return failed_ ? kSizeFailure : total_; }
-
-private:
     unsigned char* buffer_;
 };
 

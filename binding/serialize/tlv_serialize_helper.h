@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 #include <unordered_map>
 
 #include "binding/serialize/bounded_copy.h"
@@ -83,29 +84,32 @@ public:
     // Writes value in width bytes (0 writes nothing; 1, 2 and 4 are valid).
     static void CopyLengthField(unsigned char* destination, unsigned long value,
                                 unsigned long width, lumo::serialize::ByteOrder order) {
-        std::array<unsigned char, 4> bytes{};
-        int copied = -1;
-        switch (width) {
-            case 0:
-                return;
-            case 1:
-                lumo::serialize::detail::StoreUint(bytes.data(), value, 1, order);
-                copied = lumo::serialize::detail::BoundedCopy(destination, 1, bytes.data(), 1);
-                break;
-            case 2:
-                lumo::serialize::detail::StoreUint(bytes.data(), value, 2, order);
-                copied = lumo::serialize::detail::BoundedCopy(destination, 2, bytes.data(), 2);
-                break;
-            case 4:
-                lumo::serialize::detail::StoreUint(bytes.data(), value, 4, order);
-                copied = lumo::serialize::detail::BoundedCopy(destination, 4, bytes.data(), 4);
-                break;
-            default:
-                break;
+        if (width == 0) {
+            return;
         }
-        if (copied != 0) {
-            LogLengthFieldFailure();
+        // Only a null destination or an unsupported width can fail; both log.
+        if (destination != nullptr) {
+            switch (width) {
+                case 1:
+                    *destination = static_cast<unsigned char>(value);
+                    return;
+                case 2: {
+                    const auto bytes = lumo::serialize::detail::EncodeScalar(
+                        static_cast<std::uint16_t>(value), order);
+                    std::memcpy(destination, bytes.data(), bytes.size());
+                    return;
+                }
+                case 4: {
+                    const auto bytes = lumo::serialize::detail::EncodeScalar(
+                        static_cast<std::uint32_t>(value), order);
+                    std::memcpy(destination, bytes.data(), bytes.size());
+                    return;
+                }
+                default:
+                    break;
+            }
         }
+        LogLengthFieldFailure();
     }
 
     // Scans the tags of a stream. staticWidth is the length field width of wire type 4.
@@ -113,7 +117,7 @@ public:
                                      const unsigned char* data, unsigned long size);
 
     // "[Someip Serializer] Memory copy struct static length fail."
-    static void LogLengthFieldFailure();
+    [[gnu::cold, gnu::noinline]] static void LogLengthFieldFailure();
 
     // Reads a length field of width 1, 2 or 4; other widths read 0.
     static std::uint64_t ReadLengthField(const unsigned char* data, std::uint64_t width,
