@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 
@@ -248,22 +249,40 @@ struct Reader<std::map<K, V, C, A>> {
                 return false;
             }
             offset += step;
-            V mapped{};
-            const ReadResult valueRead =
-                Reader<V>::Read(data + offset, content - offset,
-                                detail::ChildContext(c, detail::NthMember(c.node, 1),
-                                                     c.position + width + offset, false),
-                                mapped);
+            // The value is read into its node (a repeated key keeps the first value and reads
+            // the repeat into a scratch value); a pair that fails leaves no node behind. Keys
+            // written from a map come in order, so the hint makes insertion constant time.
+            const std::size_t before = out.size();
+            const auto node =
+                out.emplace_hint(out.end(), std::piecewise_construct,
+                                 std::forward_as_tuple(std::move(key)), std::tuple<>());
+            const bool inserted = out.size() != before;
+            const ValueContext valueContext = detail::ChildContext(
+                c, detail::NthMember(c.node, 1), c.position + width + offset, false);
+            ReadResult valueRead;
+            if (inserted) {
+                valueRead =
+                    Reader<V>::Read(data + offset, content - offset, valueContext, node->second);
+            } else {
+                V repeated{};
+                valueRead =
+                    Reader<V>::Read(data + offset, content - offset, valueContext, repeated);
+            }
             if (valueRead.Failed() || !detail::Advance(valueRead, content - offset, true, step)) {
                 detail::LogRead("Deserialization of pair failed, insufficient second data.");
+                if (inserted) {
+                    out.erase(node);
+                }
                 return false;
             }
             offset += step;
             if (offset == pairStart) {
                 detail::LogRead("GetSize failed for pair deserialization, insufficient data.");
+                if (inserted) {
+                    out.erase(node);
+                }
                 return false;
             }
-            out.emplace(std::move(key), std::move(mapped));  // a repeated key keeps the first
         }
         return true;
     }
@@ -279,8 +298,23 @@ public:
     // The member region is `length` bytes long.
     void DoInit(std::uint64_t length) { length_ = length; }
 
+    // Scalars of unconfigured structures that fit inline; everything else, and every failure,
+    // goes through ReadMember.
     template <typename M>
-    void operator()(M& member) {
+    [[gnu::always_inline]] void operator()(M& member) {
+        if constexpr (serialize::detail::kIsScalar<M>) {
+            if (!failed_ && structure_.node == nullptr && length_ - offset_ >= sizeof(M)) {
+                member = serialize::detail::DecodeScalar<M>(data_ + offset_,
+                                                            structure_.config->byteOrder);
+                offset_ += sizeof(M);
+                return;
+            }
+        }
+        ReadMember(member);
+    }
+
+    template <typename M>
+    void ReadMember(M& member) {
         if (failed_) {
             return;
         }

@@ -18,14 +18,6 @@ void TlvSerializeHelper::LogLengthFieldFailure() {
     TlvLog().LogError() << "[Someip Serializer] Memory copy struct static length fail.";
 }
 
-std::uint64_t TlvSerializeHelper::ReadLengthField(const unsigned char* data, std::uint64_t width,
-                                                  ByteOrder order) {
-    if (width == 1 || width == 2 || width == 4) {
-        return LoadUint(data, width, order);
-    }
-    return 0;
-}
-
 DataIdRecord TlvSerializeHelper::RecordDataId(ByteOrder order, unsigned char staticWidth,
                                               const unsigned char* data, unsigned long size) {
     DataIdRecord result;

@@ -121,7 +121,18 @@ public:
 
     // Reads a length field of width 1, 2 or 4; other widths read 0.
     static std::uint64_t ReadLengthField(const unsigned char* data, std::uint64_t width,
-                                         lumo::serialize::ByteOrder order);
+                                         lumo::serialize::ByteOrder order) {
+        switch (width) {
+            case 1:
+                return data[0];
+            case 2:
+                return lumo::serialize::detail::DecodeScalar<std::uint16_t>(data, order);
+            case 4:
+                return lumo::serialize::detail::DecodeScalar<std::uint32_t>(data, order);
+            default:
+                return 0;
+        }
+    }
 };
 
 }  // namespace tlv::serialize

@@ -361,5 +361,54 @@ TEST_F(SomeipSerializerTest, AStringOfZeroWidthEntriesCannotHangTheReader) {
     EXPECT_EQ(reader.GetSize(), kSizeFailure);
 }
 
+// Map values are read straight into the map's nodes: a repeated key keeps the first value, and
+// a pair that fails leaves no node behind while the pairs before it stay.
+TEST_F(SomeipSerializerTest, MapsKeepTheFirstOfARepeatedKeyAndNoHalfReadPair) {
+    // A pair in the default configuration: big-endian key, then the string with length field,
+    // byte order mark and terminator.
+    const auto pair = [](std::uint16_t key, const std::string& text, bool goodMark = true) {
+        const auto content = static_cast<unsigned char>(3 + text.size() + 1);
+        Bytes out = {static_cast<unsigned char>(key >> 8U),
+                     static_cast<unsigned char>(key),
+                     0,
+                     0,
+                     0,
+                     content,
+                     0xEF,
+                     0xBB,
+                     static_cast<unsigned char>(goodMark ? 0xBF : 0x00)};
+        for (const char ch : text) {
+            out.push_back(static_cast<unsigned char>(ch));
+        }
+        out.push_back(0);
+        return out;
+    };
+    const auto map = [](const std::vector<Bytes>& pairs) {
+        Bytes content;
+        for (const Bytes& p : pairs) {
+            for (const unsigned char byte : p) {
+                content.push_back(byte);
+            }
+        }
+        Bytes out = {0, 0, 0, static_cast<unsigned char>(content.size())};
+        for (const unsigned char byte : content) {
+            out.push_back(byte);
+        }
+        return out;
+    };
+    using Map = std::map<DriverType, String>;
+
+    const Bytes repeated = map({pair(1, "a"), pair(1, "bc"), pair(0, "z")});
+    Deserializer<Map> reader(repeated.data(), repeated.size(), SerializeConfig{});
+    EXPECT_EQ(reader.GetSize(), repeated.size());
+    EXPECT_EQ(reader.GetValue(), (Map{{DriverType::DDS, "z"}, {DriverType::SOMEIP, "a"}}));
+
+    const Bytes broken = map({pair(1, "a"), pair(0, "bad", false)});
+    Deserializer<Map> failing(broken.data(), broken.size(), SerializeConfig{});
+    EXPECT_TRUE(LogsPeerLine("Deserialization of pair failed, insufficient second data.",
+                             [&] { EXPECT_EQ(failing.GetSize(), kSizeFailure); }));
+    EXPECT_EQ(failing.GetValue(), (Map{{DriverType::SOMEIP, "a"}}));
+}
+
 }  // namespace
 }  // namespace wardend::test
