@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <type_traits>
 #include <utility>
@@ -89,6 +90,35 @@ struct Writer<ara::core::String> {
                                   "[Someip Serializer String] Memory copy terminate return error, "
                                   "invalid serialization");
         return layout;
+    }
+
+    // Size of a string of an unconfigured structure when its length field is the common 4
+    // bytes and the content fits it; 0 when the general path must decide.
+    static std::uint64_t PlainSize(const ara::core::String& value, const SerializeConfig& config) {
+        const std::uint64_t content = value.size() + (config.isStringRaw ? 0U : 4U);
+        return config.stringLengthField == 4 && content <= LengthFieldLimit(4) ? 4 + content : 0;
+    }
+
+    // Writes what PlainSize accepted: the same bytes as Write, without its general checks.
+    static void WritePlain(const ara::core::String& value, const SerializeConfig& config,
+                           std::uint64_t size, unsigned char* out) {
+        static constexpr std::array<unsigned char, 4> kBom{0xEF, 0xBB, 0xBF, 0};
+        const auto length =
+            serialize::detail::EncodeScalar(static_cast<std::uint32_t>(size - 4), config.byteOrder);
+        std::memcpy(out, length.data(), length.size());
+        out += length.size();
+        if (!config.isStringRaw) {
+            std::memcpy(out, kBom.data(), 3);
+            out += 3;
+        }
+        if (!value.empty()) {
+            detail::CopyOrLog(out, value.data(), value.size(),
+                              "[Someip Serializer String] Memory copy string data return error, "
+                              "invalid serialization");
+        }
+        if (!config.isStringRaw) {
+            out[value.size()] = 0;
+        }
     }
 };
 
@@ -295,6 +325,15 @@ public:
                 total_ += sizeof(M);
                 return;
             }
+        } else if constexpr (std::is_same_v<M, ara::core::String>) {
+            if (structure_.node == nullptr && !failed_) {
+                const std::uint64_t size = Writer<M>::PlainSize(member, *structure_.config);
+                if (size != 0) {
+                    failed_ = !detail::AddSize(total_, size);
+                    position_ += size;
+                    return;
+                }
+            }
         }
         MeasureMember(member);
     }
@@ -377,6 +416,17 @@ public:
                 position_ += sizeof(M);
                 total_ += sizeof(M);
                 return;
+            }
+        }
+        if constexpr (std::is_same_v<M, ara::core::String>) {
+            if (structure_.node == nullptr && !failed_ && buffer_ != nullptr) {
+                const std::uint64_t size = Writer<M>::PlainSize(member, *structure_.config);
+                if (size != 0) {
+                    Writer<M>::WritePlain(member, *structure_.config, size, buffer_ + position_);
+                    position_ += size;
+                    total_ += size;
+                    return;
+                }
             }
         }
         WriteMember(member);
