@@ -40,11 +40,9 @@ bool WardendServer::StartService() {
     return true;
 }
 
+// The tools service has nothing to stop until the binding offers it on a driver.
 void WardendServer::StopService() {
     LogInfo() << "Wardend stops offering service.";
-    if (toolsSkeleton != nullptr) {
-        toolsSkeleton->StopOfferToolsService();
-    }
     if (appSkeleton != nullptr) {
         appSkeleton->StopOfferAppService();
         LogInfo() << "Wardend stops thread pool.";

@@ -178,7 +178,7 @@ EventInfoManage& EventInfoManage::GetInstance() {
 bool EventInfoManage::RegisterEventInfo(const EventRegisterInfo& info, const bool& isPub) {
     LogInfo() << "Wardend register eventinfo";
     const std::lock_guard<std::mutex> lock(eventLock_);
-    const auto eventMap = info.eventMap_;
+    const auto& eventMap = info.eventMap_;
     const auto dds = eventMap.find(DriverType::DDS);
     const auto someip = eventMap.find(DriverType::SOMEIP);
     const bool hasDds = dds != eventMap.end();
@@ -323,7 +323,7 @@ void EventInfoManage::SetEventRegisterHandler(const EventRegisterHandler& handle
 bool EventInfoManage::UnregisterEventInfo(const EventRegisterInfo& info, const bool& isPub) {
     LogInfo() << "Wardend unregister eventinfo";
     const std::lock_guard<std::mutex> lock(eventLock_);
-    const auto eventMap = info.eventMap_;
+    const auto& eventMap = info.eventMap_;
     const auto dds = eventMap.find(DriverType::DDS);
     const auto someip = eventMap.find(DriverType::SOMEIP);
     const bool hasDds = dds != eventMap.end();

@@ -120,7 +120,7 @@ MethodInfoManage& MethodInfoManage::GetInstance() {
 bool MethodInfoManage::RegisterMethodInfo(const MethodRegisterInfo& info, const bool& isPub) {
     LogInfo() << "Wardend register methodinfo";
     const std::lock_guard<std::mutex> lock(methodLock_);
-    const auto methodMap = info.methodMap_;
+    const auto& methodMap = info.methodMap_;
     const auto dds = methodMap.find(DriverType::DDS);
     const auto someip = methodMap.find(DriverType::SOMEIP);
     const bool hasDds = dds != methodMap.end();
@@ -212,7 +212,7 @@ bool MethodInfoManage::RegisterNewLocked(Map& map, const typename Map::key_type&
 bool MethodInfoManage::UnregisterMethodInfo(const MethodRegisterInfo& info, const bool& isPub) {
     LogInfo() << "Wardend unregister methodinfo";
     const std::lock_guard<std::mutex> lock(methodLock_);
-    const auto methodMap = info.methodMap_;
+    const auto& methodMap = info.methodMap_;
     const auto dds = methodMap.find(DriverType::DDS);
     const auto someip = methodMap.find(DriverType::SOMEIP);
     const auto act = [&info, isPub](auto& map, const auto& key) {

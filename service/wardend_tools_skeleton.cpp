@@ -36,8 +36,6 @@ void WardendToolsSkeleton::OfferToolsService() {
     LogVerbose() << "Wardend has offered tools service.";
 }
 
-void WardendToolsSkeleton::StopOfferToolsService() {}
-
 ara::core::Future<WardendToolsSkeleton::QueryAllDataTypeOutput>
 WardendToolsSkeleton::QueryAllDataType() {
     QueryAllDataTypeOutput output;

@@ -24,7 +24,6 @@ public:
     void SetAppSkeleton(std::shared_ptr<WardendAppSkeleton> appSkeleton);
 
     void OfferToolsService();
-    void StopOfferToolsService();
 
     ara::core::Future<QueryAllDataTypeOutput> QueryAllDataType() override;
     ara::core::Future<QueryDataTypeOutput> QueryDataType(const String& typeName) override;
