@@ -21,10 +21,18 @@ namespace lumo::serialize::detail {
 #pragma GCC diagnostic ignored "-Wstringop-overread"
 #pragma GCC diagnostic ignored "-Wstringop-overflow"
 #endif
-// Copies count bytes; short runs (most strings) as two overlapping moves, all loads before the
-// stores, instead of a library call.
-inline void CopyBytes(unsigned char* dest, const unsigned char* src, std::size_t count) noexcept {
-    if (count >= 8 && count <= 16) {
+// Copies count bytes between ranges that do not overlap; short runs (most strings) as two
+// overlapping moves instead of a library call.
+[[gnu::always_inline]] inline void CopyBytes(unsigned char* dest, const unsigned char* src,
+                                             std::size_t count) noexcept {
+    if (count > 16 && count <= 32) {
+        unsigned char head[16];
+        unsigned char tail[16];
+        std::memcpy(head, src, 16);
+        std::memcpy(tail, src + count - 16, 16);
+        std::memcpy(dest, head, 16);
+        std::memcpy(dest + count - 16, tail, 16);
+    } else if (count >= 8 && count <= 16) {
         std::uint64_t head = 0;
         std::uint64_t tail = 0;
         std::memcpy(&head, src, 8);
@@ -43,7 +51,7 @@ inline void CopyBytes(unsigned char* dest, const unsigned char* src, std::size_t
             dest[i] = src[i];
         }
     } else {
-        std::memmove(dest, src, count);
+        std::memcpy(dest, src, count);
     }
 }
 

@@ -30,33 +30,21 @@ inline constexpr std::uint64_t kMaxCount = std::numeric_limits<std::uint32_t>::m
 
 namespace detail {
 
-// The refusal path, kept out of line so that a successful copy inlines to a store.
-[[gnu::cold, gnu::noinline]] inline void RefuseCopy(unsigned char* dest, const void* src,
-                                                    std::size_t count, const char* text) {
-    if (memcpy_s(dest, count, src, count) != 0) {
+// Texts of a refused copy: the buffer is checked once, before the first copy, since every
+// later destination lies inside the GetSize() bytes behind it.
+inline constexpr const char* kCopyError =
+    "[DDS Serializer] Memory copy return error, invalid data.";
+inline constexpr const char* kStringCopyError =
+    "[DDS Serializer String] Memory copy return error, Invalid serialization.";
+inline constexpr const char* kVectorCopyError =
+    "[DDS Serializer Vector] Memory copy return error, Invalid serialization.";
+
+[[gnu::cold, gnu::noinline]] inline void RefuseCopy(unsigned char* dest, std::size_t count,
+                                                    const char* text) {
+    const unsigned char probe = 0;
+    if (memcpy_s(dest, count, &probe, count) != 0) {
         DdsLog().LogError() << text;
     }
-}
-
-// The destination was sized for count bytes, so only the pointers can make the copy fail.
-[[gnu::noinline]] inline void CopyOrLog(unsigned char* dest, const void* src, std::size_t count,
-                                        const char* text) {
-    if (dest != nullptr && src != nullptr && count <= (SIZE_MAX >> 1U)) {
-        serialize::detail::CopyBytes(dest, static_cast<const unsigned char*>(src), count);
-        return;
-    }
-    RefuseCopy(dest, src, count, text);
-}
-
-// CopyOrLog of a fixed width: a store and a null test.
-template <std::size_t N>
-[[gnu::always_inline]] inline void CopyFixed(unsigned char* dest, const void* src,
-                                             const char* text) {
-    if (dest != nullptr && src != nullptr) {
-        std::memcpy(dest, src, N);
-        return;
-    }
-    RefuseCopy(dest, src, N, text);
 }
 
 inline void LogRead(const char* text) {
@@ -70,12 +58,11 @@ inline std::uint32_t LoadCount(const unsigned char* data) {
 }
 
 template <typename T>
-void StoreScalar(unsigned char* out, const T& value, const char* text) {
+[[gnu::always_inline]] inline void StoreScalar(unsigned char* out, const T& value) {
     if constexpr (std::is_same_v<T, bool>) {
-        const unsigned char byte = value ? 1 : 0;
-        CopyFixed<1>(out, &byte, text);
+        *out = value ? 1 : 0;
     } else {
-        CopyFixed<sizeof(T)>(out, &value, text);
+        std::memcpy(out, &value, sizeof(T));
     }
 }
 
@@ -92,6 +79,8 @@ T LoadScalar(const unsigned char* in) {
 
 }  // namespace detail
 
+// Codec<T>: Size (bytes of a value; anything above kSizeMax is a failure), Write (at an offset
+// of a buffer that holds them), ReadSize and Read (bytes taken from a stream, or kSizeFailure).
 template <typename T, typename Enable = void>
 struct Codec;
 
@@ -100,11 +89,10 @@ class SizeEnumerator {
 public:
     template <typename M>
     void operator()(const M& member);
-    std::uint64_t Total() const { return failed_ || total_ > kSizeMax ? kSizeFailure : total_; }
+    std::uint64_t Total() const { return total_ > kSizeMax ? kSizeFailure : total_; }
 
 private:
     std::uint64_t total_{0};
-    bool failed_{false};
 };
 
 // Writes a record's members at the running offset.
@@ -172,8 +160,7 @@ template <typename T>
 struct Codec<T, std::enable_if_t<serialize::detail::kIsScalar<T>>> {
     static std::uint64_t Size(const T& /*value*/) { return sizeof(T); }
     static std::uint64_t Write(const T& value, unsigned char* buffer, std::uint64_t offset) {
-        detail::StoreScalar(buffer + offset, value,
-                            "[DDS Serializer] Memory copy return error, invalid data.");
+        detail::StoreScalar(buffer + offset, value);
         return offset + sizeof(T);
     }
     static std::uint64_t ReadSize(const unsigned char* /*data*/, std::uint64_t length) {
@@ -191,19 +178,17 @@ struct Codec<T, std::enable_if_t<serialize::detail::kIsScalar<T>>> {
 
 template <>
 struct Codec<ara::core::String> {
-    static std::uint64_t Size(const ara::core::String& value) {
-        return value.size() > kMaxCount ? kSizeFailure : kCountWidth + value.size();
-    }
+    // Sizes above kSizeMax are failures; a string too long for its count lands there too.
+    static std::uint64_t Size(const ara::core::String& value) { return kCountWidth + value.size(); }
     static std::uint64_t Write(const ara::core::String& value, unsigned char* buffer,
                                std::uint64_t offset) {
-        static constexpr const char* kError =
-            "[DDS Serializer String] Memory copy return error, Invalid serialization.";
-        const auto count = static_cast<std::uint32_t>(value.size());
-        detail::CopyFixed<sizeof(count)>(buffer + offset, &count, kError);
-        if (!value.empty()) {
-            detail::CopyOrLog(buffer + offset + kCountWidth, value.data(), value.size(), kError);
-        }
-        return offset + kCountWidth + value.size();
+        // Both read before the first store, which might alias them.
+        const std::size_t size = value.size();
+        const auto* text = reinterpret_cast<const unsigned char*>(value.data());
+        const auto count = static_cast<std::uint32_t>(size);
+        std::memcpy(buffer + offset, &count, sizeof(count));
+        serialize::detail::CopyBytes(buffer + offset + kCountWidth, text, size);
+        return offset + kCountWidth + size;
     }
     static std::uint64_t ReadSize(const unsigned char* data, std::uint64_t length) {
         const std::uint64_t count = length >= kCountWidth ? detail::LoadCount(data) : kSizeFailure;
@@ -228,18 +213,15 @@ struct Codec<std::vector<E, A>> {
     static constexpr bool kBlock = serialize::detail::kIsScalar<E> && !std::is_same_v<E, bool>;
 
     static std::uint64_t Size(const std::vector<E, A>& value) {
-        if (value.size() > kMaxCount) {
-            return kSizeFailure;
-        }
         if constexpr (serialize::detail::kIsScalar<E>) {
-            return kCountWidth + value.size() * sizeof(E);
+            return kCountWidth + value.size() * sizeof(E);  // a count too large ends above kSizeMax
         } else {
+            if (value.size() > kMaxCount) {
+                return kSizeFailure;
+            }
             std::uint64_t total = kCountWidth;
             for (const E& element : value) {
-                const std::uint64_t size = Codec<E>::Size(element);
-                if (size > kSizeMax || (total += size) > kSizeMax) {
-                    return kSizeFailure;
-                }
+                total += Codec<E>::Size(element);  // a failing element leaves it above kSizeMax
             }
             return total;
         }
@@ -248,22 +230,16 @@ struct Codec<std::vector<E, A>> {
     static std::uint64_t Write(const std::vector<E, A>& value, unsigned char* buffer,
                                std::uint64_t offset) {
         const auto count = static_cast<std::uint32_t>(value.size());
-        detail::CopyFixed<sizeof(count)>(buffer + offset, &count,
-                                         "[DDS Serializer Vector] Memory copy return error, "
-                                         "Invalid serialization.");
+        std::memcpy(buffer + offset, &count, sizeof(count));
         offset += kCountWidth;
         if constexpr (kBlock) {
-            if (!value.empty()) {
-                detail::CopyOrLog(buffer + offset, value.data(), value.size() * sizeof(E),
-                                  "[DDS Serializer Vector] Memory copy return error, Invalid "
-                                  "serialization.");
-            }
+            serialize::detail::CopyBytes(buffer + offset,
+                                         reinterpret_cast<const unsigned char*>(value.data()),
+                                         value.size() * sizeof(E));
             return offset + value.size() * sizeof(E);
         } else if constexpr (serialize::detail::kIsScalar<E>) {
-            for (const E& element : value) {
-                detail::StoreScalar(buffer + offset, element,
-                                    "[DDS Serializer Sequence] Memory copy return error, Invalid "
-                                    "serialization.");
+            for (const E element : value) {
+                detail::StoreScalar(buffer + offset, element);
                 offset += sizeof(E);
             }
             return offset;
@@ -369,20 +345,14 @@ struct Codec<std::map<K, V, C, A>> {
         }
         std::uint64_t total = kCountWidth;
         for (const auto& [key, mapped] : value) {
-            const std::uint64_t keySize = Codec<K>::Size(key);
-            const std::uint64_t valueSize = Codec<V>::Size(mapped);
-            if (keySize > kSizeMax || valueSize > kSizeMax ||
-                (total += keySize + valueSize) > kSizeMax) {
-                return kSizeFailure;
-            }
+            total += Codec<K>::Size(key) + Codec<V>::Size(mapped);  // failures end above kSizeMax
         }
         return total;
     }
 
     static std::uint64_t Write(const Map& value, unsigned char* buffer, std::uint64_t offset) {
         const auto count = static_cast<std::uint32_t>(value.size());
-        detail::CopyFixed<sizeof(count)>(
-            buffer + offset, &count, "[DDS Serializer] Memory copy return error, invalid data.");
+        std::memcpy(buffer + offset, &count, sizeof(count));
         offset += kCountWidth;
         for (const auto& [key, mapped] : value) {
             offset = Codec<K>::Write(key, buffer, offset);
@@ -468,7 +438,8 @@ struct Codec<T, std::enable_if_t<serialize::detail::IsRecord<T>::value>> {
         value.enumerate(sizes);
         return sizes.Total();
     }
-    static std::uint64_t Write(const T& value, unsigned char* buffer, std::uint64_t offset) {
+    static std::uint64_t Write(const T& __restrict value, unsigned char* __restrict buffer,
+                               std::uint64_t offset) {
         SerializingEnumerator writer(buffer, offset);
         value.enumerate(writer);
         return writer.Offset();
@@ -486,17 +457,16 @@ struct Codec<T, std::enable_if_t<serialize::detail::IsRecord<T>::value>> {
     }
 };
 
-// A fixed-width member adds a constant; only a variable member can fail. Every term is at most
-// kSizeMax, so the 64-bit total cannot wrap and one check at the end sees any excess.
+// A fixed-width member adds a constant. A member that fails has a size above kSizeMax, and so
+// has the total then: one check at the end sees it. The sum cannot wrap, since every failing
+// term stands for more than 4 GiB of memory.
 template <typename M>
 [[gnu::always_inline]] inline void SizeEnumerator::operator()(const M& member) {
     if constexpr (serialize::detail::kIsScalar<M>) {
         (void)member;
         total_ += sizeof(M);
     } else {
-        const std::uint64_t size = Codec<M>::Size(member);
-        failed_ = failed_ || size > kSizeMax;
-        total_ += size;
+        total_ += Codec<M>::Size(member);
     }
 }
 
@@ -569,7 +539,7 @@ public:
 
     std::uint64_t GetSize() {
         if (size_ == kSizeFailure) {
-            size_ = Codec<T>::Size(*value_);
+            size_ = std::min(Codec<T>::Size(*value_), kSizeFailure);
         }
         return size_;
     }
@@ -579,10 +549,24 @@ public:
         if (GetSize() > kSizeMax) {
             return;
         }
+        if (buffer == nullptr) {
+            detail::RefuseCopy(buffer, size_, FirstCopyError());
+            return;
+        }
         (void)Codec<T>::Write(*value_, buffer, position_);
     }
 
 private:
+    static constexpr const char* FirstCopyError() {
+        if constexpr (std::is_same_v<T, ara::core::String>) {
+            return detail::kStringCopyError;
+        } else if constexpr (serialize::detail::IsVector<T>::value) {
+            return detail::kVectorCopyError;
+        } else {
+            return detail::kCopyError;
+        }
+    }
+
     const T* value_;
     SerializeConfig config_;  // carried; no field of it changes this format
     std::uint64_t position_;

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "binding/serialize/dds_serializer.h"
 #include "tests/unit/serialize/sample_records.h"
 #include "tests/unit/serialize/serialize_test_support.h"
@@ -70,6 +72,36 @@ TEST_F(DdsSerializerTest, EmptyStringAndVectorAreFourZeroBytes) {
     Deserializer<std::vector<std::uint16_t>> reader(four.data(), four.size());
     EXPECT_EQ(reader.GetSize(), 4U);
     EXPECT_TRUE(reader.GetValue().empty());
+}
+
+// The buffer is checked once, before the first copy: a null one is refused with the line of that
+// copy's kind and nothing is written.
+TEST_F(DdsSerializerTest, ANullBufferIsRefusedWithTheLineOfTheFirstCopy) {
+    const struct {
+        const char* line;
+        std::function<void()> write;
+    } cases[] = {
+        {"[DDS Serializer String] Memory copy return error, Invalid serialization.",
+         [] {
+             const String value = "ab";
+             Serializer<String>(value, SerializeConfig{}).Serialize(nullptr);
+         }},
+        {"[DDS Serializer Vector] Memory copy return error, Invalid serialization.",
+         [] {
+             const std::vector<std::uint16_t> value = {1};
+             Serializer<std::vector<std::uint16_t>>(value, SerializeConfig{}).Serialize(nullptr);
+         }},
+        {"[DDS Serializer] Memory copy return error, invalid data.",
+         [] {
+             const LatencyIndex value;
+             Serializer<LatencyIndex>(value, SerializeConfig{}).Serialize(nullptr);
+         }},
+    };
+    for (const auto& c : cases) {
+        ClearLog();
+        c.write();
+        EXPECT_TRUE(Logged(LogLevel::kError, c.line)) << c.line;
+    }
 }
 
 TEST_F(DdsSerializerTest, ShortOrOverlongCountsFailWithoutOverflow) {
