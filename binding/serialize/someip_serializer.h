@@ -14,6 +14,7 @@
 
 #include "binding/serialize/serialize_traits.h"
 #include "binding/serialize/someip_common.h"
+#include "binding/serialize/someip_plain_writer.h"
 #include "binding/serialize/tlv_serialize_helper.h"
 #include "platform/core/string.h"
 
@@ -90,35 +91,6 @@ struct Writer<ara::core::String> {
                                   "[Someip Serializer String] Memory copy terminate return error, "
                                   "invalid serialization");
         return layout;
-    }
-
-    // Size of a string of an unconfigured structure when its length field is the common 4
-    // bytes and the content fits it; 0 when the general path must decide.
-    static std::uint64_t PlainSize(const ara::core::String& value, const SerializeConfig& config) {
-        const std::uint64_t content = value.size() + (config.isStringRaw ? 0U : 4U);
-        return config.stringLengthField == 4 && content <= LengthFieldLimit(4) ? 4 + content : 0;
-    }
-
-    // Writes what PlainSize accepted: the same bytes as Write, without its general checks.
-    static void WritePlain(const ara::core::String& value, const SerializeConfig& config,
-                           std::uint64_t size, unsigned char* out) {
-        static constexpr std::array<unsigned char, 4> kBom{0xEF, 0xBB, 0xBF, 0};
-        const auto length =
-            serialize::detail::EncodeScalar(static_cast<std::uint32_t>(size - 4), config.byteOrder);
-        std::memcpy(out, length.data(), length.size());
-        out += length.size();
-        if (!config.isStringRaw) {
-            std::memcpy(out, kBom.data(), 3);
-            out += 3;
-        }
-        if (!value.empty()) {
-            detail::CopyOrLog(out, value.data(), value.size(),
-                              "[Someip Serializer String] Memory copy string data return error, "
-                              "invalid serialization");
-        }
-        if (!config.isStringRaw) {
-            out[value.size()] = 0;
-        }
     }
 };
 
@@ -309,6 +281,34 @@ template <typename K, typename V, typename C, typename A>
 struct Writer<std::map<K, V, C, A>>
     : detail::SequenceWriter<detail::MapPolicy<K, V>, std::map<K, V>> {};
 
+namespace detail {
+
+// Values that no node steers under the usual widths go through the plain writer.
+inline bool IsPlain(const ValueContext& c) {
+    return c.node == nullptr && PlainWriterApplies(*c.config);
+}
+
+template <typename T>
+std::uint64_t PlainSize(const T& value, const SerializeConfig& config) {
+    const std::uint64_t size =
+        config.byteOrder == ByteOrder::kLittleEndian
+            ? PlainWriter<ByteOrder::kLittleEndian>(config.isStringRaw).Size(value)
+            : PlainWriter<ByteOrder::kBigEndian>(config.isStringRaw).Size(value);
+    return size > kSizeMax - 1 ? kSizeFailure : size;
+}
+
+// Writes what PlainSize accepted at out; returns the bytes written.
+template <typename T>
+std::uint64_t PlainWrite(const T& value, const SerializeConfig& config, unsigned char* out) {
+    const unsigned char* end =
+        config.byteOrder == ByteOrder::kLittleEndian
+            ? PlainWriter<ByteOrder::kLittleEndian>(config.isStringRaw).Write(value, out)
+            : PlainWriter<ByteOrder::kBigEndian>(config.isStringRaw).Write(value, out);
+    return static_cast<std::uint64_t>(end - out);
+}
+
+}  // namespace detail
+
 // Measures the members of a structure in wire order. Each member takes the next child of the
 // structure's node; with TLV a tagged member is preceded by its 2-byte tag.
 class SerializeSizeCounter {
@@ -316,25 +316,8 @@ public:
     SerializeSizeCounter(const ValueContext& structure, std::uint64_t start)
         : structure_(structure), position_(start) {}
 
-    // Scalars of unconfigured structures inline; everything else goes through Measure.
     template <typename M>
-    [[gnu::always_inline]] void operator()(const M& member) {
-        if constexpr (serialize::detail::kIsScalar<M>) {
-            if (structure_.node == nullptr && !failed_) {  // no tags, no padding: the width
-                position_ += sizeof(M);
-                total_ += sizeof(M);
-                return;
-            }
-        } else if constexpr (std::is_same_v<M, ara::core::String>) {
-            if (structure_.node == nullptr && !failed_) {
-                const std::uint64_t size = Writer<M>::PlainSize(member, *structure_.config);
-                if (size != 0) {
-                    failed_ = !detail::AddSize(total_, size);
-                    position_ += size;
-                    return;
-                }
-            }
-        }
+    void operator()(const M& member) {
         MeasureMember(member);
     }
 
@@ -404,31 +387,8 @@ public:
     StructSerializeHelper(const ValueContext& structure, std::uint64_t start, unsigned char* buffer)
         : SerializeSizeCounter(structure, start), buffer_(buffer) {}
 
-    // Scalars of unconfigured structures inline: a byte swap and a store.
     template <typename M>
-    [[gnu::always_inline]] void operator()(const M& member) {
-        if constexpr (serialize::detail::kIsScalar<M>) {
-            if (structure_.node == nullptr && !failed_) {
-                const auto bytes =
-                    serialize::detail::EncodeScalar(member, structure_.config->byteOrder);
-                detail::CopyFixedOrLog<sizeof(M)>(buffer_ + position_, bytes.data(),
-                                                  detail::kCopyError);
-                position_ += sizeof(M);
-                total_ += sizeof(M);
-                return;
-            }
-        }
-        if constexpr (std::is_same_v<M, ara::core::String>) {
-            if (structure_.node == nullptr && !failed_ && buffer_ != nullptr) {
-                const std::uint64_t size = Writer<M>::PlainSize(member, *structure_.config);
-                if (size != 0) {
-                    Writer<M>::WritePlain(member, *structure_.config, size, buffer_ + position_);
-                    position_ += size;
-                    total_ += size;
-                    return;
-                }
-            }
-        }
+    void operator()(const M& member) {
         WriteMember(member);
     }
 
@@ -505,6 +465,10 @@ struct Writer<T, std::enable_if_t<serialize::detail::IsRecord<T>::value>> {
     }
 
     static Layout Measure(const T& value, const ValueContext& c) {
+        if (detail::IsPlain(c)) {
+            const std::uint64_t size = detail::PlainSize(value, *c.config);
+            return size > kSizeMax ? Layout{} : Layout{size, 0, 0};
+        }
         Layout layout;
         if (detail::IsDynamic(c)) {
             std::uint64_t content = MeasureContent(value, c, 4);
@@ -535,6 +499,9 @@ struct Writer<T, std::enable_if_t<serialize::detail::IsRecord<T>::value>> {
     }
 
     static Layout Write(const T& value, const ValueContext& c, unsigned char* buffer) {
+        if (detail::IsPlain(c)) {
+            return Layout{detail::PlainWrite(value, *c.config, buffer + c.position), 0, 0};
+        }
         Layout layout;
         if (detail::IsDynamic(c)) {
             layout = Measure(value, c);
@@ -581,7 +548,13 @@ public:
 
     // Total bytes including the length field and padding, or kSizeFailure. Cached.
     std::uint64_t GetSize() {
-        if (size_ == kSizeFailure) {
+        if (size_ == kSizeFailure && detail::IsPlain(Context())) {
+            size_ = detail::PlainSize(*value_, config_);
+            constexpr bool kFramed =
+                !serialize::detail::kIsScalar<T> && !serialize::detail::IsRecord<T>::value;
+            lengthWidth_ = kFramed ? PlainWriter<ByteOrder::kBigEndian>::kLengthWidth : 0;
+            padding_ = 0;
+        } else if (size_ == kSizeFailure) {
             const Layout layout = Writer<T>::Measure(*value_, Context());
             size_ = layout.size;
             lengthWidth_ = static_cast<std::uint8_t>(layout.lengthWidth);
@@ -594,6 +567,14 @@ public:
     // fails. Padding bytes are left as they are.
     void Serialize(unsigned char* buffer) {
         if (GetSize() > kSizeMax) {
+            return;
+        }
+        if (buffer == nullptr) {  // every later destination lies inside the buffer
+            detail::LogCopyFailure(detail::kCopyError);
+            return;
+        }
+        if (detail::IsPlain(Context())) {
+            (void)detail::PlainWrite(*value_, config_, buffer + position_);
             return;
         }
         (void)Writer<T>::Write(*value_, Context(), buffer);

@@ -83,6 +83,50 @@ TEST_F(SomeipSerializerTest, KnownAnswersInTheDefaultConfiguration) {
     EXPECT_EQ(Write(SmallField(), SerializeConfig{}), field);
 }
 
+// Values without a node go through a writer of their own. A node tree that changes nothing
+// (no alignment, no tags, the same widths and byte order) sends the same values through the
+// general writer: both must give the same bytes.
+template <typename T>
+void ExpectPlainEqualsGeneral(const T& value, const char* name) {
+    const struct {
+        const char* name;
+        ByteOrder order;
+        bool raw;
+    } shapes[] = {{"big-endian", ByteOrder::kBigEndian, false},
+                  {"little-endian", ByteOrder::kLittleEndian, false},
+                  {"raw", ByteOrder::kBigEndian, true}};
+    for (const auto& shape : shapes) {
+        SerializeConfig config;
+        config.byteOrder = shape.order;
+        config.isStringRaw = shape.raw;
+        const auto neutral =
+            BuildRootNode<T>(NodeStyle{0, shape.order, false, false, 4, 0, shape.raw});
+        const Bytes plain = Write(value, config);
+        ASSERT_FALSE(plain.empty()) << name << ", " << shape.name;
+        EXPECT_EQ(plain, Write(value, SerializeConfig{}, neutral)) << name << ", " << shape.name;
+    }
+}
+
+TEST_F(SomeipSerializerTest, ThePlainWriterGivesTheGeneralWritersBytes) {
+    ExpectPlainEqualsGeneral(MakeEventRegistration(), "event registration");
+    ExpectPlainEqualsGeneral(MakeAppRegisterInfo(3), "method registration");
+    ExpectPlainEqualsGeneral(QueryEventInfoOutput{{MakeEventWithPubSub(1)}}, "event query");
+    ExpectPlainEqualsGeneral(
+        QueryLatencyStatusOutput{{{"p", LatencyMode::kOn}, {"q", LatencyMode::kOff}}, {}},
+        "latency status");
+    ExpectPlainEqualsGeneral(MakeNodeInfo(2), "node");
+}
+
+// A null buffer is refused before the first copy; nothing is written.
+TEST_F(SomeipSerializerTest, ANullBufferIsRefused) {
+    const LatencyIndex index = SmallIndex();
+    Serializer<LatencyIndex> writer(index, SerializeConfig{});
+    ASSERT_NE(writer.GetSize(), kSizeFailure);
+    writer.Serialize(nullptr);
+    EXPECT_TRUE(Logged(LogLevel::kError,
+                       "[Someip Serializer] Memory copy return error, Invalid serialization."));
+}
+
 TEST_F(SomeipSerializerTest, KnownAnswersLittleEndianRawAndStructLength) {
     SerializeConfig config;
     config.byteOrder = ByteOrder::kLittleEndian;

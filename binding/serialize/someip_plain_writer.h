@@ -1,0 +1,180 @@
+#ifndef BINDING_SERIALIZE_SOMEIP_PLAIN_WRITER_H
+#define BINDING_SERIALIZE_SOMEIP_PLAIN_WRITER_H
+
+// The SOME/IP writer for values that no configuration node steers, under the usual widths:
+// 4-byte length fields for strings, vectors and maps, none for structures. Without a node there
+// are no tags and no padding, so a value's bytes follow from its type alone and the writer can
+// walk it like the packed DDS format: one running pointer, no per-member settings. Its bytes
+// are the same as the general writer's.
+
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+
+#include "binding/serialize/bounded_copy.h"
+#include "binding/serialize/serialize_config.h"
+#include "binding/serialize/serialize_traits.h"
+#include "platform/core/string.h"
+
+namespace lumo::serialize::someip {
+
+inline bool PlainWriterApplies(const SerializeConfig& config) {
+    return config.stringLengthField == 4 && config.vectorLengthField == 4 &&
+           config.structLengthField == 0;
+}
+
+// Byte order as a template argument, so that a scalar costs a swap and a store.
+template <ByteOrder kOrder>
+class PlainWriter {
+public:
+    static constexpr std::uint64_t kLengthWidth = 4;
+
+    explicit PlainWriter(bool isStringRaw) : isStringRaw_(isStringRaw) {}
+
+    // Bytes of a value; a value above kSizeMax - 1 is a failure (a content above its length
+    // field's limit gives kSizeFailure, and sums only grow). Sums cannot wrap: every failing
+    // term stands for more than 4 GiB of memory.
+    template <typename T>
+    std::uint64_t Size(const T& value) const {
+        if constexpr (serialize::detail::kIsScalar<T>) {
+            (void)value;
+            return sizeof(T);
+        } else if constexpr (std::is_same_v<T, ara::core::String>) {
+            return Framed(value.size() + (isStringRaw_ ? 0U : 4U));
+        } else if constexpr (serialize::detail::IsVector<T>::value) {
+            using E = typename T::value_type;
+            if constexpr (serialize::detail::kIsScalar<E>) {
+                return Framed(static_cast<std::uint64_t>(value.size()) * sizeof(E));
+            } else {
+                std::uint64_t content = 0;
+                for (const E& element : value) {
+                    content += Size(element);
+                }
+                return Framed(content);
+            }
+        } else if constexpr (serialize::detail::IsMap<T>::value) {
+            std::uint64_t content = 0;
+            for (const auto& [key, mapped] : value) {
+                content += Size(key) + Size(mapped);
+            }
+            return Framed(content);
+        } else {
+            SizeVisitor visitor{this};
+            value.enumerate(visitor);
+            return visitor.total;
+        }
+    }
+
+    // Writes a value that Size accepted at out, which has room for it; returns the end.
+    template <typename T>
+    unsigned char* Write(const T& value, unsigned char* __restrict out) const {
+        if constexpr (serialize::detail::kIsScalar<T>) {
+            const auto bytes = serialize::detail::EncodeScalar(value, kOrder);
+            std::memcpy(out, bytes.data(), bytes.size());
+            return out + sizeof(T);
+        } else if constexpr (std::is_same_v<T, ara::core::String>) {
+            return WriteString(value, out);
+        } else if constexpr (serialize::detail::IsVector<T>::value) {
+            using E = typename T::value_type;
+            if constexpr (serialize::detail::kIsScalar<E>) {
+                return WriteScalars(value, out);
+            } else {
+                unsigned char* const content = out + kLengthWidth;
+                unsigned char* end = content;
+                for (const E& element : value) {
+                    end = Write(element, end);
+                }
+                StoreLength(out, static_cast<std::uint64_t>(end - content));
+                return end;
+            }
+        } else if constexpr (serialize::detail::IsMap<T>::value) {
+            unsigned char* const content = out + kLengthWidth;
+            unsigned char* end = content;
+            for (const auto& [key, mapped] : value) {
+                end = Write(key, end);
+                end = Write(mapped, end);
+            }
+            StoreLength(out, static_cast<std::uint64_t>(end - content));
+            return end;
+        } else {
+            WriteVisitor visitor{this, out};
+            value.enumerate(visitor);
+            return visitor.out;
+        }
+    }
+
+private:
+    struct SizeVisitor {
+        const PlainWriter* writer;
+        std::uint64_t total{0};
+        template <typename M>
+        [[gnu::always_inline]] void operator()(const M& member) {
+            total += writer->Size(member);
+        }
+    };
+
+    struct WriteVisitor {
+        const PlainWriter* writer;
+        unsigned char* out;
+        template <typename M>
+        [[gnu::always_inline]] void operator()(const M& member) {
+            out = writer->Write(member, out);
+        }
+    };
+
+    static std::uint64_t Framed(std::uint64_t content) {
+        return content > LengthFieldLimit(kLengthWidth) ? kSizeFailure : kLengthWidth + content;
+    }
+
+    static void StoreLength(unsigned char* out, std::uint64_t content) {
+        const auto bytes =
+            serialize::detail::EncodeScalar(static_cast<std::uint32_t>(content), kOrder);
+        std::memcpy(out, bytes.data(), bytes.size());
+    }
+
+    unsigned char* WriteString(const ara::core::String& value, unsigned char* out) const {
+        // Both read before the first store, which might alias them.
+        const std::size_t size = value.size();
+        const auto* text = reinterpret_cast<const unsigned char*>(value.data());
+        if (isStringRaw_) {
+            StoreLength(out, size);
+            serialize::detail::CopyBytes(out + kLengthWidth, text, size);
+            return out + kLengthWidth + size;
+        }
+        // Byte order mark and a terminator in one store; the characters, if any, then take the
+        // terminator's place and a terminator follows them.
+        static constexpr unsigned char kMarkAndTerminator[4] = {0xEF, 0xBB, 0xBF, 0x00};
+        StoreLength(out, size + 4);
+        std::memcpy(out + kLengthWidth, kMarkAndTerminator, 4);
+        serialize::detail::CopyBytes(out + kLengthWidth + 3, text, size);
+        out[kLengthWidth + 3 + size] = 0;
+        return out + kLengthWidth + 4 + size;
+    }
+
+    template <typename V>
+    static unsigned char* WriteScalars(const V& value, unsigned char* out) {
+        using E = typename V::value_type;
+        const std::uint64_t content = static_cast<std::uint64_t>(value.size()) * sizeof(E);
+        StoreLength(out, content);
+        out += kLengthWidth;
+        if constexpr (!std::is_same_v<E, bool>) {
+            if (kOrder == ByteOrder::kLittleEndian && serialize::detail::HostIsLittleEndian()) {
+                serialize::detail::CopyBytes(
+                    out, reinterpret_cast<const unsigned char*>(value.data()), content);
+                return out + content;
+            }
+        }
+        for (const E element : value) {
+            const auto bytes = serialize::detail::EncodeScalar(element, kOrder);
+            std::memcpy(out, bytes.data(), bytes.size());
+            out += sizeof(E);
+        }
+        return out;
+    }
+
+    bool isStringRaw_;
+};
+
+}  // namespace lumo::serialize::someip
+
+#endif
