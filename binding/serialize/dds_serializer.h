@@ -81,6 +81,7 @@ T LoadScalar(const unsigned char* in) {
 
 // Codec<T>: Size (bytes of a value; anything above kSizeMax is a failure), Write (at an offset
 // of a buffer that holds them), ReadSize and Read (bytes taken from a stream, or kSizeFailure).
+// Writes are inlined into the serializer: a call would cost more than most members do.
 template <typename T, typename Enable = void>
 struct Codec;
 
@@ -180,8 +181,8 @@ template <>
 struct Codec<ara::core::String> {
     // Sizes above kSizeMax are failures; a string too long for its count lands there too.
     static std::uint64_t Size(const ara::core::String& value) { return kCountWidth + value.size(); }
-    static std::uint64_t Write(const ara::core::String& value, unsigned char* buffer,
-                               std::uint64_t offset) {
+    [[gnu::always_inline]] static std::uint64_t Write(const ara::core::String& value,
+                                                      unsigned char* buffer, std::uint64_t offset) {
         // Both read before the first store, which might alias them.
         const std::size_t size = value.size();
         const auto* text = reinterpret_cast<const unsigned char*>(value.data());
@@ -227,8 +228,8 @@ struct Codec<std::vector<E, A>> {
         }
     }
 
-    static std::uint64_t Write(const std::vector<E, A>& value, unsigned char* buffer,
-                               std::uint64_t offset) {
+    [[gnu::always_inline]] static std::uint64_t Write(const std::vector<E, A>& value,
+                                                      unsigned char* buffer, std::uint64_t offset) {
         const auto count = static_cast<std::uint32_t>(value.size());
         std::memcpy(buffer + offset, &count, sizeof(count));
         offset += kCountWidth;
@@ -350,7 +351,8 @@ struct Codec<std::map<K, V, C, A>> {
         return total;
     }
 
-    static std::uint64_t Write(const Map& value, unsigned char* buffer, std::uint64_t offset) {
+    [[gnu::always_inline]] static std::uint64_t Write(const Map& value, unsigned char* buffer,
+                                                      std::uint64_t offset) {
         const auto count = static_cast<std::uint32_t>(value.size());
         std::memcpy(buffer + offset, &count, sizeof(count));
         offset += kCountWidth;
@@ -438,8 +440,9 @@ struct Codec<T, std::enable_if_t<serialize::detail::IsRecord<T>::value>> {
         value.enumerate(sizes);
         return sizes.Total();
     }
-    static std::uint64_t Write(const T& __restrict value, unsigned char* __restrict buffer,
-                               std::uint64_t offset) {
+    [[gnu::always_inline]] static std::uint64_t Write(const T& __restrict value,
+                                                      unsigned char* __restrict buffer,
+                                                      std::uint64_t offset) {
         SerializingEnumerator writer(buffer, offset);
         value.enumerate(writer);
         return writer.Offset();

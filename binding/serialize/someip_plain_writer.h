@@ -23,7 +23,8 @@ inline bool PlainWriterApplies(const SerializeConfig& config) {
            config.structLengthField == 0;
 }
 
-// Byte order as a template argument, so that a scalar costs a swap and a store.
+// Byte order as a template argument, so that a scalar costs a swap and a store. Scalars and
+// strings are written inline; records, vectors and maps are functions of their own.
 template <ByteOrder kOrder>
 class PlainWriter {
 public:
@@ -36,53 +37,85 @@ public:
     // term stands for more than 4 GiB of memory.
     template <typename T>
     std::uint64_t Size(const T& value) const {
+        return SizeOf(value, isStringRaw_ ? 0 : 4);
+    }
+
+    // Writes a value that Size accepted at out, which has room for it; returns the end.
+    template <typename T>
+    unsigned char* Write(const T& value, unsigned char* out) const {
+        return WriteOf(value, out, isStringRaw_);
+    }
+
+private:
+    // stringExtra: the bytes of byte order mark and terminator a string adds, 0 or 4.
+    template <typename T>
+    [[gnu::always_inline]] static std::uint64_t SizeOf(const T& value, std::uint64_t stringExtra) {
         if constexpr (serialize::detail::kIsScalar<T>) {
             (void)value;
+            (void)stringExtra;
             return sizeof(T);
         } else if constexpr (std::is_same_v<T, ara::core::String>) {
-            return Framed(value.size() + (isStringRaw_ ? 0U : 4U));
-        } else if constexpr (serialize::detail::IsVector<T>::value) {
+            return Framed(value.size() + stringExtra);
+        } else {
+            return SizeOfComposite(value, stringExtra);
+        }
+    }
+
+    template <typename T>
+    static std::uint64_t SizeOfComposite(const T& value, std::uint64_t stringExtra) {
+        if constexpr (serialize::detail::IsVector<T>::value) {
             using E = typename T::value_type;
             if constexpr (serialize::detail::kIsScalar<E>) {
                 return Framed(static_cast<std::uint64_t>(value.size()) * sizeof(E));
             } else {
                 std::uint64_t content = 0;
                 for (const E& element : value) {
-                    content += Size(element);
+                    content += SizeOf(element, stringExtra);
                 }
                 return Framed(content);
             }
         } else if constexpr (serialize::detail::IsMap<T>::value) {
             std::uint64_t content = 0;
             for (const auto& [key, mapped] : value) {
-                content += Size(key) + Size(mapped);
+                content += SizeOf(key, stringExtra) + SizeOf(mapped, stringExtra);
             }
             return Framed(content);
         } else {
-            SizeVisitor visitor{this};
+            SizeVisitor visitor{stringExtra};
             value.enumerate(visitor);
             return visitor.total;
         }
     }
 
-    // Writes a value that Size accepted at out, which has room for it; returns the end.
     template <typename T>
-    unsigned char* Write(const T& value, unsigned char* __restrict out) const {
+    [[gnu::always_inline]] static unsigned char* WriteOf(const T& value, unsigned char* out,
+                                                         bool raw) {
         if constexpr (serialize::detail::kIsScalar<T>) {
+            (void)raw;
             const auto bytes = serialize::detail::EncodeScalar(value, kOrder);
             std::memcpy(out, bytes.data(), bytes.size());
             return out + sizeof(T);
         } else if constexpr (std::is_same_v<T, ara::core::String>) {
-            return WriteString(value, out);
-        } else if constexpr (serialize::detail::IsVector<T>::value) {
+            return WriteString(value, out, raw);
+        } else {
+            return WriteComposite(value, out, raw);
+        }
+    }
+
+    template <typename T>
+    [[gnu::always_inline]] static unsigned char* WriteComposite(const T& __restrict value,
+                                                                unsigned char* __restrict out,
+                                                                bool raw) {
+        if constexpr (serialize::detail::IsVector<T>::value) {
             using E = typename T::value_type;
             if constexpr (serialize::detail::kIsScalar<E>) {
+                (void)raw;
                 return WriteScalars(value, out);
             } else {
                 unsigned char* const content = out + kLengthWidth;
                 unsigned char* end = content;
                 for (const E& element : value) {
-                    end = Write(element, end);
+                    end = WriteOf(element, end, raw);
                 }
                 StoreLength(out, static_cast<std::uint64_t>(end - content));
                 return end;
@@ -91,34 +124,34 @@ public:
             unsigned char* const content = out + kLengthWidth;
             unsigned char* end = content;
             for (const auto& [key, mapped] : value) {
-                end = Write(key, end);
-                end = Write(mapped, end);
+                end = WriteOf(key, end, raw);
+                end = WriteOf(mapped, end, raw);
             }
             StoreLength(out, static_cast<std::uint64_t>(end - content));
             return end;
         } else {
-            WriteVisitor visitor{this, out};
+            WriteVisitor visitor{out, raw};
             value.enumerate(visitor);
             return visitor.out;
         }
     }
 
-private:
+    // Visitors live in registers: the walk of a record is inlined into its function.
     struct SizeVisitor {
-        const PlainWriter* writer;
+        std::uint64_t stringExtra;
         std::uint64_t total{0};
         template <typename M>
         [[gnu::always_inline]] void operator()(const M& member) {
-            total += writer->Size(member);
+            total += SizeOf(member, stringExtra);
         }
     };
 
     struct WriteVisitor {
-        const PlainWriter* writer;
         unsigned char* out;
+        bool raw;
         template <typename M>
         [[gnu::always_inline]] void operator()(const M& member) {
-            out = writer->Write(member, out);
+            out = WriteOf(member, out, raw);
         }
     };
 
@@ -132,11 +165,12 @@ private:
         std::memcpy(out, bytes.data(), bytes.size());
     }
 
-    unsigned char* WriteString(const ara::core::String& value, unsigned char* out) const {
+    [[gnu::always_inline]] static unsigned char* WriteString(const ara::core::String& value,
+                                                             unsigned char* out, bool raw) {
         // Both read before the first store, which might alias them.
         const std::size_t size = value.size();
         const auto* text = reinterpret_cast<const unsigned char*>(value.data());
-        if (isStringRaw_) {
+        if (raw) {
             StoreLength(out, size);
             serialize::detail::CopyBytes(out + kLengthWidth, text, size);
             return out + kLengthWidth + size;
@@ -152,13 +186,14 @@ private:
     }
 
     template <typename V>
-    static unsigned char* WriteScalars(const V& value, unsigned char* out) {
+    [[gnu::always_inline]] static unsigned char* WriteScalars(const V& value, unsigned char* out) {
         using E = typename V::value_type;
         const std::uint64_t content = static_cast<std::uint64_t>(value.size()) * sizeof(E);
         StoreLength(out, content);
         out += kLengthWidth;
         if constexpr (!std::is_same_v<E, bool>) {
-            if (kOrder == ByteOrder::kLittleEndian && serialize::detail::HostIsLittleEndian()) {
+            if (sizeof(E) == 1 ||
+                (kOrder == ByteOrder::kLittleEndian && serialize::detail::HostIsLittleEndian())) {
                 serialize::detail::CopyBytes(
                     out, reinterpret_cast<const unsigned char*>(value.data()), content);
                 return out + content;
