@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "binding/serialize/bounded_copy.h"
+#include "binding/serialize/field_runs.h"
 #include "binding/serialize/serialize_config.h"
 #include "binding/serialize/serialize_log.h"
 #include "binding/serialize/serialize_traits.h"
@@ -96,16 +97,32 @@ private:
     std::uint64_t total_{0};
 };
 
-// Writes a record's members at the running offset.
+// Writes a record's members at the running offset. Scalars that lie next to each other in the
+// object are one run of host bytes, as the format wants them, and are copied at once.
 class SerializingEnumerator {
 public:
     SerializingEnumerator(unsigned char* buffer, std::uint64_t offset)
         : buffer_(buffer), offset_(offset) {}
-    template <typename M>
-    void operator()(const M& member);
+    template <typename R>
+    [[gnu::always_inline]] void WriteRecord(const R& record) {
+        WriteFields(record, record.Tie(),
+                    std::make_index_sequence<serialize::detail::kFieldCount<R>>{});
+    }
     std::uint64_t Offset() const { return offset_; }
 
 private:
+    template <typename M>
+    struct AsIs : std::bool_constant<serialize::detail::kIsScalar<M>> {};
+
+    template <typename R, typename Fields, std::size_t... I>
+    [[gnu::always_inline]] void WriteFields(const R& record, const Fields& fields,
+                                            std::index_sequence<I...> /*unused*/) {
+        (WriteField<I>(record, fields), ...);
+    }
+
+    template <std::size_t I, typename R, typename Fields>
+    [[gnu::always_inline]] void WriteField(const R& record, const Fields& fields);
+
     unsigned char* buffer_;
     std::uint64_t offset_;
 };
@@ -444,7 +461,7 @@ struct Codec<T, std::enable_if_t<serialize::detail::IsRecord<T>::value>> {
                                                       unsigned char* __restrict buffer,
                                                       std::uint64_t offset) {
         SerializingEnumerator writer(buffer, offset);
-        value.enumerate(writer);
+        writer.WriteRecord(value);
         return writer.Offset();
     }
     static std::uint64_t ReadSize(const unsigned char* data, std::uint64_t length) {
@@ -473,9 +490,22 @@ template <typename M>
     }
 }
 
-template <typename M>
-[[gnu::always_inline]] inline void SerializingEnumerator::operator()(const M& member) {
-    offset_ = Codec<M>::Write(member, buffer_, offset_);
+template <std::size_t I, typename R, typename Fields>
+[[gnu::always_inline]] inline void SerializingEnumerator::WriteField(const R& record,
+                                                                     const Fields& fields) {
+    using M = serialize::detail::FieldAt<R, I>;
+    if constexpr (AsIs<M>::value) {
+        using Runs = serialize::detail::FieldRuns<R, AsIs>;
+        if constexpr (Runs::template Ends<I>()) {
+            constexpr std::size_t kStart = Runs::template Start<I>();
+            constexpr std::size_t kLength = Runs::template Length<I>();
+            std::memcpy(buffer_ + offset_, reinterpret_cast<const unsigned char*>(&record) + kStart,
+                        kLength);
+            offset_ += kLength;
+        }
+    } else {
+        offset_ = Codec<M>::Write(std::get<I>(fields), buffer_, offset_);
+    }
 }
 
 [[gnu::always_inline]] inline void DeserializeSizeCounter::Take(std::uint64_t width) {

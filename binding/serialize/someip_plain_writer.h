@@ -9,9 +9,12 @@
 
 #include <cstdint>
 #include <cstring>
+#include <tuple>
 #include <type_traits>
+#include <utility>
 
 #include "binding/serialize/bounded_copy.h"
+#include "binding/serialize/field_runs.h"
 #include "binding/serialize/serialize_config.h"
 #include "binding/serialize/serialize_traits.h"
 #include "platform/core/string.h"
@@ -130,28 +133,52 @@ private:
             StoreLength(out, static_cast<std::uint64_t>(end - content));
             return end;
         } else {
-            WriteVisitor visitor{out, raw};
-            value.enumerate(visitor);
-            return visitor.out;
+            return WriteFields(value, value.Tie(), out, raw,
+                               std::make_index_sequence<serialize::detail::kFieldCount<T>>{});
         }
     }
 
-    // Visitors live in registers: the walk of a record is inlined into its function.
+    // Scalars that need no swap (single bytes, or all of them when the order is the host's) and
+    // lie next to each other in the record are copied as one run.
+    template <typename M>
+    struct AsIs
+        : std::bool_constant<serialize::detail::kIsScalar<M> &&
+                             (sizeof(M) == 1 || (kOrder == ByteOrder::kLittleEndian &&
+                                                 serialize::detail::HostIsLittleEndian()))> {};
+
+    template <typename R, typename Fields, std::size_t... I>
+    [[gnu::always_inline]] static unsigned char* WriteFields(const R& record, const Fields& fields,
+                                                             unsigned char* out, bool raw,
+                                                             std::index_sequence<I...> /*unused*/) {
+        ((out = WriteField<I>(record, fields, out, raw)), ...);
+        return out;
+    }
+
+    template <std::size_t I, typename R, typename Fields>
+    [[gnu::always_inline]] static unsigned char* WriteField(const R& record, const Fields& fields,
+                                                            unsigned char* out, bool raw) {
+        using M = serialize::detail::FieldAt<R, I>;
+        if constexpr (AsIs<M>::value) {
+            using Runs = serialize::detail::FieldRuns<R, AsIs>;
+            if constexpr (Runs::template Ends<I>()) {
+                constexpr std::size_t kStart = Runs::template Start<I>();
+                constexpr std::size_t kLength = Runs::template Length<I>();
+                std::memcpy(out, reinterpret_cast<const unsigned char*>(&record) + kStart, kLength);
+                out += kLength;
+            }
+            return out;
+        } else {
+            return WriteOf(std::get<I>(fields), out, raw);
+        }
+    }
+
+    // The visitor lives in registers: the walk of a record is inlined into its function.
     struct SizeVisitor {
         std::uint64_t stringExtra;
         std::uint64_t total{0};
         template <typename M>
         [[gnu::always_inline]] void operator()(const M& member) {
             total += SizeOf(member, stringExtra);
-        }
-    };
-
-    struct WriteVisitor {
-        unsigned char* out;
-        bool raw;
-        template <typename M>
-        [[gnu::always_inline]] void operator()(const M& member) {
-            out = WriteOf(member, out, raw);
         }
     };
 
