@@ -29,13 +29,12 @@ struct FieldRuns {
     // Whether field I continues the run of field I - 1.
     template <std::size_t I>
     static constexpr bool Joins() {
-        if constexpr (I == 0 || I >= kFieldCount<R>) {
-            return false;
-        } else if constexpr (!AsIs<FieldAt<R, I>>::value || !AsIs<FieldAt<R, I - 1>>::value) {
-            return false;
-        } else {
-            return kOffsets[I] == kOffsets[I - 1] + sizeof(FieldAt<R, I - 1>);
+        if constexpr (I > 0 && I < kFieldCount<R>) {
+            if constexpr (AsIs<FieldAt<R, I>>::value && AsIs<FieldAt<R, I - 1>>::value) {
+                return kOffsets[I] == kOffsets[I - 1] + sizeof(FieldAt<R, I - 1>);
+            }
         }
+        return false;
     }
 
     // The first field of the run that field I belongs to.
