@@ -5,10 +5,12 @@
 #include <cstddef>
 #include <tuple>
 
+#include "platform/compiler/force_inline.h"
+
 namespace vesk::wardend::detail {
 
 template <typename Visitor, typename... Fields>
-[[gnu::always_inline]] inline void VisitAll(Visitor& visitor, Fields&... fields) {
+WARDEND_FORCE_INLINE inline void VisitAll(Visitor& visitor, Fields&... fields) {
     (visitor(fields), ...);  // left to right: the wire order
 }
 
@@ -53,29 +55,29 @@ template <typename Visitor, typename... Fields>
 // record's wire order. The walk is inlined into its caller, so that a serializer's running offset
 // stays in a register. Records hold standard containers, so they are not standard-layout; the
 // offsets of their direct fields are still well defined on the compilers we build with.
-#define WARDEND_RECORD_FIELDS(Type, ...)                                                 \
-    template <typename Visitor>                                                          \
-    [[gnu::always_inline]] void enumerate(Visitor& visitor) {                            \
-        ::vesk::wardend::detail::VisitAll(visitor, __VA_ARGS__);                         \
-    }                                                                                    \
-    template <typename Visitor>                                                          \
-    [[gnu::always_inline]] void enumerate(Visitor& visitor) const {                      \
-        ::vesk::wardend::detail::VisitAll(visitor, __VA_ARGS__);                         \
-    }                                                                                    \
-    [[gnu::always_inline]] auto Tie() const {                                            \
-        return std::tie(__VA_ARGS__);                                                    \
-    }                                                                                    \
-    static constexpr auto FieldOffsets() {                                               \
-        _Pragma("GCC diagnostic push");                                                  \
-        _Pragma("GCC diagnostic ignored \"-Winvalid-offsetof\"");                        \
+#define WARDEND_RECORD_FIELDS(Type, ...)                                                    \
+    template <typename Visitor>                                                             \
+    WARDEND_FORCE_INLINE void enumerate(Visitor& visitor) {                                 \
+        ::vesk::wardend::detail::VisitAll(visitor, __VA_ARGS__);                            \
+    }                                                                                       \
+    template <typename Visitor>                                                             \
+    WARDEND_FORCE_INLINE void enumerate(Visitor& visitor) const {                           \
+        ::vesk::wardend::detail::VisitAll(visitor, __VA_ARGS__);                            \
+    }                                                                                       \
+    WARDEND_FORCE_INLINE auto Tie() const {                                                 \
+        return std::tie(__VA_ARGS__);                                                       \
+    }                                                                                       \
+    static constexpr auto FieldOffsets() {                                                  \
+        _Pragma("GCC diagnostic push");                                                     \
+        _Pragma("GCC diagnostic ignored \"-Winvalid-offsetof\"");                           \
         return std::array{WARDEND_FOR_EACH_FIELD(WARDEND_FIELD_OFFSET, Type, __VA_ARGS__)}; \
-        _Pragma("GCC diagnostic pop");                                                   \
-    }                                                                                    \
-    bool operator==(const Type& other) const {                                           \
-        return Tie() == other.Tie();                                                     \
-    }                                                                                    \
-    bool operator!=(const Type& other) const {                                           \
-        return !(*this == other);                                                        \
+        _Pragma("GCC diagnostic pop");                                                      \
+    }                                                                                       \
+    bool operator==(const Type& other) const {                                              \
+        return Tie() == other.Tie();                                                        \
+    }                                                                                       \
+    bool operator!=(const Type& other) const {                                              \
+        return !(*this == other);                                                           \
     }
 
 #endif

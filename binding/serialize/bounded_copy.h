@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "platform/compiler/force_inline.h"
 #include "platform/memory/memcpy_s.h"
 
 namespace lumo::serialize::detail {
@@ -23,8 +24,8 @@ namespace lumo::serialize::detail {
 #endif
 // Copies count bytes between ranges that do not overlap; short runs (most strings) as two
 // overlapping moves instead of a library call, tested shortest first.
-[[gnu::always_inline]] inline void CopyBytes(unsigned char* dest, const unsigned char* src,
-                                             std::size_t count) noexcept {
+WARDEND_FORCE_INLINE inline void CopyBytes(unsigned char* dest, const unsigned char* src,
+                                           std::size_t count) noexcept {
     if (count <= 16) {
         if (count >= 8) {
             std::uint64_t head = 0;

@@ -10,6 +10,7 @@
 #include "binding/serialize/bounded_copy.h"
 #include "binding/serialize/serialize_config.h"
 #include "binding/serialize/serialize_log.h"
+#include "platform/compiler/force_inline.h"
 #include "platform/memory/memcpy_s.h"
 
 namespace lumo::serialize::someip {
@@ -112,8 +113,8 @@ inline const SerializationNode* NthMember(const SerializationNode* node, std::si
 
 // Fixed-width fields: the size is known here, so the copy compiles to a null test and a store.
 template <std::size_t N>
-[[gnu::always_inline]] inline void CopyFixedOrLog(unsigned char* dest, const unsigned char* src,
-                                                  const char* text) {
+WARDEND_FORCE_INLINE inline void CopyFixedOrLog(unsigned char* dest, const unsigned char* src,
+                                                const char* text) {
     if (dest != nullptr && src != nullptr) {
         std::memcpy(dest, src, N);
         return;

@@ -17,6 +17,7 @@
 #include "binding/serialize/field_runs.h"
 #include "binding/serialize/serialize_config.h"
 #include "binding/serialize/serialize_traits.h"
+#include "platform/compiler/force_inline.h"
 #include "platform/core/string.h"
 
 namespace lumo::serialize::someip {
@@ -52,7 +53,7 @@ public:
 private:
     // stringExtra: the bytes of byte order mark and terminator a string adds, 0 or 4.
     template <typename T>
-    [[gnu::always_inline]] static std::uint64_t SizeOf(const T& value, std::uint64_t stringExtra) {
+    WARDEND_FORCE_INLINE static std::uint64_t SizeOf(const T& value, std::uint64_t stringExtra) {
         if constexpr (serialize::detail::kIsScalar<T>) {
             (void)value;
             (void)stringExtra;
@@ -91,8 +92,8 @@ private:
     }
 
     template <typename T>
-    [[gnu::always_inline]] static unsigned char* WriteOf(const T& value, unsigned char* out,
-                                                         bool raw) {
+    WARDEND_FORCE_INLINE static unsigned char* WriteOf(const T& value, unsigned char* out,
+                                                       bool raw) {
         if constexpr (serialize::detail::kIsScalar<T>) {
             (void)raw;
             const auto bytes = serialize::detail::EncodeScalar(value, kOrder);
@@ -106,9 +107,9 @@ private:
     }
 
     template <typename T>
-    [[gnu::always_inline]] static unsigned char* WriteComposite(const T& __restrict value,
-                                                                unsigned char* __restrict out,
-                                                                bool raw) {
+    WARDEND_FORCE_INLINE static unsigned char* WriteComposite(const T& __restrict value,
+                                                              unsigned char* __restrict out,
+                                                              bool raw) {
         if constexpr (serialize::detail::IsVector<T>::value) {
             using E = typename T::value_type;
             if constexpr (serialize::detail::kIsScalar<E>) {
@@ -147,16 +148,16 @@ private:
                                                  serialize::detail::HostIsLittleEndian()))> {};
 
     template <typename R, typename Fields, std::size_t... I>
-    [[gnu::always_inline]] static unsigned char* WriteFields(const R& record, const Fields& fields,
-                                                             unsigned char* out, bool raw,
-                                                             std::index_sequence<I...> /*unused*/) {
+    WARDEND_FORCE_INLINE static unsigned char* WriteFields(const R& record, const Fields& fields,
+                                                           unsigned char* out, bool raw,
+                                                           std::index_sequence<I...> /*unused*/) {
         ((out = WriteField<I>(record, fields, out, raw)), ...);
         return out;
     }
 
     template <std::size_t I, typename R, typename Fields>
-    [[gnu::always_inline]] static unsigned char* WriteField(const R& record, const Fields& fields,
-                                                            unsigned char* out, bool raw) {
+    WARDEND_FORCE_INLINE static unsigned char* WriteField(const R& record, const Fields& fields,
+                                                          unsigned char* out, bool raw) {
         using M = serialize::detail::FieldAt<R, I>;
         if constexpr (AsIs<M>::value) {
             using Runs = serialize::detail::FieldRuns<R, AsIs>;
@@ -177,7 +178,7 @@ private:
         std::uint64_t stringExtra;
         std::uint64_t total{0};
         template <typename M>
-        [[gnu::always_inline]] void operator()(const M& member) {
+        WARDEND_FORCE_INLINE void operator()(const M& member) {
             total += SizeOf(member, stringExtra);
         }
     };
@@ -192,8 +193,8 @@ private:
         std::memcpy(out, bytes.data(), bytes.size());
     }
 
-    [[gnu::always_inline]] static unsigned char* WriteString(const ara::core::String& value,
-                                                             unsigned char* out, bool raw) {
+    WARDEND_FORCE_INLINE static unsigned char* WriteString(const ara::core::String& value,
+                                                           unsigned char* out, bool raw) {
         // Both read before the first store, which might alias them.
         const std::size_t size = value.size();
         const auto* text = reinterpret_cast<const unsigned char*>(value.data());
@@ -213,7 +214,7 @@ private:
     }
 
     template <typename V>
-    [[gnu::always_inline]] static unsigned char* WriteScalars(const V& value, unsigned char* out) {
+    WARDEND_FORCE_INLINE static unsigned char* WriteScalars(const V& value, unsigned char* out) {
         using E = typename V::value_type;
         const std::uint64_t content = static_cast<std::uint64_t>(value.size()) * sizeof(E);
         StoreLength(out, content);
