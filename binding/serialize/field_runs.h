@@ -6,9 +6,12 @@
 // found at compile time from the record's FieldOffsets, so each copy has a constant size.
 
 #include <cstddef>
+#include <cstring>
 #include <tuple>
 #include <type_traits>
 #include <utility>
+
+#include "platform/compiler/force_inline.h"
 
 namespace lumo::serialize::detail {
 
@@ -61,6 +64,20 @@ struct FieldRuns {
     template <std::size_t I>
     static constexpr std::size_t Length() {
         return kOffsets[I] + sizeof(FieldAt<R, I>) - Start<I>();
+    }
+
+    // Copies the run that ends at field I to out, if field I ends one; returns the bytes copied.
+    template <std::size_t I>
+    WARDEND_FORCE_INLINE static std::size_t CopyRunEndingAt(const R& record, unsigned char* out) {
+        if constexpr (Ends<I>()) {
+            std::memcpy(out, reinterpret_cast<const unsigned char*>(&record) + Start<I>(),
+                        Length<I>());
+            return Length<I>();
+        } else {
+            (void)record;
+            (void)out;
+            return 0;
+        }
     }
 };
 

@@ -160,14 +160,8 @@ private:
                                                           unsigned char* out, bool raw) {
         using M = serialize::detail::FieldAt<R, I>;
         if constexpr (AsIs<M>::value) {
-            using Runs = serialize::detail::FieldRuns<R, AsIs>;
-            if constexpr (Runs::template Ends<I>()) {
-                constexpr std::size_t kStart = Runs::template Start<I>();
-                constexpr std::size_t kLength = Runs::template Length<I>();
-                std::memcpy(out, reinterpret_cast<const unsigned char*>(&record) + kStart, kLength);
-                out += kLength;
-            }
-            return out;
+            return out +
+                   serialize::detail::FieldRuns<R, AsIs>::template CopyRunEndingAt<I>(record, out);
         } else {
             return WriteOf(std::get<I>(fields), out, raw);
         }
