@@ -3,8 +3,10 @@
 
 // What the deserializer fuzzers feed and how: the first input byte chooses the record (the
 // application service's input and each tools-service input), the second the SOME/IP settings,
-// the rest is the stream. A value that reads must write and read back equal.
+// the rest is the stream. A value that reads must write and read back equal, and reading into a
+// value kept from earlier streams must give what a fresh read gives.
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
@@ -108,6 +110,17 @@ bool SomeipRead(const unsigned char* data, std::size_t size, const SomeipSetting
     return ok;
 }
 
+// As SomeipRead, into a value kept from earlier reads.
+template <typename T>
+bool SomeipReadInto(const unsigned char* data, std::size_t size, const SomeipSettings& s, T& kept) {
+    if (s.node != nullptr) {
+        lumo::serialize::someip::Deserializer<T> reader(data, size, s.node);
+        return reader.GetValue(kept);
+    }
+    lumo::serialize::someip::Deserializer<T> reader(data, size, s.config);
+    return reader.GetValue(kept);
+}
+
 template <typename T>
 std::vector<unsigned char> SomeipWrite(const T& value, const SomeipSettings& s) {
     lumo::serialize::someip::Serializer<T> writer(value, s.config, s.node, 0, true);
@@ -126,6 +139,21 @@ std::vector<unsigned char> DdsWrite(const T& value) {
     std::vector<unsigned char> out(writer.GetSize());
     writer.Serialize(out.data());
     return out;
+}
+
+// Streams read one after the other into one kept value: the input, a view of it from a later
+// byte on (another value, mostly refused), its first two thirds (cut short), and the input again.
+struct Stream {
+    const unsigned char* data;
+    std::size_t size;
+};
+
+inline std::vector<Stream> KeptValueStreams(const unsigned char* data, std::size_t size) {
+    const std::size_t skip = size == 0 ? 0 : 1 + data[size - 1] % size;
+    return {{data, size},
+            {data + std::min(skip, size), size - std::min(skip, size)},
+            {data, size * 2 / 3},
+            {data, size}};
 }
 
 // A fuzzer's verdict on a property that must hold.

@@ -62,18 +62,36 @@ private:
     std::uint64_t start_;
 };
 
+// The same shape (five properties) with other seeds: strings of other lengths, the same keys.
+const AppRegisterInfo& OtherRegistration() {
+    static const AppRegisterInfo value = [] {
+        AppRegisterInfo other = wardend::test::MakeEventRegistration();
+        other.eventInfo = wardend::test::MakeEventRegister(12, 5);
+        return other;
+    }();
+    return value;
+}
+
+std::vector<unsigned char> SomeipBytesOf(const AppRegisterInfo& value) {
+    lumo::serialize::someip::Serializer<AppRegisterInfo> writer(value, SerializeConfig{});
+    std::vector<unsigned char> out(writer.GetSize());
+    writer.Serialize(out.data());
+    return out;
+}
+
 std::vector<unsigned char> SomeipBytes() {
-    lumo::serialize::someip::Serializer<AppRegisterInfo> writer(Registration(), SerializeConfig{});
+    return SomeipBytesOf(Registration());
+}
+
+std::vector<unsigned char> DdsBytesOf(const AppRegisterInfo& value) {
+    lumo::serialize::dds::Serializer<AppRegisterInfo> writer(value, SerializeConfig{});
     std::vector<unsigned char> out(writer.GetSize());
     writer.Serialize(out.data());
     return out;
 }
 
 std::vector<unsigned char> DdsBytes() {
-    lumo::serialize::dds::Serializer<AppRegisterInfo> writer(Registration(), SerializeConfig{});
-    std::vector<unsigned char> out(writer.GetSize());
-    writer.Serialize(out.data());
-    return out;
+    return DdsBytesOf(Registration());
 }
 
 void BM_Memcpy(benchmark::State& state, std::vector<unsigned char> (*bytesOf)()) {
@@ -113,6 +131,25 @@ void BM_SomeipDeserialize(benchmark::State& state) {
     meter.Finish(stream.size());
 }
 
+// As BM_DdsDeserializeReused.
+void BM_SomeipDeserializeReused(benchmark::State& state) {
+    const std::vector<unsigned char> streams[] = {SomeipBytesOf(Registration()),
+                                                  SomeipBytesOf(OtherRegistration())};
+    AppRegisterInfo value;
+    std::size_t next = 0;
+    Meter meter(state);
+    for (auto _ : state) {
+        const std::vector<unsigned char>& stream = streams[next];
+        next ^= 1U;
+        lumo::serialize::someip::Deserializer<AppRegisterInfo> reader(stream.data(), stream.size(),
+                                                                      SerializeConfig{});
+        benchmark::DoNotOptimize(reader.GetValue(value));
+        benchmark::DoNotOptimize(reader.GetSize());
+        benchmark::DoNotOptimize(value.eventInfo.pid);
+    }
+    meter.Finish((streams[0].size() + streams[1].size()) / 2);
+}
+
 void BM_DdsSerialize(benchmark::State& state) {
     std::vector<unsigned char> buffer(DdsBytes().size());
     Meter meter(state);
@@ -137,11 +174,33 @@ void BM_DdsDeserialize(benchmark::State& state) {
     meter.Finish(stream.size());
 }
 
+// Reads into one value kept across the loop, alternating between two registrations whose
+// strings differ in length, so that each read overwrites the other's contents. The value is read
+// first; GetSize() then answers from that read.
+void BM_DdsDeserializeReused(benchmark::State& state) {
+    const std::vector<unsigned char> streams[] = {DdsBytesOf(Registration()),
+                                                  DdsBytesOf(OtherRegistration())};
+    AppRegisterInfo value;
+    std::size_t next = 0;
+    Meter meter(state);
+    for (auto _ : state) {
+        const std::vector<unsigned char>& stream = streams[next];
+        next ^= 1U;
+        lumo::serialize::dds::Deserializer<AppRegisterInfo> reader(stream.data(), stream.size());
+        benchmark::DoNotOptimize(reader.GetValue(value));
+        benchmark::DoNotOptimize(reader.GetSize());
+        benchmark::DoNotOptimize(value.eventInfo.pid);
+    }
+    meter.Finish((streams[0].size() + streams[1].size()) / 2);
+}
+
 BENCHMARK_CAPTURE(BM_Memcpy, someip_bytes, SomeipBytes);
 BENCHMARK(BM_SomeipSerialize);
 BENCHMARK(BM_SomeipDeserialize);
+BENCHMARK(BM_SomeipDeserializeReused);
 BENCHMARK_CAPTURE(BM_Memcpy, dds_bytes, DdsBytes);
 BENCHMARK(BM_DdsSerialize);
 BENCHMARK(BM_DdsDeserialize);
+BENCHMARK(BM_DdsDeserializeReused);
 
 }  // namespace

@@ -9,6 +9,7 @@
 #include <array>
 #include <cstdint>
 #include <cstring>
+#include <functional>
 #include <limits>
 #include <map>
 #include <tuple>
@@ -18,9 +19,11 @@
 
 #include "binding/serialize/bounded_copy.h"
 #include "binding/serialize/field_runs.h"
+#include "binding/serialize/read_in_place.h"
 #include "binding/serialize/serialize_config.h"
 #include "binding/serialize/serialize_log.h"
 #include "binding/serialize/serialize_traits.h"
+#include "platform/compiler/force_inline.h"
 #include "platform/core/string.h"
 #include "platform/memory/memcpy_s.h"
 
@@ -495,14 +498,20 @@ template <std::size_t I, typename R, typename Fields>
                                                                      const Fields& fields) {
     using M = serialize::detail::FieldAt<R, I>;
     if constexpr (AsIs<M>::value) {
-        offset_ += serialize::detail::FieldRuns<R, AsIs>::template CopyRunEndingAt<I>(
-            record, buffer_ + offset_);
+        using Runs = serialize::detail::FieldRuns<R, AsIs>;
+        if constexpr (Runs::template Ends<I>()) {
+            constexpr std::size_t kStart = Runs::template Start<I>();
+            constexpr std::size_t kLength = Runs::template Length<I>();
+            std::memcpy(buffer_ + offset_, reinterpret_cast<const unsigned char*>(&record) + kStart,
+                        kLength);
+            offset_ += kLength;
+        }
     } else {
         offset_ = Codec<M>::Write(std::get<I>(fields), buffer_, offset_);
     }
 }
 
-[[gnu::always_inline]] inline void DeserializeSizeCounter::Take(std::uint64_t width) {
+WARDEND_FORCE_INLINE inline void DeserializeSizeCounter::Take(std::uint64_t width) {
     if (offset_ != kSizeFailure && remaining_ >= width) {
         consumed_ += width;
         offset_ += width;
@@ -513,7 +522,7 @@ template <std::size_t I, typename R, typename Fields>
 }
 
 template <typename M>
-[[gnu::always_inline]] inline void DeserializeSizeCounter::operator()(const M& member) {
+WARDEND_FORCE_INLINE inline void DeserializeSizeCounter::operator()(const M& member) {
     if constexpr (serialize::detail::kIsScalar<M>) {
         (void)member;
         Take(sizeof(M));
@@ -529,7 +538,7 @@ template <typename M>
 }
 
 template <typename M>
-[[gnu::always_inline]] inline void DeserializingEnumerator::operator()(M& member) {
+WARDEND_FORCE_INLINE inline void DeserializingEnumerator::operator()(M& member) {
     if constexpr (serialize::detail::kIsScalar<M>) {
         const std::uint64_t start = offset_;
         offset_ = start + sizeof(M);
@@ -554,6 +563,230 @@ template <typename M>
         offset_ += size;
     }
 }
+
+namespace detail {
+
+template <typename T>
+const T& Probe() {
+    static const T probe{};  // only its member types matter; built once, never changed
+    return probe;
+}
+
+template <typename T>
+inline constexpr std::uint64_t kMinBytes = serialize::detail::MinWireBytes<T, kCountWidth>::value;
+
+// The walk that checks once. The fixed-width rest of the current value and of every value
+// around it is known to be there, and `room` bytes behind it: a fixed-width member is taken
+// without a check, and a length is checked against `room`, which the content then takes from. A
+// check that fails clears `ok` and moves nothing more, so the walk goes on over bytes that are
+// there; the caller then reads again member by member, which logs what is wrong. kStore: values are
+// read into the walked object; otherwise a probe is walked and only counted.
+template <bool kStore>
+struct FastWalk {
+    const unsigned char* at;
+    std::uint64_t room;
+    bool ok{true};
+
+    WARDEND_FORCE_INLINE std::uint32_t TakeCount() {
+        const std::uint32_t count = LoadCount(at);
+        at += kCountWidth;
+        return count;
+    }
+
+    // Content of `bytes` behind a count: false (and the walk failed) when it is not there.
+    WARDEND_FORCE_INLINE bool Reserve(std::uint64_t bytes) {
+        if (bytes > room) {
+            ok = false;
+            return false;
+        }
+        room -= bytes;
+        return true;
+    }
+
+    template <typename M>
+    WARDEND_FORCE_INLINE void operator()(M& member);
+
+    template <typename E, typename A>
+    WARDEND_FORCE_INLINE void Vector(std::vector<E, A>& out);
+    template <typename E, typename A>
+    WARDEND_FORCE_INLINE void Vector(const std::vector<E, A>& probe);
+    template <typename K, typename V, typename C, typename A>
+    WARDEND_FORCE_INLINE void Map(std::map<K, V, C, A>& out);
+    template <typename K, typename V, typename C, typename A>
+    WARDEND_FORCE_INLINE void Map(const std::map<K, V, C, A>& probe);
+};
+
+template <bool kStore>
+template <typename M>
+WARDEND_FORCE_INLINE inline void FastWalk<kStore>::operator()(M& member) {
+    using V = std::remove_const_t<M>;
+    if constexpr (serialize::detail::kIsScalar<V>) {
+        if constexpr (kStore) {
+            member = LoadScalar<V>(at);
+        }
+        at += sizeof(V);
+    } else if constexpr (serialize::detail::IsRecord<V>::value) {
+        member.enumerate(*this);
+    } else if constexpr (std::is_same_v<V, ara::core::String>) {
+        const std::uint32_t count = TakeCount();
+        if (!Reserve(count)) {
+            return;
+        }
+        if constexpr (kStore) {
+            serialize::detail::AssignText(member, at, count);
+        }
+        at += count;
+    } else if constexpr (serialize::detail::IsVector<V>::value) {
+        Vector(member);
+    } else {
+        Map(member);
+    }
+}
+
+template <bool kStore>
+template <typename E, typename A>
+WARDEND_FORCE_INLINE inline void FastWalk<kStore>::Vector(std::vector<E, A>& out) {
+    const std::uint64_t count = TakeCount();
+    if constexpr (serialize::detail::kIsScalar<E>) {
+        const std::uint64_t bytes = count * sizeof(E);
+        if (!Reserve(bytes)) {
+            return;
+        }
+        if (out.size() != count) {
+            out.resize(count);
+        }
+        if constexpr (std::is_same_v<E, bool>) {
+            for (std::uint64_t i = 0; i < count; ++i) {
+                out[i] = at[i] != 0;
+            }
+        } else {
+            serialize::detail::CopyBytes(reinterpret_cast<unsigned char*>(out.data()), at, bytes);
+        }
+        at += bytes;
+    } else {
+        constexpr std::uint64_t kElement = kMinBytes<E>;
+        static_assert(kElement != 0, "every element takes a byte, so the count bounds the walk");
+        if (count * kElement > room) {
+            ok = false;
+            return;
+        }
+        // Elements are read over the ones already there, so their strings keep their storage.
+        if (out.size() > count) {
+            out.erase(out.begin() + static_cast<std::ptrdiff_t>(count), out.end());
+        }
+        if (out.capacity() < count) {
+            out.reserve(count);
+        }
+        for (std::uint64_t i = 0; i < count && ok; ++i) {
+            if (!Reserve(kElement)) {
+                return;
+            }
+            (*this)(i < out.size() ? out[i] : out.emplace_back());
+        }
+    }
+}
+
+template <bool kStore>
+template <typename E, typename A>
+WARDEND_FORCE_INLINE inline void FastWalk<kStore>::Vector(const std::vector<E, A>& /*probe*/) {
+    const std::uint64_t count = TakeCount();
+    if constexpr (serialize::detail::kIsScalar<E>) {
+        if (Reserve(count * sizeof(E))) {
+            at += count * sizeof(E);
+        }
+    } else {
+        constexpr std::uint64_t kElement = kMinBytes<E>;
+        static_assert(kElement != 0, "every element takes a byte, so the count bounds the walk");
+        if (count * kElement > room) {
+            ok = false;
+            return;
+        }
+        for (std::uint64_t i = 0; i < count && ok; ++i) {
+            if (!Reserve(kElement)) {
+                return;
+            }
+            (*this)(Probe<E>());
+        }
+    }
+}
+
+template <bool kStore>
+template <typename K, typename V, typename C, typename A>
+WARDEND_FORCE_INLINE inline void FastWalk<kStore>::Map(std::map<K, V, C, A>& out) {
+    constexpr std::uint64_t kPair = kMinBytes<K> + kMinBytes<V>;
+    const std::uint64_t count = TakeCount();
+    if (count * kPair > room) {
+        ok = false;
+        return;
+    }
+    // While the keys come in the order of the nodes there, values are read into those nodes;
+    // from the first key that differs the rest is built anew, a repeated key keeping its first
+    // value as in the member-by-member read.
+    auto node = out.begin();
+    bool inPlace = true;
+    K key{};
+    for (std::uint64_t i = 0; i < count && ok; ++i) {
+        if (!Reserve(kPair)) {
+            return;
+        }
+        (*this)(key);
+        if (inPlace && node != out.end() &&
+            serialize::detail::SameKey(out.key_comp(), key, node->first)) {
+            (*this)(node->second);
+            ++node;
+            continue;
+        }
+        if (inPlace) {
+            inPlace = false;
+            out.erase(node, out.end());
+        }
+        const std::size_t before = out.size();
+        auto added = out.emplace_hint(out.end(), std::piecewise_construct,
+                                      std::forward_as_tuple(std::move(key)), std::tuple<>());
+        if (out.size() != before) {
+            (*this)(added->second);
+        } else {
+            V repeated{};
+            (*this)(repeated);
+        }
+    }
+    if (inPlace && ok && node != out.end()) {
+        out.erase(node, out.end());
+    }
+}
+
+template <bool kStore>
+template <typename K, typename V, typename C, typename A>
+WARDEND_FORCE_INLINE inline void FastWalk<kStore>::Map(const std::map<K, V, C, A>& /*probe*/) {
+    constexpr std::uint64_t kPair = kMinBytes<K> + kMinBytes<V>;
+    const std::uint64_t count = TakeCount();
+    if (count * kPair > room) {
+        ok = false;
+        return;
+    }
+    for (std::uint64_t i = 0; i < count && ok; ++i) {
+        if (!Reserve(kPair)) {
+            return;
+        }
+        (*this)(Probe<K>());
+        (*this)(Probe<V>());
+    }
+}
+
+// Bytes of a whole value read into `out` (or counted, for a probe), or kSizeFailure when the
+// value is not there whole; a failure logs nothing.
+template <bool kStore, typename T>
+std::uint64_t FastRead(const unsigned char* data, std::uint64_t length, T& out) {
+    constexpr std::uint64_t kMin = kMinBytes<std::remove_const_t<T>>;
+    if (length < kMin) {
+        return kSizeFailure;
+    }
+    FastWalk<kStore> walk{data, length - kMin};
+    walk(out);
+    return walk.ok ? static_cast<std::uint64_t>(walk.at - data) : kSizeFailure;
+}
+
+}  // namespace detail
 
 // Serializer of one value at buffer + position.
 template <typename T>
@@ -610,10 +843,14 @@ public:
     std::uint64_t GetSize() {
         if (!sized_) {
             sized_ = true;
-            size_ = Codec<T>::ReadSize(data_, length_);
-            if constexpr (serialize::detail::kIsScalar<T>) {
-                if (size_ == kSizeFailure) {
-                    detail::LogRead("Deserialization[DDS] size counter failed, insufficient data.");
+            size_ = detail::FastRead<false>(data_, length_, detail::Probe<T>());
+            if (size_ == kSizeFailure) {
+                size_ = Codec<T>::ReadSize(data_, length_);  // again, to log what is wrong
+                if constexpr (serialize::detail::kIsScalar<T>) {
+                    if (size_ == kSizeFailure) {
+                        detail::LogRead(
+                            "Deserialization[DDS] size counter failed, insufficient data.");
+                    }
                 }
             }
         }
@@ -623,14 +860,32 @@ public:
     // The value; a stream the size pass refused gives defaults in the unreadable tail.
     T GetValue() {
         T value{};
-        if constexpr (serialize::detail::IsRecord<T>::value) {
-            (void)Codec<T>::Read(data_, length_, value);
-        } else {
-            if (GetSize() > kSizeMax || Codec<T>::Read(data_, size_, value) > kSizeMax) {
-                return T{};
-            }
-        }
+        (void)GetValue(value);
         return value;
+    }
+
+    // Reads the value into `out`, which then equals what GetValue() returns. A value kept from
+    // one message to the next is read over: its strings and vectors keep their storage and a map
+    // whose keys come again in order keeps its nodes, which spares the allocations of a fresh
+    // value. True when the stream held the whole value; GetSize() then answers from this read.
+    bool GetValue(T& out) {
+        const std::uint64_t size = detail::FastRead<true>(data_, length_, out);
+        if (size <= kSizeMax) {
+            sized_ = true;
+            size_ = size;
+            return true;
+        }
+        // Read again from a fresh value, member by member, for the defaults and the log lines.
+        out = T{};
+        if constexpr (serialize::detail::IsRecord<T>::value) {
+            return Codec<T>::Read(data_, length_, out) <= kSizeMax;
+        } else {
+            if (GetSize() > kSizeMax || Codec<T>::Read(data_, size_, out) > kSizeMax) {
+                out = T{};
+                return false;
+            }
+            return true;
+        }
     }
 
 private:

@@ -7,14 +7,21 @@
 
 #include <array>
 #include <cstdint>
+#include <cstring>
+#include <functional>
+#include <map>
 #include <memory>
+#include <optional>
 #include <tuple>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
+#include "binding/serialize/read_in_place.h"
 #include "binding/serialize/serialize_traits.h"
 #include "binding/serialize/someip_common.h"
 #include "binding/serialize/tlv_serialize_helper.h"
+#include "platform/compiler/force_inline.h"
 #include "platform/core/string.h"
 
 namespace lumo::serialize::someip {
@@ -301,7 +308,7 @@ public:
     // Scalars of unconfigured structures that fit inline; everything else, and every failure,
     // goes through ReadMember.
     template <typename M>
-    [[gnu::always_inline]] void operator()(M& member) {
+    WARDEND_FORCE_INLINE void operator()(M& member) {
         if constexpr (serialize::detail::kIsScalar<M>) {
             if (!failed_ && structure_.node == nullptr && length_ - offset_ >= sizeof(M)) {
                 member = serialize::detail::DecodeScalar<M>(data_ + offset_,
@@ -516,6 +523,221 @@ struct Reader<T, std::enable_if_t<serialize::detail::IsRecord<T>::value>> {
     }
 };
 
+namespace detail {
+
+inline constexpr std::uint64_t kPlainWidth = 4;
+
+template <typename T>
+inline constexpr std::uint64_t kMinBytes = serialize::detail::MinWireBytes<T, kPlainWidth>::value;
+
+// The walk of a value without a configuration node whose strings, vectors and maps have 4-byte
+// length fields and whose structures have none: no padding, fixed widths. The fixed-width rest of
+// the current value and of every value around it (within the stream, or the container being
+// read) is known to be there, and `room` bytes behind it: a fixed-width member is taken without
+// a check, and a length is checked against `room`, which the content then takes from. A check that
+// fails clears `ok` and moves nothing more; the walk goes on over bytes that are there, and the
+// caller reads again member by member, which logs what is wrong.
+template <bool kSwap>
+struct PlainWalk {
+    const unsigned char* at;
+    std::uint64_t room;
+    bool raw;
+    bool ok{true};
+
+    template <typename V>
+    WARDEND_FORCE_INLINE V Load() const {
+        using U = serialize::detail::Unsigned<V>;
+        U bits{};
+        std::memcpy(&bits, at, sizeof(V));
+        if constexpr (kSwap) {
+            bits = serialize::detail::ByteSwap(bits);
+        }
+        return serialize::detail::ScalarFromBits<V>(bits);
+    }
+
+    // EF BB BF at the walk's position, with one load: the content holds at least 4 bytes.
+    WARDEND_FORCE_INLINE bool StartsWithBom() const {
+        constexpr std::uint32_t kMask =
+            serialize::detail::HostIsLittleEndian() ? 0x00FFFFFFU : 0xFFFFFF00U;
+        constexpr std::uint32_t kBom =
+            serialize::detail::HostIsLittleEndian() ? 0x00BFBBEFU : 0xEFBBBF00U;
+        std::uint32_t head = 0;
+        std::memcpy(&head, at, sizeof(head));
+        return (head & kMask) == kBom;
+    }
+
+    // The content length of a string, vector or map: false (and the walk failed) when the
+    // content is not there. The walk then stands on the content.
+    WARDEND_FORCE_INLINE bool TakeLength(std::uint64_t& content) {
+        content = Load<std::uint32_t>();
+        at += kPlainWidth;
+        if (content > room) {
+            ok = false;
+            return false;
+        }
+        room -= content;
+        return true;
+    }
+
+    template <typename M>
+    WARDEND_FORCE_INLINE void operator()(M& member) {
+        if constexpr (serialize::detail::kIsScalar<M>) {
+            member = Load<M>();
+            at += sizeof(M);
+        } else if constexpr (serialize::detail::IsRecord<M>::value) {
+            member.enumerate(*this);
+        } else if constexpr (std::is_same_v<M, ara::core::String>) {
+            ReadString(member);
+        } else if constexpr (serialize::detail::IsVector<M>::value) {
+            ReadVector(member);
+        } else {
+            ReadMap(member);
+        }
+    }
+
+    WARDEND_FORCE_INLINE void ReadString(ara::core::String& out) {
+        std::uint64_t content = 0;
+        if (!TakeLength(content)) {
+            return;
+        }
+        if (raw) {
+            serialize::detail::AssignText(out, at, content);
+        } else {
+            if (content < 4 || !StartsWithBom() || at[content - 1] != 0) {
+                ok = false;
+                return;
+            }
+            serialize::detail::AssignText(out, at + 3, content - 4);
+        }
+        at += content;
+    }
+
+    // Elements read over the ones there, so that their strings keep their storage.
+    template <typename E, typename A>
+    WARDEND_FORCE_INLINE void ReadVector(std::vector<E, A>& out) {
+        std::uint64_t content = 0;
+        if (!TakeLength(content)) {
+            return;
+        }
+        if constexpr (serialize::detail::kIsScalar<E>) {
+            if (content % sizeof(E) != 0) {
+                ok = false;
+                return;
+            }
+            const std::uint64_t count = content / sizeof(E);
+            if (out.size() != count) {
+                out.resize(count);
+            }
+            if constexpr ((!kSwap || sizeof(E) == 1) && !std::is_same_v<E, bool>) {
+                serialize::detail::CopyBytes(reinterpret_cast<unsigned char*>(out.data()), at,
+                                             content);
+                at += content;
+            } else {
+                for (std::uint64_t i = 0; i < count; ++i) {
+                    out[i] = Load<E>();
+                    at += sizeof(E);
+                }
+            }
+        } else {
+            static_assert(kMinBytes<E> != 0, "every element takes a byte, so the walk ends");
+            const std::uint64_t outerRoom = room;
+            const unsigned char* const end = at + content;
+            room = content;
+            std::size_t count = 0;
+            while (at < end && ok) {
+                if (room < kMinBytes<E>) {
+                    ok = false;
+                    break;
+                }
+                room -= kMinBytes<E>;
+                (*this)(count < out.size() ? out[count] : out.emplace_back());
+                ++count;
+            }
+            if (ok && out.size() > count) {
+                out.erase(out.begin() + static_cast<std::ptrdiff_t>(count), out.end());
+            }
+            at = end;
+            room = outerRoom;
+        }
+    }
+
+    // While the keys come in the order of the nodes there, values are read into those nodes;
+    // from the first key that differs the rest is built anew, a repeated key keeping its first
+    // value as in the member-by-member read.
+    template <typename K, typename V, typename C, typename A>
+    WARDEND_FORCE_INLINE void ReadMap(std::map<K, V, C, A>& out) {
+        constexpr std::uint64_t kPair = kMinBytes<K> + kMinBytes<V>;
+        std::uint64_t content = 0;
+        if (!TakeLength(content)) {
+            return;
+        }
+        const std::uint64_t outerRoom = room;
+        const unsigned char* const end = at + content;
+        room = content;
+        auto node = out.begin();
+        bool inPlace = true;
+        K key{};
+        while (at < end && ok) {
+            if (room < kPair) {
+                ok = false;
+                break;
+            }
+            room -= kPair;
+            (*this)(key);
+            if (inPlace && node != out.end() &&
+                serialize::detail::SameKey(out.key_comp(), key, node->first)) {
+                (*this)(node->second);
+                ++node;
+                continue;
+            }
+            if (inPlace) {
+                inPlace = false;
+                out.erase(node, out.end());
+            }
+            const std::size_t before = out.size();
+            auto added = out.emplace_hint(out.end(), std::piecewise_construct,
+                                          std::forward_as_tuple(std::move(key)), std::tuple<>());
+            if (out.size() != before) {
+                (*this)(added->second);
+            } else {
+                V repeated{};
+                (*this)(repeated);
+            }
+        }
+        if (inPlace && ok && node != out.end()) {
+            out.erase(node, out.end());
+        }
+        at = end;
+        room = outerRoom;
+    }
+};
+
+// Whether PlainWalk reads values under these settings.
+inline bool IsPlain(const SerializeConfig& config, const SerializationNode* node) {
+    return node == nullptr && config.stringLengthField == kPlainWidth &&
+           config.vectorLengthField == kPlainWidth && config.structLengthField == 0;
+}
+
+// Bytes of the value read into `out` by PlainWalk, or kSizeFailure (nothing logged).
+template <typename T>
+std::uint64_t ReadPlain(const unsigned char* data, std::uint64_t length,
+                        const SerializeConfig& config, T& out) {
+    constexpr std::uint64_t kMin = kMinBytes<T>;
+    if (length < kMin) {
+        return kSizeFailure;
+    }
+    const auto walk = [&](auto plain) {
+        plain(out);
+        return plain.ok ? static_cast<std::uint64_t>(plain.at - data) : kSizeFailure;
+    };
+    if ((config.byteOrder == ByteOrder::kLittleEndian) != serialize::detail::HostIsLittleEndian()) {
+        return walk(PlainWalk<true>{data, length - kMin, config.isStringRaw});
+    }
+    return walk(PlainWalk<false>{data, length - kMin, config.isStringRaw});
+}
+
+}  // namespace detail
+
 // Deserializer of one value. data points at the value's first byte; position is its offset from
 // the first payload byte (for alignment only).
 template <typename T>
@@ -537,20 +759,16 @@ public:
     // kSizeFailure. Reads the value on the way; the result is cached.
     std::uint64_t GetSize() {
         if (!done_) {
-            done_ = true;
-            const ValueContext context{&config_, node_.get(), position_, isLastInStream_};
-            const ReadResult r = Reader<T>::Read(data_, length_, context, value_);
-            std::uint64_t step = kSizeFailure;
-            if (!r.Failed() && detail::Advance(r, length_, true, step)) {
-                size_ = step;
-            }
+            ReadInto(value_.emplace(), true);
         }
         return size_;
     }
 
     // The value read; after a failure the members read before it and defaults behind.
     const T& GetValue() {
-        if (GetSize() > kSizeMax && !done_value_) {
+        (void)GetSize();
+        T& value = read_ != nullptr ? *read_ : *value_;
+        if (size_ > kSizeMax && !done_value_) {
             done_value_ = true;
             if constexpr (serialize::detail::kIsScalar<T>) {
                 detail::LogRead(
@@ -560,27 +778,68 @@ public:
                 for (std::size_t i = 0; i < bytes.size() && i < length_; ++i) {
                     bytes[i] = data_[i];
                 }
-                value_ = serialize::detail::ScalarFromBits<T>(
+                value = serialize::detail::ScalarFromBits<T>(
                     serialize::detail::LoadUint(bytes.data(), sizeof(T), order));
             }
         }
-        return value_;
+        return value;
     }
 
+    // Reads the value into `out`, which then equals what GetValue() returns. A value kept from
+    // one message to the next is read over: its strings and vectors keep their storage and a map
+    // whose keys come again in order keeps its nodes, which spares the allocations of a fresh
+    // value. Called before GetSize(), it reads straight into `out`, and GetSize() and GetValue()
+    // then answer from it (so `out` must outlive them); afterwards it copies. True when the
+    // stream held the whole value.
+    bool GetValue(T& out) {
+        if (!done_) {
+            ReadInto(out, false);
+            read_ = &out;
+        }
+        const T& value = GetValue();
+        if (&value != &out) {
+            out = value;
+        }
+        return size_ <= kSizeMax;
+    }
     // For strings: the number of characters, or kSizeFailure.
     std::uint64_t SetDataLength() {
         static_assert(std::is_same_v<T, ara::core::String>, "strings only");
-        return GetSize() > kSizeMax ? kSizeFailure : value_.size();
+        return GetSize() > kSizeMax ? kSizeFailure : GetValue().size();
     }
 
 private:
+    // `fresh`: out is still default-constructed.
+    void ReadInto(T& out, bool fresh) {
+        done_ = true;
+        if (detail::IsPlain(config_, node_.get())) {
+            size_ = detail::ReadPlain(data_, length_, config_, out);
+            if (size_ <= kSizeMax) {
+                return;
+            }
+            fresh = false;
+        }
+        // Read again from a fresh value, member by member, for the partial value and the log
+        // lines.
+        if (!fresh) {
+            out = T{};
+        }
+        const ValueContext context{&config_, node_.get(), position_, isLastInStream_};
+        const ReadResult r = Reader<T>::Read(data_, length_, context, out);
+        std::uint64_t step = kSizeFailure;
+        if (!r.Failed() && detail::Advance(r, length_, true, step)) {
+            size_ = step;
+        }
+    }
+
     const unsigned char* data_;
     std::uint64_t length_;
     SerializeConfig config_;
     std::shared_ptr<SerializationNode> node_;
     std::uint64_t position_{0};
     bool isLastInStream_{true};
-    T value_{};
+    std::optional<T> value_;  // built only when no value of the caller's is read into
+    T* read_{nullptr};        // the caller's value that GetValue(T&) read into, if any
     std::uint64_t size_{kSizeFailure};
     bool done_{false};
     bool done_value_{false};

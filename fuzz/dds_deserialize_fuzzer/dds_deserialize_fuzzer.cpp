@@ -1,6 +1,7 @@
 // DDS deserializers of AppRegisterInfo and of each tools-service input. Whatever the size pass
 // accepts must read, write and read back equal, in no more bytes than it announced (a repeated
-// map key is read once, so the written stream may be shorter).
+// map key is read once, so the written stream may be shorter). Reading into a kept value, over
+// streams one after the other, must give what a fresh read gives.
 
 #include <cstddef>
 #include <cstdint>
@@ -32,6 +33,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         lumo::serialize::dds::Deserializer<T> again(written.data(), written.size());
         Require(again.GetSize() == written.size());
         Require(again.GetValue() == value);
+    });
+    WithInputKind(data[0], [&](auto probe) {
+        using T = decltype(probe);
+        T kept{};
+        for (const Stream& stream : KeptValueStreams(data + 1, size - 1)) {
+            lumo::serialize::dds::Deserializer<T> fresh(stream.data, stream.size);
+            lumo::serialize::dds::Deserializer<T> reader(stream.data, stream.size);
+            const bool whole = reader.GetValue(kept);
+            Require(kept == fresh.GetValue());
+            Require(whole == (fresh.GetSize() <= kSizeMax));
+        }
     });
     return 0;
 }

@@ -1,5 +1,6 @@
 // SOME/IP deserializers of AppRegisterInfo and of each tools-service input, under plain, raw
-// little-endian, aligned and TLV settings. Whatever reads must write and read back equal.
+// little-endian, aligned and TLV settings. Whatever reads must write and read back equal, and
+// reading into a kept value, over streams one after the other, must give a fresh read's value.
 
 #include <cstddef>
 #include <cstdint>
@@ -29,6 +30,17 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         T again{};
         Require(SomeipRead(written.data(), written.size(), settings, again));
         Require(again == value);
+    });
+    WithInputKind(data[0], [&](auto probe) {
+        using T = decltype(probe);
+        const SomeipSettings settings = MakeSomeipSettings<T>(data[1]);
+        T kept{};
+        for (const Stream& stream : KeptValueStreams(data + 2, size - 2)) {
+            T fresh{};
+            const bool freshWhole = SomeipRead(stream.data, stream.size, settings, fresh);
+            Require(SomeipReadInto(stream.data, stream.size, settings, kept) == freshWhole);
+            Require(kept == fresh);
+        }
     });
     return 0;
 }

@@ -147,6 +147,12 @@ TEST_F(DdsSerializerTest, ATruncatedRecordFailsTheSizePassAndKeepsDefaultsInItsT
     EXPECT_TRUE(
         LogsPeerLine("Deserialization of trivially copyable type failed, insufficient data!",
                      [&] { EXPECT_EQ(reader.GetValue(), expected); }));
+    // Read over a kept value, the tail still comes out as defaults, with the same line.
+    LatencyQueryInfo kept = MakeLatencyQueryInfo(4);
+    EXPECT_TRUE(
+        LogsPeerLine("Deserialization of trivially copyable type failed, insufficient data!",
+                     [&] { EXPECT_FALSE(reader.GetValue(kept)); }));
+    EXPECT_EQ(kept, expected);
 
     for (std::size_t shorter = 0; shorter < full.size(); ++shorter) {
         Deserializer<LatencyQueryInfo> partial(full.data(), shorter);

@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <functional>
+#include <initializer_list>
+#include <map>
 #include <vector>
 
 #include "binding/serialize/dds_serializer.h"
@@ -220,6 +223,199 @@ TEST(RoundTripWidthTest, OneByteLengthFieldsFitSmallRecordsAndRefuseLargeOnes) {
     const EventRegisterInfo large = MakeEventRegister(1);
     (void)SomeipRoundTrip(large, oneByte, nullptr, &size);
     EXPECT_EQ(size, lumo::serialize::kSizeFailure);
+}
+
+// Reading into a value kept from one message to the next: after each stream of a sequence the
+// kept value must equal a fresh read of that stream, whatever the value held before.
+struct Settings {
+    const char* name;
+    SerializeConfig config;
+    std::shared_ptr<SerializationNode> node;  // SOME/IP only
+};
+
+template <typename T>
+std::vector<unsigned char> SomeipBytesOf(const T& value, const Settings& s) {
+    lumo::serialize::someip::Serializer<T> writer(value, s.config, s.node, 0, true);
+    std::vector<unsigned char> out(writer.GetSize());
+    writer.Serialize(out.data());
+    return out;
+}
+
+template <typename T>
+std::vector<unsigned char> DdsBytesOf(const T& value) {
+    lumo::serialize::dds::Serializer<T> writer(value, SerializeConfig{});
+    std::vector<unsigned char> out(writer.GetSize());
+    writer.Serialize(out.data());
+    return out;
+}
+
+template <typename T>
+lumo::serialize::someip::Deserializer<T> SomeipReader(const std::vector<unsigned char>& stream,
+                                                      const Settings& s) {
+    if (s.node != nullptr) {
+        return {stream.data(), stream.size(), s.node};
+    }
+    return {stream.data(), stream.size(), s.config};
+}
+
+// Registrations that differ in every way a kept value can: longer and shorter strings, more and
+// fewer vector elements, map keys added, dropped and changed.
+std::vector<AppRegisterInfo> Registrations() {
+    AppRegisterInfo fewerKeys = MakeAppRegisterInfo(3);
+    fewerKeys.eventInfo.eventMap_.erase(DriverType::DDS);
+    fewerKeys.fieldInfo.drivers.clear();
+    fewerKeys.methodInfo.errorDomains.clear();
+    AppRegisterInfo otherKeys = MakeAppRegisterInfo(1234567);
+    otherKeys.eventInfo.eventMap_[DriverType::SOMEIP].dds.properties = {{"another key", "v"}};
+    otherKeys.listenerResult.erase(ListenerType::kLatencyTimeout);
+    otherKeys.nodeInfo.e2eList.eventE2EInfos.resize(5);
+    return {MakeAppRegisterInfo(8),
+            MakeEventRegistration(),
+            fewerKeys,
+            otherKeys,
+            MakeAppRegisterInfo(8),
+            AppRegisterInfo{},
+            MakeAppRegisterInfo(99999)};
+}
+
+// Streams in sequence: the registrations, each cut short once (a failing stream after a good
+// one), and nothing at all.
+template <typename BytesOf>
+std::vector<std::vector<unsigned char>> StreamsOf(BytesOf bytesOf) {
+    std::vector<std::vector<unsigned char>> streams;
+    for (const AppRegisterInfo& value : Registrations()) {
+        std::vector<unsigned char> stream = bytesOf(value);
+        streams.push_back(stream);
+        stream.resize(stream.size() * 2 / 3);
+        streams.push_back(stream);
+        streams.push_back(bytesOf(value));
+    }
+    streams.emplace_back();
+    streams.push_back(bytesOf(Registrations().front()));
+    return streams;
+}
+
+TEST(ReadIntoKeptValueTest, DdsEqualsAFreshReadAfterEveryStream) {
+    AppRegisterInfo kept;
+    for (const auto& stream : StreamsOf([](const AppRegisterInfo& v) { return DdsBytesOf(v); })) {
+        lumo::serialize::dds::Deserializer<AppRegisterInfo> fresh(stream.data(), stream.size());
+        lumo::serialize::dds::Deserializer<AppRegisterInfo> reader(stream.data(), stream.size());
+        const bool whole = reader.GetValue(kept);
+        EXPECT_EQ(kept, fresh.GetValue()) << stream.size() << " bytes";
+        EXPECT_EQ(whole, fresh.GetSize() <= kSizeMax) << stream.size() << " bytes";
+    }
+}
+
+TEST(ReadIntoKeptValueTest, SomeipEqualsAFreshReadAfterEveryStream) {
+    SerializeConfig little;
+    little.byteOrder = ByteOrder::kLittleEndian;
+    little.isStringRaw = true;
+    SerializeConfig narrow;
+    narrow.stringLengthField = 2;
+    narrow.vectorLengthField = 2;
+    const Settings settings[] = {
+        {"default", SerializeConfig{}, nullptr},
+        {"little-endian, raw", little, nullptr},
+        {"2-byte lengths", narrow, nullptr},
+        {"aligned nodes", SerializeConfig{},
+         BuildRootNode<AppRegisterInfo>(
+             NodeStyle{4, ByteOrder::kBigEndian, false, false, 4, 0, false})},
+        {"TLV", SerializeConfig{},
+         BuildRootNode<AppRegisterInfo>(
+             NodeStyle{0, ByteOrder::kLittleEndian, true, true, 4, 4, false})},
+    };
+    for (const Settings& s : settings) {
+        AppRegisterInfo kept;
+        const auto streams =
+            StreamsOf([&](const AppRegisterInfo& v) { return SomeipBytesOf(v, s); });
+        for (const auto& stream : streams) {
+            auto fresh = SomeipReader<AppRegisterInfo>(stream, s);
+            auto reader = SomeipReader<AppRegisterInfo>(stream, s);
+            const bool whole = reader.GetValue(kept);
+            EXPECT_EQ(kept, fresh.GetValue()) << s.name << ", " << stream.size() << " bytes";
+            EXPECT_EQ(whole, fresh.GetSize() <= kSizeMax) << s.name;
+            EXPECT_EQ(reader.GetSize(), fresh.GetSize()) << s.name;
+            EXPECT_EQ(&reader.GetValue(), &kept) << s.name;
+        }
+    }
+    // Called after GetSize(), the value read is copied out.
+    const auto stream = SomeipBytesOf(MakeAppRegisterInfo(2), settings[0]);
+    auto reader = SomeipReader<AppRegisterInfo>(stream, settings[0]);
+    ASSERT_EQ(reader.GetSize(), stream.size());
+    AppRegisterInfo copy = MakeAppRegisterInfo(5);
+    EXPECT_TRUE(reader.GetValue(copy));
+    EXPECT_EQ(copy, MakeAppRegisterInfo(2));
+}
+
+// The point of reading over a kept value: the same shape again allocates nothing, so strings
+// keep their buffers and maps their nodes.
+TEST(ReadIntoKeptValueTest, TheSameShapeKeepsStringBuffersAndMapNodes) {
+    const AppRegisterInfo first = MakeAppRegisterInfo(1);
+    const AppRegisterInfo second = MakeAppRegisterInfo(2);
+    const Settings plain{"default", SerializeConfig{}, nullptr};
+    const auto readDds = [](const AppRegisterInfo& v, AppRegisterInfo& out) {
+        const auto stream = DdsBytesOf(v);
+        return lumo::serialize::dds::Deserializer<AppRegisterInfo>(stream.data(), stream.size())
+            .GetValue(out);
+    };
+    const auto readSomeip = [&](const AppRegisterInfo& v, AppRegisterInfo& out) {
+        const auto stream = SomeipBytesOf(v, plain);
+        return SomeipReader<AppRegisterInfo>(stream, plain).GetValue(out);
+    };
+    for (const auto& read :
+         {std::function<bool(const AppRegisterInfo&, AppRegisterInfo&)>(readDds),
+          std::function<bool(const AppRegisterInfo&, AppRegisterInfo&)>(readSomeip)}) {
+        AppRegisterInfo kept;
+        ASSERT_TRUE(read(first, kept));
+        const auto& properties =
+            kept.eventInfo.eventMap_.at(DriverType::DDS).dds.properties;  // long values
+        const char* text = properties.begin()->second.data();
+        const auto* node = &*properties.begin();
+        ASSERT_TRUE(read(second, kept));
+        EXPECT_EQ(kept, second);
+        EXPECT_EQ(&*properties.begin(), node);
+        EXPECT_EQ(properties.begin()->second.data(), text);
+    }
+}
+
+// A map read over a kept one: keys in the kept order are read in place, a changed key rebuilds
+// the rest, and a repeated key keeps its first value either way.
+TEST(ReadIntoKeptValueTest, MapsWithChangedAndRepeatedKeys) {
+    using Drivers = std::map<DriverType, String>;
+    const auto pair = [](std::uint16_t key, const char* value) {
+        std::vector<unsigned char> bytes = {static_cast<unsigned char>(key),
+                                            0,
+                                            static_cast<unsigned char>(std::strlen(value)),
+                                            0,
+                                            0,
+                                            0};
+        bytes.insert(bytes.end(), value, value + std::strlen(value));
+        return bytes;
+    };
+    const auto stream = [](std::uint8_t count,
+                           std::initializer_list<std::vector<unsigned char>> pairs) {
+        std::vector<unsigned char> bytes = {count, 0, 0, 0};
+        for (const auto& p : pairs) {
+            bytes.insert(bytes.end(), p.begin(), p.end());
+        }
+        return bytes;
+    };
+    const std::vector<unsigned char> streams[] = {
+        stream(2, {pair(0, "a long value, beyond the inline buffer"), pair(1, "b")}),
+        stream(3, {pair(0, "1"), pair(0, "repeated"), pair(1, "3")}),
+        stream(3, {pair(1, "x"), pair(1, "y"), pair(0, "z")}),
+        stream(1, {pair(1, "only")}),
+        stream(2, {pair(0, "p"), pair(7, "q")}),
+        stream(3, {pair(0, "p"), pair(7, "q")}),  // the third pair is missing
+        stream(0, {}),
+    };
+    Drivers kept;
+    for (const auto& bytes : streams) {
+        lumo::serialize::dds::Deserializer<Drivers> fresh(bytes.data(), bytes.size());
+        lumo::serialize::dds::Deserializer<Drivers> reader(bytes.data(), bytes.size());
+        EXPECT_EQ(reader.GetValue(kept), fresh.GetSize() <= kSizeMax);
+        EXPECT_EQ(kept, fresh.GetValue()) << bytes.size() << " bytes";
+    }
 }
 
 }  // namespace
