@@ -498,14 +498,8 @@ template <std::size_t I, typename R, typename Fields>
                                                                      const Fields& fields) {
     using M = serialize::detail::FieldAt<R, I>;
     if constexpr (AsIs<M>::value) {
-        using Runs = serialize::detail::FieldRuns<R, AsIs>;
-        if constexpr (Runs::template Ends<I>()) {
-            constexpr std::size_t kStart = Runs::template Start<I>();
-            constexpr std::size_t kLength = Runs::template Length<I>();
-            std::memcpy(buffer_ + offset_, reinterpret_cast<const unsigned char*>(&record) + kStart,
-                        kLength);
-            offset_ += kLength;
-        }
+        offset_ += serialize::detail::FieldRuns<R, AsIs>::template CopyRunEndingAt<I>(
+            record, buffer_ + offset_);
     } else {
         offset_ = Codec<M>::Write(std::get<I>(fields), buffer_, offset_);
     }
