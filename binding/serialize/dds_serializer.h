@@ -589,7 +589,7 @@ struct FastWalk {
 
     // Content of `bytes` behind a count: false (and the walk failed) when it is not there.
     WARDEND_FORCE_INLINE bool Reserve(std::uint64_t bytes) {
-        if (bytes > room) {
+        if (__builtin_expect(bytes > room, 0)) {
             ok = false;
             return false;
         }

@@ -571,7 +571,7 @@ struct PlainWalk {
     WARDEND_FORCE_INLINE bool TakeLength(std::uint64_t& content) {
         content = Load<std::uint32_t>();
         at += kPlainWidth;
-        if (content > room) {
+        if (__builtin_expect(content > room, 0)) {
             ok = false;
             return false;
         }
@@ -603,7 +603,7 @@ struct PlainWalk {
         if (raw) {
             serialize::detail::AssignText(out, at, content);
         } else {
-            if (content < 4 || !StartsWithBom() || at[content - 1] != 0) {
+            if (__builtin_expect(content < 4 || !StartsWithBom() || at[content - 1] != 0, 0)) {
                 ok = false;
                 return;
             }
