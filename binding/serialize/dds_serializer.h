@@ -62,7 +62,7 @@ inline std::uint32_t LoadCount(const unsigned char* data) {
 }
 
 template <typename T>
-[[gnu::always_inline]] inline void StoreScalar(unsigned char* out, const T& value) {
+WARDEND_FORCE_INLINE inline void StoreScalar(unsigned char* out, const T& value) {
     if constexpr (std::is_same_v<T, bool>) {
         *out = value ? 1 : 0;
     } else {
@@ -107,7 +107,7 @@ public:
     SerializingEnumerator(unsigned char* buffer, std::uint64_t offset)
         : buffer_(buffer), offset_(offset) {}
     template <typename R>
-    [[gnu::always_inline]] void WriteRecord(const R& record) {
+    WARDEND_FORCE_INLINE void WriteRecord(const R& record) {
         WriteFields(record, record.Tie(),
                     std::make_index_sequence<serialize::detail::kFieldCount<R>>{});
     }
@@ -118,13 +118,13 @@ private:
     struct AsIs : std::bool_constant<serialize::detail::kIsScalar<M>> {};
 
     template <typename R, typename Fields, std::size_t... I>
-    [[gnu::always_inline]] void WriteFields(const R& record, const Fields& fields,
-                                            std::index_sequence<I...> /*unused*/) {
+    WARDEND_FORCE_INLINE void WriteFields(const R& record, const Fields& fields,
+                                          std::index_sequence<I...> /*unused*/) {
         (WriteField<I>(record, fields), ...);
     }
 
     template <std::size_t I, typename R, typename Fields>
-    [[gnu::always_inline]] void WriteField(const R& record, const Fields& fields);
+    WARDEND_FORCE_INLINE void WriteField(const R& record, const Fields& fields);
 
     unsigned char* buffer_;
     std::uint64_t offset_;
@@ -201,8 +201,8 @@ template <>
 struct Codec<ara::core::String> {
     // Sizes above kSizeMax are failures; a string too long for its count lands there too.
     static std::uint64_t Size(const ara::core::String& value) { return kCountWidth + value.size(); }
-    [[gnu::always_inline]] static std::uint64_t Write(const ara::core::String& value,
-                                                      unsigned char* buffer, std::uint64_t offset) {
+    WARDEND_FORCE_INLINE static std::uint64_t Write(const ara::core::String& value,
+                                                    unsigned char* buffer, std::uint64_t offset) {
         // Both read before the first store, which might alias them.
         const std::size_t size = value.size();
         const auto* text = reinterpret_cast<const unsigned char*>(value.data());
@@ -248,8 +248,8 @@ struct Codec<std::vector<E, A>> {
         }
     }
 
-    [[gnu::always_inline]] static std::uint64_t Write(const std::vector<E, A>& value,
-                                                      unsigned char* buffer, std::uint64_t offset) {
+    WARDEND_FORCE_INLINE static std::uint64_t Write(const std::vector<E, A>& value,
+                                                    unsigned char* buffer, std::uint64_t offset) {
         const auto count = static_cast<std::uint32_t>(value.size());
         std::memcpy(buffer + offset, &count, sizeof(count));
         offset += kCountWidth;
@@ -371,8 +371,8 @@ struct Codec<std::map<K, V, C, A>> {
         return total;
     }
 
-    [[gnu::always_inline]] static std::uint64_t Write(const Map& value, unsigned char* buffer,
-                                                      std::uint64_t offset) {
+    WARDEND_FORCE_INLINE static std::uint64_t Write(const Map& value, unsigned char* buffer,
+                                                    std::uint64_t offset) {
         const auto count = static_cast<std::uint32_t>(value.size());
         std::memcpy(buffer + offset, &count, sizeof(count));
         offset += kCountWidth;
@@ -460,9 +460,9 @@ struct Codec<T, std::enable_if_t<serialize::detail::IsRecord<T>::value>> {
         value.enumerate(sizes);
         return sizes.Total();
     }
-    [[gnu::always_inline]] static std::uint64_t Write(const T& __restrict value,
-                                                      unsigned char* __restrict buffer,
-                                                      std::uint64_t offset) {
+    WARDEND_FORCE_INLINE static std::uint64_t Write(const T& __restrict value,
+                                                    unsigned char* __restrict buffer,
+                                                    std::uint64_t offset) {
         SerializingEnumerator writer(buffer, offset);
         writer.WriteRecord(value);
         return writer.Offset();
@@ -484,7 +484,7 @@ struct Codec<T, std::enable_if_t<serialize::detail::IsRecord<T>::value>> {
 // has the total then: one check at the end sees it. The sum cannot wrap, since every failing
 // term stands for more than 4 GiB of memory.
 template <typename M>
-[[gnu::always_inline]] inline void SizeEnumerator::operator()(const M& member) {
+WARDEND_FORCE_INLINE inline void SizeEnumerator::operator()(const M& member) {
     if constexpr (serialize::detail::kIsScalar<M>) {
         (void)member;
         total_ += sizeof(M);
@@ -494,8 +494,8 @@ template <typename M>
 }
 
 template <std::size_t I, typename R, typename Fields>
-[[gnu::always_inline]] inline void SerializingEnumerator::WriteField(const R& record,
-                                                                     const Fields& fields) {
+WARDEND_FORCE_INLINE inline void SerializingEnumerator::WriteField(const R& record,
+                                                                   const Fields& fields) {
     using M = serialize::detail::FieldAt<R, I>;
     if constexpr (AsIs<M>::value) {
         offset_ += serialize::detail::FieldRuns<R, AsIs>::template CopyRunEndingAt<I>(
