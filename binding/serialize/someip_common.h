@@ -31,6 +31,14 @@ struct Layout {
     std::uint8_t padding{0};
 };
 
+// The usual widths: 4-byte length fields for strings, vectors and maps, none for structures.
+// Values without a node under them have fixed widths and no padding, which the plain writer and
+// the plain read walk rely on.
+inline bool HasPlainWidths(const SerializeConfig& config) {
+    return config.stringLengthField == 4 && config.vectorLengthField == 4 &&
+           config.structLengthField == 0;
+}
+
 namespace detail {
 
 inline ByteOrder OrderOf(const ValueContext& c) {

@@ -714,8 +714,7 @@ struct PlainWalk {
 
 // Whether PlainWalk reads values under these settings.
 inline bool IsPlain(const SerializeConfig& config, const SerializationNode* node) {
-    return node == nullptr && config.stringLengthField == kPlainWidth &&
-           config.vectorLengthField == kPlainWidth && config.structLengthField == 0;
+    return node == nullptr && HasPlainWidths(config);
 }
 
 // Bytes of the value read into `out` by PlainWalk, or kSizeFailure (nothing logged).

@@ -22,11 +22,6 @@
 
 namespace lumo::serialize::someip {
 
-inline bool PlainWriterApplies(const SerializeConfig& config) {
-    return config.stringLengthField == 4 && config.vectorLengthField == 4 &&
-           config.structLengthField == 0;
-}
-
 // Byte order as a template argument, so that a scalar costs a swap and a store. Scalars and
 // strings are written inline; records, vectors and maps are functions of their own.
 template <ByteOrder kOrder>

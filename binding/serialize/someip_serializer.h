@@ -285,7 +285,7 @@ namespace detail {
 
 // Values that no node steers under the usual widths go through the plain writer.
 inline bool IsPlain(const ValueContext& c) {
-    return c.node == nullptr && PlainWriterApplies(*c.config);
+    return c.node == nullptr && HasPlainWidths(*c.config);
 }
 
 template <typename T>
