@@ -661,9 +661,7 @@ struct PlainWalk {
         }
     }
 
-    // While the keys come in the order of the nodes there, values are read into those nodes;
-    // from the first key that differs the rest is built anew, a repeated key keeping its first
-    // value as in the member-by-member read.
+    // Pairs are read over the map's own nodes.
     template <typename K, typename V, typename C, typename A>
     WARDEND_FORCE_INLINE void ReadMap(std::map<K, V, C, A>& out) {
         constexpr std::uint64_t kPair = kMinBytes<K> + kMinBytes<V>;
@@ -674,38 +672,17 @@ struct PlainWalk {
         const std::uint64_t outerRoom = room;
         const unsigned char* const end = at + content;
         room = content;
-        auto node = out.begin();
-        bool inPlace = true;
-        K key{};
+        serialize::detail::MapOverwrite<K, V, C, A> pairs(out);
         while (at < end && ok) {
             if (room < kPair) {
                 ok = false;
                 break;
             }
             room -= kPair;
-            (*this)(key);
-            if (inPlace && node != out.end() &&
-                serialize::detail::SameKey(out.key_comp(), key, node->first)) {
-                (*this)(node->second);
-                ++node;
-                continue;
-            }
-            if (inPlace) {
-                inPlace = false;
-                out.erase(node, out.end());
-            }
-            const std::size_t before = out.size();
-            auto added = out.emplace_hint(out.end(), std::piecewise_construct,
-                                          std::forward_as_tuple(std::move(key)), std::tuple<>());
-            if (out.size() != before) {
-                (*this)(added->second);
-            } else {
-                V repeated{};
-                (*this)(repeated);
-            }
+            pairs.Pair(*this);
         }
-        if (inPlace && ok && node != out.end()) {
-            out.erase(node, out.end());
+        if (ok) {
+            pairs.Finish();
         }
         at = end;
         room = outerRoom;
