@@ -713,15 +713,39 @@ WARDEND_FORCE_INLINE inline void FastWalk<kStore>::Map(std::map<K, V, C, A>& out
         ok = false;
         return;
     }
-    serialize::detail::MapOverwrite<K, V, C, A> pairs(out);
+    // While the keys come in the order of the nodes there, values are read into those nodes;
+    // from the first key that differs the rest is built anew, a repeated key keeping its first
+    // value as in the member-by-member read.
+    auto node = out.begin();
+    bool inPlace = true;
+    K key{};
     for (std::uint64_t i = 0; i < count && ok; ++i) {
         if (!Reserve(kPair)) {
             return;
         }
-        pairs.Pair(*this);
+        (*this)(key);
+        if (inPlace && node != out.end() &&
+            serialize::detail::SameKey(out.key_comp(), key, node->first)) {
+            (*this)(node->second);
+            ++node;
+            continue;
+        }
+        if (inPlace) {
+            inPlace = false;
+            out.erase(node, out.end());
+        }
+        const std::size_t before = out.size();
+        auto added = out.emplace_hint(out.end(), std::piecewise_construct,
+                                      std::forward_as_tuple(std::move(key)), std::tuple<>());
+        if (out.size() != before) {
+            (*this)(added->second);
+        } else {
+            V repeated{};
+            (*this)(repeated);
+        }
     }
-    if (ok) {
-        pairs.Finish();
+    if (inPlace && ok && node != out.end()) {
+        out.erase(node, out.end());
     }
 }
 

@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <cstring>
 #include <functional>
-#include <map>
 #include <string>
 #include <tuple>
 #include <type_traits>
@@ -97,52 +96,6 @@ WARDEND_FORCE_INLINE inline bool SameKey(const C& compare, const K& a, const K& 
         return !compare(a, b) && !compare(b, a);
     }
 }
-
-// Reads the pairs of a map over the map's own nodes. While the keys come in the order of the
-// nodes there, values are read into those nodes; from the first key that differs the rest is
-// built anew, a repeated key keeping its first value as in the member-by-member read. `read`
-// reads one key or value from the stream.
-template <typename K, typename V, typename C, typename A>
-class MapOverwrite {
-public:
-    explicit MapOverwrite(std::map<K, V, C, A>& out) : out_(out), node_(out.begin()) {}
-
-    template <typename Read>
-    WARDEND_FORCE_INLINE void Pair(Read& read) {
-        read(key_);
-        if (inPlace_ && node_ != out_.end() && SameKey(out_.key_comp(), key_, node_->first)) {
-            read(node_->second);
-            ++node_;
-            return;
-        }
-        if (inPlace_) {
-            inPlace_ = false;
-            out_.erase(node_, out_.end());
-        }
-        const std::size_t before = out_.size();
-        auto added = out_.emplace_hint(out_.end(), std::piecewise_construct,
-                                       std::forward_as_tuple(std::move(key_)), std::tuple<>());
-        if (out_.size() != before) {
-            read(added->second);
-        } else {
-            V repeated{};
-            read(repeated);
-        }
-    }
-
-    // After the last pair read whole: nodes the stream did not come to go.
-    void Finish() {
-        if (inPlace_) {
-            out_.erase(node_, out_.end());
-        }
-    }
-
-private:
-    std::map<K, V, C, A>& out_;
-    typename std::map<K, V, C, A>::iterator node_;
-    K key_{};
-    bool inPlace_{true};
-};
 
 }  // namespace lumo::serialize::detail
 

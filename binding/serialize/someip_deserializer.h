@@ -661,7 +661,9 @@ struct PlainWalk {
         }
     }
 
-    // Pairs are read over the map's own nodes.
+    // While the keys come in the order of the nodes there, values are read into those nodes;
+    // from the first key that differs the rest is built anew, a repeated key keeping its first
+    // value as in the member-by-member read.
     template <typename K, typename V, typename C, typename A>
     WARDEND_FORCE_INLINE void ReadMap(std::map<K, V, C, A>& out) {
         constexpr std::uint64_t kPair = kMinBytes<K> + kMinBytes<V>;
@@ -672,17 +674,38 @@ struct PlainWalk {
         const std::uint64_t outerRoom = room;
         const unsigned char* const end = at + content;
         room = content;
-        serialize::detail::MapOverwrite<K, V, C, A> pairs(out);
+        auto node = out.begin();
+        bool inPlace = true;
+        K key{};
         while (at < end && ok) {
             if (room < kPair) {
                 ok = false;
                 break;
             }
             room -= kPair;
-            pairs.Pair(*this);
+            (*this)(key);
+            if (inPlace && node != out.end() &&
+                serialize::detail::SameKey(out.key_comp(), key, node->first)) {
+                (*this)(node->second);
+                ++node;
+                continue;
+            }
+            if (inPlace) {
+                inPlace = false;
+                out.erase(node, out.end());
+            }
+            const std::size_t before = out.size();
+            auto added = out.emplace_hint(out.end(), std::piecewise_construct,
+                                          std::forward_as_tuple(std::move(key)), std::tuple<>());
+            if (out.size() != before) {
+                (*this)(added->second);
+            } else {
+                V repeated{};
+                (*this)(repeated);
+            }
         }
-        if (ok) {
-            pairs.Finish();
+        if (inPlace && ok && node != out.end()) {
+            out.erase(node, out.end());
         }
         at = end;
         room = outerRoom;
