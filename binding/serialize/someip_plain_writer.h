@@ -22,8 +22,9 @@
 
 namespace lumo::serialize::someip {
 
-// Byte order as a template argument, so that a scalar costs a swap and a store. Scalars and
-// strings are written inline; records, vectors and maps are functions of their own.
+// Byte order as a template argument, so that a scalar costs a swap and a store. The write of a
+// whole value is inlined into one function; the sizes of records, vectors and maps are
+// functions of their own.
 template <ByteOrder kOrder>
 class PlainWriter {
 public:
