@@ -133,25 +133,6 @@ void BM_SomeipDeserialize(benchmark::State& state) {
     meter.Finish(stream.size());
 }
 
-// As BM_DdsDeserializeReused.
-void BM_SomeipDeserializeReused(benchmark::State& state) {
-    const std::vector<unsigned char> streams[] = {SomeipBytesOf(Registration()),
-                                                  SomeipBytesOf(OtherRegistration())};
-    AppRegisterInfo value;
-    std::size_t next = 0;
-    Meter meter(state);
-    for (auto _ : state) {
-        const std::vector<unsigned char>& stream = streams[next];
-        next ^= 1U;
-        lumo::serialize::someip::Deserializer<AppRegisterInfo> reader(stream.data(), stream.size(),
-                                                                      SerializeConfig{});
-        benchmark::DoNotOptimize(reader.GetValue(value));
-        benchmark::DoNotOptimize(reader.GetSize());
-        benchmark::DoNotOptimize(value.eventInfo.pid);
-    }
-    meter.Finish((streams[0].size() + streams[1].size()) / 2);
-}
-
 void BM_DdsSerialize(benchmark::State& state) {
     std::vector<unsigned char> buffer(DdsBytes().size());
     Meter meter(state);
@@ -178,22 +159,36 @@ void BM_DdsDeserialize(benchmark::State& state) {
 
 // Reads into one value kept across the loop, alternating between two registrations whose
 // strings differ in length, so that each read overwrites the other's contents. The value is read
-// first; GetSize() then answers from that read.
-void BM_DdsDeserializeReused(benchmark::State& state) {
-    const std::vector<unsigned char> streams[] = {DdsBytesOf(Registration()),
-                                                  DdsBytesOf(OtherRegistration())};
+// first; GetSize() then answers from that read. readerOf builds the family's reader of a stream.
+template <typename Bytes, typename ReaderOf>
+void DeserializeReused(benchmark::State& state, Bytes bytesOf, ReaderOf readerOf) {
+    const std::vector<unsigned char> streams[] = {bytesOf(Registration()),
+                                                  bytesOf(OtherRegistration())};
     AppRegisterInfo value;
     std::size_t next = 0;
     Meter meter(state);
     for (auto _ : state) {
         const std::vector<unsigned char>& stream = streams[next];
         next ^= 1U;
-        lumo::serialize::dds::Deserializer<AppRegisterInfo> reader(stream.data(), stream.size());
+        auto reader = readerOf(stream);
         benchmark::DoNotOptimize(reader.GetValue(value));
         benchmark::DoNotOptimize(reader.GetSize());
         benchmark::DoNotOptimize(value.eventInfo.pid);
     }
     meter.Finish((streams[0].size() + streams[1].size()) / 2);
+}
+
+void BM_SomeipDeserializeReused(benchmark::State& state) {
+    DeserializeReused(state, SomeipBytesOf, [](const std::vector<unsigned char>& stream) {
+        return lumo::serialize::someip::Deserializer<AppRegisterInfo>(stream.data(), stream.size(),
+                                                                      SerializeConfig{});
+    });
+}
+
+void BM_DdsDeserializeReused(benchmark::State& state) {
+    DeserializeReused(state, DdsBytesOf, [](const std::vector<unsigned char>& stream) {
+        return lumo::serialize::dds::Deserializer<AppRegisterInfo>(stream.data(), stream.size());
+    });
 }
 
 BENCHMARK_CAPTURE(BM_Memcpy, someip_bytes, SomeipBytes);
