@@ -6,6 +6,7 @@
 // but a copy that passes is an inline memcpy: fixed-width fields then cost a store instead of
 // two calls.
 
+#include <array>
 #include <cstdint>
 #include <cstring>
 
@@ -22,37 +23,35 @@ namespace lumo::serialize::detail {
 #pragma GCC diagnostic ignored "-Wstringop-overread"
 #pragma GCC diagnostic ignored "-Wstringop-overflow"
 #endif
+// Copies count bytes, between Width and twice Width, as two overlapping moves: all loads
+// first, then the stores.
+template <std::size_t Width>
+WARDEND_FORCE_INLINE inline void CopyHeadAndTail(unsigned char* dest, const unsigned char* src,
+                                                 std::size_t count) noexcept {
+    std::array<unsigned char, Width> head;
+    std::array<unsigned char, Width> tail;
+    std::memcpy(head.data(), src, Width);
+    std::memcpy(tail.data(), src + count - Width, Width);
+    std::memcpy(dest, head.data(), Width);
+    std::memcpy(dest + count - Width, tail.data(), Width);
+}
+
 // Copies count bytes between ranges that do not overlap; short runs (most strings) as two
 // overlapping moves instead of a library call, tested shortest first.
 WARDEND_FORCE_INLINE inline void CopyBytes(unsigned char* dest, const unsigned char* src,
                                            std::size_t count) noexcept {
     if (count <= 16) {
         if (count >= 8) {
-            std::uint64_t head = 0;
-            std::uint64_t tail = 0;
-            std::memcpy(&head, src, 8);
-            std::memcpy(&tail, src + count - 8, 8);
-            std::memcpy(dest, &head, 8);
-            std::memcpy(dest + count - 8, &tail, 8);
+            CopyHeadAndTail<8>(dest, src, count);
         } else if (count >= 4) {
-            std::uint32_t head = 0;
-            std::uint32_t tail = 0;
-            std::memcpy(&head, src, 4);
-            std::memcpy(&tail, src + count - 4, 4);
-            std::memcpy(dest, &head, 4);
-            std::memcpy(dest + count - 4, &tail, 4);
+            CopyHeadAndTail<4>(dest, src, count);
         } else if (count != 0) {  // first, middle and last byte cover 1 to 3
             dest[0] = src[0];
             dest[count / 2] = src[count / 2];
             dest[count - 1] = src[count - 1];
         }
     } else if (count <= 32) {
-        unsigned char head[16];
-        unsigned char tail[16];
-        std::memcpy(head, src, 16);
-        std::memcpy(tail, src + count - 16, 16);
-        std::memcpy(dest, head, 16);
-        std::memcpy(dest + count - 16, tail, 16);
+        CopyHeadAndTail<16>(dest, src, count);
     } else {
         std::memcpy(dest, src, count);
     }
