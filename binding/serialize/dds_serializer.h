@@ -20,12 +20,12 @@
 #include "binding/serialize/bounded_copy.h"
 #include "binding/serialize/field_runs.h"
 #include "binding/serialize/read_in_place.h"
-#include "binding/serialize/serialize_config.h"
 #include "binding/serialize/serialize_log.h"
 #include "binding/serialize/serialize_traits.h"
 #include "platform/compiler/force_inline.h"
 #include "platform/core/string.h"
 #include "platform/memory/memcpy_s.h"
+#include "platform/serialize/serialize_config.h"
 
 namespace lumo::serialize::dds {
 

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "binding/serialize/serialize_config.h"
+#include "platform/serialize/serialize_config.h"
 
 namespace lumo::serialize::detail {
 

@@ -8,10 +8,10 @@
 #include <cstring>
 
 #include "binding/serialize/bounded_copy.h"
-#include "binding/serialize/serialize_config.h"
 #include "binding/serialize/serialize_log.h"
 #include "platform/compiler/force_inline.h"
 #include "platform/memory/memcpy_s.h"
+#include "platform/serialize/serialize_config.h"
 
 namespace lumo::serialize::someip {
 

@@ -15,10 +15,10 @@
 
 #include "binding/serialize/bounded_copy.h"
 #include "binding/serialize/field_runs.h"
-#include "binding/serialize/serialize_config.h"
 #include "binding/serialize/serialize_traits.h"
 #include "platform/compiler/force_inline.h"
 #include "platform/core/string.h"
+#include "platform/serialize/serialize_config.h"
 
 namespace lumo::serialize::someip {
 

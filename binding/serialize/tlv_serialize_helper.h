@@ -11,8 +11,8 @@
 #include <unordered_map>
 
 #include "binding/serialize/bounded_copy.h"
-#include "binding/serialize/serialize_config.h"
 #include "binding/serialize/serialize_traits.h"
+#include "platform/serialize/serialize_config.h"
 
 namespace tlv::serialize {
 

@@ -10,9 +10,9 @@
 #include <type_traits>
 #include <utility>
 
-#include "binding/error/future_error_domain.h"
 #include "platform/core/error_code.h"
 #include "platform/core/result.h"
+#include "platform/error/future_error_domain.h"
 
 namespace ara::core {
 

@@ -1,6 +1,6 @@
 #include "service/generated/latency_switch_event.h"
 
-#include "binding/error/com_error_domain.h"
+#include "platform/error/com_error_domain.h"
 
 namespace vesk::wardend::skeleton::events {
 

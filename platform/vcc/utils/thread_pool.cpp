@@ -3,6 +3,9 @@
 #include <pthread.h>
 
 #include <csignal>
+#include <exception>
+
+#include "platform/log/log.h"
 
 namespace lumo::vcc::utils {
 
@@ -32,7 +35,7 @@ ThreadPool::~ThreadPool() {
     Stop();
 }
 
-bool ThreadPool::Enqueue(Task task, std::uint32_t sourceId) {
+bool ThreadPool::Enqueue(Task task, TaskSoureceId sourceId) {
     {
         std::lock_guard<std::mutex> lock(mutex_);
         if (stopped_ || queue_.size() >= queueSize_ || !task) {
@@ -79,6 +82,31 @@ std::uint64_t ThreadPool::DroppedCount() const {
     return dropped_;
 }
 
+std::uint64_t ThreadPool::FailedCount() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return failed_;
+}
+
+void ThreadPool::RunGuarded(Entry& entry) {
+    try {
+        entry.task();
+        return;
+    } catch (const std::exception& e) {
+        LogTaskFailure(entry.sourceId, e.what());
+    } catch (...) {
+        LogTaskFailure(entry.sourceId, "unknown exception");
+    }
+    std::lock_guard<std::mutex> lock(mutex_);
+    ++failed_;
+}
+
+void ThreadPool::LogTaskFailure(const TaskSoureceId& id, const char* what) const {
+    ara::tessel::common::log::Log::GetLog("CM")->LogError("ThreadPool_Task_Exception")
+        << "[ThreadPool][" << name_ << "][Task ended by exception: " << what
+        << "][taskTypeId=" << id.taskTypeId << ", uuidHigh=" << id.uuidHigh
+        << ", uuidLow=" << id.uuidLow << "]";
+}
+
 void ThreadPool::Work() {
     for (;;) {
         Entry entry;
@@ -91,7 +119,7 @@ void ThreadPool::Work() {
             entry = std::move(queue_.front());
             queue_.pop_front();
         }
-        entry.task();
+        RunGuarded(entry);
     }
 }
 

@@ -4,7 +4,7 @@
 
 #include <thread>
 
-#include "binding/error/com_error_domain.h"
+#include "platform/error/com_error_domain.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "binding/error/com_error_domain.h"
+#include "platform/error/com_error_domain.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 #include <cstdint>
 #include <memory>
 
-#include "binding/serialize/serialize_config.h"
 #include "binding/serialize/serialize_traits.h"
+#include "platform/serialize/serialize_config.h"
 
 namespace wardend::test {
 

@@ -1,5 +1,5 @@
-#ifndef BINDING_SERIALIZE_SERIALIZE_CONFIG_H
-#define BINDING_SERIALIZE_SERIALIZE_CONFIG_H
+#ifndef PLATFORM_SERIALIZE_SERIALIZE_CONFIG_H
+#define PLATFORM_SERIALIZE_SERIALIZE_CONFIG_H
 
 // The framework's serialization settings, shared by the SOME/IP, DDS and TLV serializers.
 

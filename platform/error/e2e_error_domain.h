@@ -1,5 +1,5 @@
-#ifndef BINDING_ERROR_E2E_ERROR_DOMAIN_H
-#define BINDING_ERROR_E2E_ERROR_DOMAIN_H
+#ifndef PLATFORM_ERROR_E2E_ERROR_DOMAIN_H
+#define PLATFORM_ERROR_E2E_ERROR_DOMAIN_H
 
 #include "platform/core/error_code.h"
 #include "platform/core/exception.h"

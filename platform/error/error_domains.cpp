@@ -1,11 +1,11 @@
 #include <map>
 
-#include "binding/error/com_error_domain.h"
-#include "binding/error/core_error_domain.h"
-#include "binding/error/e2e_error_domain.h"
-#include "binding/error/future_error_domain.h"
 #include "platform/core/abort.h"
 #include "platform/core/string.h"
+#include "platform/error/com_error_domain.h"
+#include "platform/error/core_error_domain.h"
+#include "platform/error/e2e_error_domain.h"
+#include "platform/error/future_error_domain.h"
 
 namespace ara::core {
 

@@ -1,4 +1,4 @@
-#include "binding/serialize/serialize_config.h"
+#include "platform/serialize/serialize_config.h"
 
 namespace lumo::serialize {
 

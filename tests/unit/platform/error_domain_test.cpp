@@ -3,10 +3,10 @@
 #include <cstring>
 #include <future>
 
-#include "binding/error/com_error_domain.h"
-#include "binding/error/core_error_domain.h"
-#include "binding/error/e2e_error_domain.h"
-#include "binding/error/future_error_domain.h"
+#include "platform/error/com_error_domain.h"
+#include "platform/error/core_error_domain.h"
+#include "platform/error/e2e_error_domain.h"
+#include "platform/error/future_error_domain.h"
 
 namespace {
 

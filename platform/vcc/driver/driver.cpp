@@ -1,0 +1,66 @@
+#include "platform/vcc/driver/driver.h"
+
+#include <map>
+#include <mutex>
+
+namespace lumo::vcc::driver {
+
+namespace {
+
+struct Registry {
+    std::mutex mutex;  // guards drivers
+    std::map<DriverType, std::shared_ptr<Driver>> drivers;
+};
+
+Registry& TheRegistry() {
+    static Registry registry;
+    return registry;
+}
+
+}  // namespace
+
+void MethodHandler::SetProlocMemory(
+    std::shared_ptr<lumo::driver::proloc::ProlocMethodManager> /*memory*/) {}
+
+const char* CallStatusName(CallStatus status) noexcept {
+    switch (status) {
+        case CallStatus::kOk:
+            return "ok";
+        case CallStatus::kTimeout:
+            return "timeout";
+        case CallStatus::kNotReachable:
+            return "not reachable";
+        case CallStatus::kRefused:
+            return "refused";
+    }
+    return "unknown";
+}
+
+void DriverRegistry::Register(const std::shared_ptr<Driver>& driver) {
+    if (driver == nullptr) {
+        return;
+    }
+    auto& registry = TheRegistry();
+    std::lock_guard<std::mutex> lock(registry.mutex);
+    registry.drivers[driver->Type()] = driver;
+}
+
+void DriverRegistry::Unregister(DriverType type) {
+    auto& registry = TheRegistry();
+    std::shared_ptr<Driver> gone;  // destroyed outside the lock
+    std::lock_guard<std::mutex> lock(registry.mutex);
+    auto it = registry.drivers.find(type);
+    if (it != registry.drivers.end()) {
+        gone = std::move(it->second);
+        registry.drivers.erase(it);
+    }
+}
+
+std::shared_ptr<Driver> DriverRegistry::Get(DriverType type) {
+    auto& registry = TheRegistry();
+    std::lock_guard<std::mutex> lock(registry.mutex);
+    auto it = registry.drivers.find(type);
+    return it == registry.drivers.end() ? nullptr : it->second;
+}
+
+}  // namespace lumo::vcc::driver
