@@ -22,6 +22,12 @@ Registry& TheRegistry() {
 void MethodHandler::SetProlocMemory(
     std::shared_ptr<lumo::driver::proloc::ProlocMethodManager> /*memory*/) {}
 
+void MethodClient::SetProlocMemory(
+    std::shared_ptr<lumo::driver::proloc::ProlocMethodManager> /*memory*/) {}
+
+void EventClient::SetProlocMemory(
+    std::shared_ptr<lumo::driver::proloc::ProlocMemoryManager> /*memory*/) {}
+
 const char* CallStatusName(CallStatus status) noexcept {
     switch (status) {
         case CallStatus::kOk:

@@ -28,6 +28,7 @@
 #include "platform/vcc/api/types/sample_info.h"
 
 namespace lumo::driver::proloc {
+class ProlocMemoryManager;
 class ProlocMethodManager;
 }  // namespace lumo::driver::proloc
 
@@ -71,7 +72,8 @@ public:
     // Gives a request payload back. Any thread; never blocks; null does nothing.
     virtual void ReturnLoan(const unsigned char* payload) = 0;
     // Installs the handler for arriving requests. Assembly, or any thread to detach; when it
-    // returns with an empty handler, no call of the old handler starts any more.
+    // returns with an empty handler, no new call of the old handler starts (one that had
+    // already taken it may still run: the binding counts its calls in flight).
     virtual void SetReceiveHandler(ReceiveHandler handler) = 0;
     // In-process driver only: the reply store of the method's Output type.
     virtual void SetProlocMemory(std::shared_ptr<lumo::driver::proloc::ProlocMethodManager> memory);
@@ -146,6 +148,9 @@ public:
     // but a driver thread.
     virtual bool WaitForService(std::chrono::milliseconds timeout) = 0;
     virtual std::uint8_t GetSerializeType() const = 0;
+    // In-process driver only: the request store of the method's argument list, which gets the
+    // request back when the server is done with it.
+    virtual void SetProlocMemory(std::shared_ptr<lumo::driver::proloc::ProlocMethodManager> memory);
 };
 
 // One sample as a subscriber receives it; payload lives for the duration of the call only.
@@ -169,6 +174,8 @@ public:
     // True while the server has acknowledged the subscription (SOME/IP) or matched (DDS).
     virtual bool IsSubscribed() const = 0;
     virtual std::uint8_t GetSerializeType() const = 0;
+    // In-process driver only: the event store of the sample type, set before Subscribe.
+    virtual void SetProlocMemory(std::shared_ptr<lumo::driver::proloc::ProlocMemoryManager> memory);
 };
 
 // One transport. One object per driver type and process, shared by all services.

@@ -1,0 +1,125 @@
+#ifndef PLATFORM_DRIVER_PROLOC_PROLOC_DRIVER_H
+#define PLATFORM_DRIVER_PROLOC_PROLOC_DRIVER_H
+
+#include <chrono>
+#include <condition_variable>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <queue>
+#include <set>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "platform/driver/proloc/proloc_entity_index.h"
+#include "platform/driver/proloc/proloc_memory_manager.h"
+#include "platform/vcc/driver/driver.h"
+
+namespace lumo::driver::proloc {
+
+class ProlocMethodHandler;
+struct PendingCall;
+
+// The in-process driver: client and server live in one process and pass typed records through
+// the binding's stores, so nothing is serialized. A request's payload is the key of its record
+// in the request store and a reply's the key of its result in the reply store.
+//
+// A call runs the server's receive handler on the caller's thread; replies come on the thread
+// that completes the server's future, timeouts on the driver's timer thread "proloc_timer".
+class ProlocDriver final : public vcc::driver::Driver,
+                           public std::enable_shared_from_this<ProlocDriver> {
+public:
+    ProlocDriver() = default;
+    ~ProlocDriver() override;
+
+    vcc::driver::DriverType Type() const override { return vcc::driver::DriverType::kProloc; }
+
+    std::shared_ptr<vcc::driver::MethodHandler> CreateMethodHandler(
+        const vcc::api::types::MethodInfo& info) override;
+    std::shared_ptr<vcc::driver::EventHandler> CreateEventHandler(
+        const vcc::api::types::EventInfo& info) override;
+    bool OfferService(std::uint16_t serviceId, const ara::core::String& instanceId) override;
+    void StopOfferService(std::uint16_t serviceId, const ara::core::String& instanceId) override;
+    std::shared_ptr<vcc::driver::MethodClient> CreateMethodClient(
+        const vcc::api::types::MethodInfo& info) override;
+    std::shared_ptr<vcc::driver::EventClient> CreateEventClient(
+        const vcc::api::types::EventInfo& info) override;
+
+    bool IsOffered(std::uint16_t serviceId, const ara::core::String& instanceId) const;
+    // The server of an offered method, or null.
+    std::shared_ptr<ProlocMethodHandler> FindOfferedServer(const ProlocEntityIndex& index) const;
+    // Completes the call with kTimeout at the deadline unless it completed before.
+    void ScheduleTimeout(std::chrono::steady_clock::time_point deadline,
+                         const std::weak_ptr<PendingCall>& call);
+
+private:
+    using Deadline = std::pair<std::chrono::steady_clock::time_point, std::weak_ptr<PendingCall>>;
+    struct Later {
+        bool operator()(const Deadline& a, const Deadline& b) const { return a.first > b.first; }
+    };
+
+    void RunTimer();
+
+    mutable std::mutex mutex_;  // guards servers_ and offered_
+    std::map<ProlocEntityIndex, std::weak_ptr<ProlocMethodHandler>> servers_;
+    std::set<std::pair<std::uint16_t, ara::core::String>> offered_;
+
+    std::mutex timerMutex_;  // guards deadlines_, timerStopping_ and timer_'s start
+    std::condition_variable timerWake_;
+    std::priority_queue<Deadline, std::vector<Deadline>, Later> deadlines_;
+    bool timerStopping_{false};
+    std::thread timer_;
+};
+
+// A call in flight: completed once, by its reply or by its timeout.
+struct PendingCall {
+    ProlocEntityIndex index;
+    vcc::driver::ReplyHandler handler;
+    std::mutex mutex;  // guards done
+    bool done{false};
+
+    // False when the call was completed before; then the handler is not called.
+    bool Complete(const vcc::driver::MethodReply& reply);
+};
+
+// The server side of one method.
+class ProlocMethodHandler final : public vcc::driver::MethodHandler {
+public:
+    explicit ProlocMethodHandler(ProlocEntityIndex index) : index_(std::move(index)) {}
+
+    bool ReplyData(unsigned char* buffer, const vcc::driver::SizeRecord& size,
+                   const vcc::driver::MethodMsgPtr& msg, bool flag) override;
+    bool ReplyError(unsigned char* buffer, std::uint64_t size, const vcc::driver::MethodMsgPtr& msg,
+                    bool flag) override;
+    // Replies travel through the reply store: there is nothing to allocate.
+    unsigned char* AllocateBuffer(const vcc::driver::SizeRecord& size,
+                                  const vcc::api::types::MethodMsg& msg) override;
+    void ReturnLoan(const unsigned char* payload) override;
+    void SetReceiveHandler(vcc::driver::ReceiveHandler handler) override;
+    void SetProlocMemory(std::shared_ptr<ProlocMethodManager> memory) override;
+    void SetStats(std::shared_ptr<vcc::utils::stats::Stats> stats) override;
+    ara::core::String GetStatisticsText(vcc::driver::DriverType driver) const override;
+
+    // Client side: hands a request to the receive handler, on the caller's thread. False when
+    // no handler is installed.
+    bool Deliver(const vcc::driver::MethodMsgPtr& msg,
+                 const std::shared_ptr<ProlocMethodManager>& requestMemory);
+
+private:
+    bool Reply(const unsigned char* key, std::uint64_t size, const vcc::driver::MethodMsgPtr& msg);
+
+    const ProlocEntityIndex index_;
+    mutable std::mutex mutex_;  // guards every member below
+    vcc::driver::ReceiveHandler receiveHandler_;
+    std::shared_ptr<ProlocMethodManager> replyMemory_;
+    // Request keys handed out and not yet returned, with the store they came from.
+    std::map<const unsigned char*, std::shared_ptr<ProlocMethodManager>> requestLoans_;
+    std::uint64_t requests_{0};
+    std::uint64_t replies_{0};
+    std::uint64_t lateReplies_{0};
+};
+
+}  // namespace lumo::driver::proloc
+
+#endif

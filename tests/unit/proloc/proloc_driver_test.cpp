@@ -1,0 +1,230 @@
+#include "platform/driver/proloc/proloc_driver.h"
+
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <deque>
+#include <future>
+#include <string>
+#include <thread>
+
+#include "binding/proloc/proloc_memory_factory.h"
+
+namespace {
+
+using lumo::driver::proloc::ProlocDriver;
+using lumo::driver::proloc::ProlocEntityIndex;
+using lumo::driver::proloc::ProlocMemoryFactory;
+using lumo::vcc::driver::CallStatus;
+using lumo::vcc::driver::MethodMsgPtr;
+using lumo::vcc::driver::MethodReply;
+using namespace std::chrono_literals;
+
+constexpr std::uint16_t kService = 0x5701;
+
+lumo::vcc::api::types::MethodInfo Method(std::uint32_t entityId) {
+    lumo::vcc::api::types::MethodInfo info;
+    info.serviceId = kService;
+    info.instanceId = "1";
+    info.entityId = entityId;
+    return info;
+}
+
+// A server thread that answers each request with the length of its string argument.
+class LengthServer {
+public:
+    LengthServer(const std::shared_ptr<lumo::vcc::driver::MethodHandler>& handler,
+                 ProlocEntityIndex index)
+        : handler_(handler), index_(std::move(index)) {
+        handler->SetProlocMemory(replies_);
+        handler->SetReceiveHandler([this](const MethodMsgPtr& msg) {
+            std::lock_guard<std::mutex> lock(mutex_);
+            queue_.push_back(msg);
+            wake_.notify_one();
+        });
+        thread_ = std::thread([this] { Serve(); });
+    }
+    ~LengthServer() {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            stopping_ = true;
+        }
+        wake_.notify_one();
+        thread_.join();
+    }
+    std::thread::id ThreadId() const { return thread_.get_id(); }
+
+private:
+    void Serve() {
+        for (;;) {
+            MethodMsgPtr msg;
+            {
+                std::unique_lock<std::mutex> lock(mutex_);
+                wake_.wait(lock, [this] { return stopping_ || !queue_.empty(); });
+                if (stopping_) {
+                    return;
+                }
+                msg = queue_.front();
+                queue_.pop_front();
+            }
+            const auto request = requests_->GetRequest(index_, msg->payload);
+            handler_->ReturnLoan(msg->payload);
+            const auto* key = replies_->AddReply(
+                ara::core::Result<std::size_t>(std::get<0>(request).size()), index_, *msg);
+            handler_->ReplyData(const_cast<unsigned char*>(key), {0}, msg, false);
+        }
+    }
+
+    std::shared_ptr<lumo::vcc::driver::MethodHandler> handler_;
+    ProlocEntityIndex index_;
+    std::shared_ptr<lumo::driver::proloc::ProlocRequestMemory<std::string>> requests_ =
+        ProlocMemoryFactory::GetMethodRequestInstance<std::string>();
+    std::shared_ptr<lumo::driver::proloc::ProlocReplyMemory<std::size_t>> replies_ =
+        ProlocMemoryFactory::GetMethodReplyInstance<std::size_t>();
+    std::mutex mutex_;  // guards queue_ and stopping_
+    std::condition_variable wake_;
+    std::deque<MethodMsgPtr> queue_;
+    bool stopping_{false};
+    std::thread thread_;
+};
+
+class ProlocDriverTest : public ::testing::Test {
+protected:
+    // Calls and waits for the handler; the reply's result when there is one.
+    MethodReply CallAndWait(lumo::vcc::driver::MethodClient& client, const std::string& text,
+                            std::chrono::milliseconds timeout,
+                            std::optional<std::size_t>* result = nullptr) {
+        const auto index = ProlocEntityIndex::FromEntityInfo(method_);
+        const auto* key = requests_->AddRequest(index, text);
+        std::promise<MethodReply> done;
+        client.Call(key, sizeof(std::tuple<std::string>), timeout, [&](const MethodReply& reply) {
+            if (reply.status == CallStatus::kOk && result != nullptr) {
+                auto value = replies_->GetReply(index, reply.payload);
+                *result = value && value->HasValue() ? std::optional<std::size_t>(value->Value())
+                                                     : std::nullopt;
+                replies_->ReturnLoan(reply.payload, index);
+            }
+            replyThread_ = std::this_thread::get_id();
+            done.set_value(reply);
+        });
+        return done.get_future().get();
+    }
+
+    std::shared_ptr<ProlocDriver> driver_ = std::make_shared<ProlocDriver>();
+    lumo::vcc::api::types::MethodInfo method_ = Method(32777);
+    std::shared_ptr<lumo::driver::proloc::ProlocRequestMemory<std::string>> requests_ =
+        ProlocMemoryFactory::GetMethodRequestInstance<std::string>();
+    std::shared_ptr<lumo::driver::proloc::ProlocReplyMemory<std::size_t>> replies_ =
+        ProlocMemoryFactory::GetMethodReplyInstance<std::size_t>();
+    std::thread::id replyThread_;
+};
+
+TEST_F(ProlocDriverTest, ARequestAndItsReplyTravelBetweenTwoThreads) {
+    auto handler = driver_->CreateMethodHandler(method_);
+    LengthServer server(handler, ProlocEntityIndex::FromEntityInfo(method_));
+    ASSERT_TRUE(driver_->OfferService(kService, "1"));
+    auto client = driver_->CreateMethodClient(method_);
+    client->SetProlocMemory(requests_);
+    ASSERT_TRUE(client->WaitForService(1s));
+
+    std::optional<std::size_t> result;
+    const auto reply = CallAndWait(*client, "/Norvane/AP/Pose", 5s, &result);
+    EXPECT_EQ(reply.status, CallStatus::kOk);
+    EXPECT_FALSE(reply.isErrorReply);
+    EXPECT_EQ(result, std::optional<std::size_t>(16));
+    EXPECT_EQ(replyThread_, server.ThreadId());
+    const auto index = ProlocEntityIndex::FromEntityInfo(method_);
+    EXPECT_EQ(requests_->Count(index), 0U) << "the server returned the request's loan";
+    EXPECT_EQ(replies_->Count(index), 0U) << "the client returned the reply's loan";
+    EXPECT_NE(handler->GetStatisticsText(lumo::vcc::api::types::DriverType::kProloc), "");
+}
+
+TEST_F(ProlocDriverTest, CallsFailAtOnceWhenNotOfferedAndTimeOutWhenNobodyAnswers) {
+    auto handler = driver_->CreateMethodHandler(method_);
+    auto client = driver_->CreateMethodClient(method_);
+    client->SetProlocMemory(requests_);
+    EXPECT_FALSE(client->WaitForService(10ms));
+    EXPECT_EQ(CallAndWait(*client, "x", 5s).status, CallStatus::kNotReachable);
+
+    ASSERT_TRUE(driver_->OfferService(kService, "1"));
+    EXPECT_EQ(CallAndWait(*client, "x", 5s).status, CallStatus::kNotReachable)
+        << "offered but without a receive handler";
+
+    MethodMsgPtr held;
+    handler->SetProlocMemory(replies_);
+    handler->SetReceiveHandler([&held](const MethodMsgPtr& msg) { held = msg; });
+    EXPECT_EQ(CallAndWait(*client, "x", 20ms).status, CallStatus::kTimeout);
+    ASSERT_NE(held, nullptr);
+
+    // The late reply finds nobody waiting; the driver frees it.
+    const auto index = ProlocEntityIndex::FromEntityInfo(method_);
+    const auto* key = replies_->AddReply(ara::core::Result<std::size_t>(1), index, *held);
+    EXPECT_FALSE(handler->ReplyData(const_cast<unsigned char*>(key), {0}, held, false));
+    EXPECT_EQ(replies_->Count(index), 0U);
+    handler->ReturnLoan(held->payload);
+    EXPECT_EQ(requests_->Count(index), 0U);
+
+    driver_->StopOfferService(kService, "1");
+    EXPECT_EQ(CallAndWait(*client, "x", 5s).status, CallStatus::kNotReachable);
+}
+
+TEST_F(ProlocDriverTest, AnEventReachesTwoClientsAndStopsAtUnsubscribe) {
+    struct Sample {
+        int value;
+    };
+    auto store = ProlocMemoryFactory::GetEventInstance<Sample>();
+    lumo::vcc::api::types::EventInfo event;
+    event.serviceId = 0x5700;
+    event.instanceId = "1";
+    event.entityId = 30161;
+    auto handler = driver_->CreateEventHandler(event);
+    EXPECT_FALSE(handler->IsReady());
+    ASSERT_TRUE(driver_->OfferService(0x5700, "1"));
+    EXPECT_TRUE(handler->IsReady());
+
+    std::vector<int> first;
+    std::vector<int> second;
+    auto subscribe = [&](std::vector<int>& seen) {
+        auto client = driver_->CreateEventClient(event);
+        client->SetProlocMemory(store);
+        EXPECT_TRUE(client->Subscribe([&seen](const unsigned char* sample, std::uint64_t) {
+            seen.push_back(reinterpret_cast<const Sample*>(sample)->value);
+        }));
+        return client;
+    };
+    auto a = subscribe(first);
+    auto b = subscribe(second);
+    const auto index = ProlocEntityIndex::FromEntityInfo(event);
+    std::thread publisher([&] { store->AddProlocData(Sample{1}, index, false); });
+    publisher.join();
+    EXPECT_EQ(first, std::vector<int>{1});
+    EXPECT_EQ(second, std::vector<int>{1});
+
+    b->Unsubscribe();
+    EXPECT_FALSE(b->IsSubscribed());
+    store->AddProlocData(Sample{2}, index, false);
+    EXPECT_EQ(first, (std::vector<int>{1, 2}));
+    EXPECT_EQ(second, std::vector<int>{1});
+}
+
+TEST_F(ProlocDriverTest, AFieldSubscriberGetsTheLastValueAtOnce) {
+    struct Value {
+        int value;
+    };
+    auto store = ProlocMemoryFactory::GetEventInstance<Value>();
+    lumo::vcc::api::types::EventInfo field;
+    field.serviceId = 0x5700;
+    field.instanceId = "1";
+    field.entityId = 1;
+    field.isField = true;
+    store->AddProlocData(Value{9}, ProlocEntityIndex::FromEntityInfo(field), true);
+    auto client = driver_->CreateEventClient(field);
+    client->SetProlocMemory(store);
+    std::vector<int> seen;
+    ASSERT_TRUE(client->Subscribe([&seen](const unsigned char* sample, std::uint64_t) {
+        seen.push_back(reinterpret_cast<const Value*>(sample)->value);
+    }));
+    EXPECT_EQ(seen, std::vector<int>{9});
+}
+
+}  // namespace
