@@ -113,6 +113,20 @@ public:
             ++inFlightCount_;
             handler = methodHandler_;
         }
+        // The loan goes back and the count comes down even when a continuation that ran here
+        // throws (a misused promise), so that UnsetMethodCallback cannot wait forever.
+        struct Leave {
+            MethodSkeletonImpl& self;
+            const driver::MethodMsgPtr& msg;
+            ~Leave() {
+                self.ReturnRequestResources(msg);
+                {
+                    std::lock_guard<std::mutex> lock(self.requestMutex_);
+                    --self.inFlightCount_;
+                }
+                self.inFlightDone_.notify_all();
+            }
+        } leave{*this, msg};
         if (!handler) {
             logger_->LogWarn("MethodSkeleton_No_Callback", LogLimit())
                 << "[MethodSkeleton][Method was not registerd]";
@@ -121,12 +135,6 @@ public:
         } else {
             CallUser(handler, msg);
         }
-        ReturnRequestResources(msg);
-        {
-            std::lock_guard<std::mutex> lock(requestMutex_);
-            --inFlightCount_;
-        }
-        inFlightDone_.notify_all();
     }
 
     void SetDriverHandler() override {
