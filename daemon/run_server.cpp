@@ -5,6 +5,7 @@
 #include <ctime>
 #include <memory>
 
+#include "daemon/drivers.h"
 #include "daemon/wardend_server.h"
 #include "records/wardend_log.h"
 
@@ -42,9 +43,11 @@ void InstallSignalHandlers() {
 }
 
 std::int32_t RunServer() {
+    RegisterDrivers();
     auto server = std::make_unique<WardendServer>();
     if (!server->StartService()) {
         server.reset();
+        UnregisterDrivers();
         return 1;
     }
     LogInfo() << "Wardend server init finished.";
@@ -53,6 +56,7 @@ std::int32_t RunServer() {
     }
     server->StopService();
     server.reset();
+    UnregisterDrivers();
     return 0;
 }
 

@@ -1,14 +1,24 @@
 #include "daemon/wardend_server.h"
 
+#include "platform/config/vesk_config_parser.h"
+#include "platform/error/com_error_domain.h"
 #include "platform/vcc/utils/thread_pool.h"
 #include "records/wardend_log.h"
 
 namespace vesk::wardend {
 
 namespace {
+
 constexpr std::uint32_t kReaderThreads = 1;
 constexpr std::uint32_t kReaderQueueSize = 2048;
 constexpr const char* kReaderName = "wrdn_rdmsg";
+constexpr auto kEventMode = lumo::vcc::api::types::MethodCallProcessingMode::kEvent;
+
+lumo::vcc::api::types::InstanceIdentifier InstanceIdentifier() {
+    return lumo::vcc::api::types::InstanceIdentifier(
+        veskcm::veskwardend::GetWardendInstanceId::GetInstanceId());
+}
+
 }  // namespace
 
 WardendServer::~WardendServer() {
@@ -17,18 +27,27 @@ WardendServer::~WardendServer() {
     appSkeleton.reset();
 }
 
-// The application service comes first because the tools service refers to it. Assembling each
-// service on its drivers (adapter, method threads, traffic policies, the offer on the wire) is
-// the binding's part and joins these steps when the binding exists; until then both services
-// are built, wired and served in-process.
+// The application service comes first because the tools service refers to it. Nothing is
+// offered before both are built, so a failure leaves nothing offered.
 bool WardendServer::StartService() {
     LogInfo() << "Wardend starts to offer service.";
+    std::shared_ptr<WardendAppSkeleton> app;
+    try {
+        app = std::make_shared<WardendAppSkeleton>(InstanceIdentifier(), kEventMode);
+        app->SetThreadPool(std::make_shared<lumo::vcc::utils::ThreadPool>(
+            kReaderThreads, kReaderQueueSize, kReaderName));
+    } catch (const lumo::vcc::api::types::ComException&) {
+        LogError() << "Wardend wardendAppSkeleton creates failed.";
+        return false;
+    }
 
-    auto app = std::make_shared<WardendAppSkeleton>();
-    app->SetThreadPool(std::make_shared<lumo::vcc::utils::ThreadPool>(
-        kReaderThreads, kReaderQueueSize, kReaderName));
-
-    auto tools = std::make_shared<WardendToolsSkeleton>();
+    std::shared_ptr<WardendToolsSkeleton> tools;
+    try {
+        tools = std::make_shared<WardendToolsSkeleton>(InstanceIdentifier(), kEventMode);
+    } catch (const lumo::vcc::api::types::ComException&) {
+        LogError() << "Wardend wardendToolsSkeleton creates failed.";
+        return false;
+    }
     tools->SetAppSkeleton(app);
 
     appSkeleton = app;
@@ -40,9 +59,11 @@ bool WardendServer::StartService() {
     return true;
 }
 
-// The tools service has nothing to stop until the binding offers it on a driver.
 void WardendServer::StopService() {
     LogInfo() << "Wardend stops offering service.";
+    if (toolsSkeleton != nullptr) {
+        toolsSkeleton->StopOfferService();
+    }
     if (appSkeleton != nullptr) {
         appSkeleton->StopOfferAppService();
         LogInfo() << "Wardend stops thread pool.";

@@ -207,18 +207,27 @@ std::uint8_t WardendAppSkeleton::NotifyListenerResult(
     return kSuccess;
 }
 
-// The binding's part of the offer (traffic policies, the method handler, the offer on each
-// configured driver) joins here when the binding exists; until then the service is built and
-// served in-process only.
 void WardendAppSkeleton::OfferAppService() {
     SysInfoManage::GetInstance().InitSnapshotConfig();
     LogVerbose() << "Wardend start to offer app service.";
+    if (auto* adapter = Adapter()) {
+        constexpr vesk::TrafficCtrlUnit kMethodUnit = 100;
+        constexpr std::uint32_t kMethodCount = 1000;
+        constexpr vesk::TrafficCtrlUnit kEventUnit = 100;
+        constexpr std::uint32_t kEventCount = 300;
+        adapter->GetSkeleton()->SetMethodTrafficCtrl(
+            std::make_shared<vesk::BasicPolicy>(kMethodUnit, kMethodCount), kRegisterAppInfoId);
+        adapter->GetSkeleton()->SetEventTrafficCtrl(
+            std::make_shared<vesk::BasicPolicy>(kEventUnit, kEventCount),
+            skeleton::events::LatencySwitchEvent::kEventId);
+    }
     EventLatencyManage::GetInstance().SetLatencySwitchSender(SendLatencySwitch);
+    OfferService();
     LogVerbose() << "Wardend has offered app service.";
 }
 
 void WardendAppSkeleton::StopOfferAppService() {
-    LatencySwitchEvent.SetTransport(nullptr);
+    StopOfferService();
 }
 
 void WardendAppSkeleton::StopThreadPool() {

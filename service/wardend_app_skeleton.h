@@ -18,7 +18,12 @@ namespace vesk::wardend {
 // Locks: RegisterMutex() around event and method registration only; it is the outermost lock.
 class WardendAppSkeleton : public skeleton::VESKWardendAppServiceSkeleton {
 public:
+    // Without a binding (tests of the dispatch).
     WardendAppSkeleton() = default;
+    // Assembled on the drivers of vesk.json; throws ComException when it cannot be.
+    WardendAppSkeleton(const lumo::vcc::api::types::InstanceIdentifier& instance,
+                       lumo::vcc::api::types::MethodCallProcessingMode mode)
+        : VESKWardendAppServiceSkeleton(instance, mode) {}
     ~WardendAppSkeleton() override;
     WardendAppSkeleton(const WardendAppSkeleton&) = delete;
     WardendAppSkeleton& operator=(const WardendAppSkeleton&) = delete;
@@ -28,6 +33,7 @@ public:
     // The pool of the .msg reader; set once before the service is offered.
     void SetThreadPool(std::shared_ptr<lumo::vcc::utils::ThreadPool> pool);
 
+    // Loads the snapshot settings, sets the traffic policies, binds the method and offers.
     void OfferAppService();
     void StopOfferAppService();
     // Stops the pool (dropping what is queued) and closes the snapshot file.

@@ -30,9 +30,29 @@ void WardendToolsSkeleton::SetAppSkeleton(std::shared_ptr<WardendAppSkeleton> ap
     appSkeleton_ = std::move(appSkeleton);
 }
 
-// The traffic policies, method handlers and the offer on each driver are the binding's part.
 void WardendToolsSkeleton::OfferToolsService() {
     LogVerbose() << "Wardend start to offer tools service.";
+    if (auto* adapter = Adapter()) {
+        // One policy per method, in this order; QueryDataType alone has a window of 100 ms.
+        struct Policy {
+            std::uint32_t entityId;
+            vesk::TrafficCtrlUnit unit;
+        };
+        constexpr std::uint32_t kCount = 500;
+        const Policy policies[] = {
+            {kQueryEventInfoId, 1000},     {kQuerySubNodeEventInfoId, 1000},
+            {kQueryMethodInfoId, 1000},    {kQueryEventShowId, 1000},
+            {kQueryMethodTypeId, 1000},    {kQueryDataTypeId, 100},
+            {kQueryAllDataTypeId, 1000},   {kQueryDataTypeRefListId, 1000},
+            {kQueryNodeInfoId, 1000},      {kQueryLatencyResultId, 1000},
+            {kQueryLatencyStatusId, 1000}, {kSwitchLatencyModeId, 1000},
+        };
+        for (const auto& policy : policies) {
+            adapter->GetSkeleton()->SetMethodTrafficCtrl(
+                std::make_shared<vesk::BasicPolicy>(policy.unit, kCount), policy.entityId);
+        }
+    }
+    OfferService();
     LogVerbose() << "Wardend has offered tools service.";
 }
 

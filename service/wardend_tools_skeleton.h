@@ -15,7 +15,12 @@ namespace vesk::wardend {
 // registries in the order opposite to registration.
 class WardendToolsSkeleton : public skeleton::VESKWardendToolsServiceSkeleton {
 public:
+    // Without a binding (tests of the queries).
     WardendToolsSkeleton() = default;
+    // Assembled on the drivers of vesk.json; throws ComException when it cannot be.
+    WardendToolsSkeleton(const lumo::vcc::api::types::InstanceIdentifier& instance,
+                         lumo::vcc::api::types::MethodCallProcessingMode mode)
+        : VESKWardendToolsServiceSkeleton(instance, mode) {}
     ~WardendToolsSkeleton() override = default;
     WardendToolsSkeleton(const WardendToolsSkeleton&) = delete;
     WardendToolsSkeleton& operator=(const WardendToolsSkeleton&) = delete;
@@ -23,6 +28,7 @@ public:
     // SwitchLatencyMode sends on this skeleton's latency switch event.
     void SetAppSkeleton(std::shared_ptr<WardendAppSkeleton> appSkeleton);
 
+    // Sets the traffic policy of every method, binds the methods and offers the service.
     void OfferToolsService();
 
     ara::core::Future<QueryAllDataTypeOutput> QueryAllDataType() override;

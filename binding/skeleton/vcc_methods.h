@@ -47,7 +47,7 @@ bool Vcc::EncapsulateAndRegisterMethod(const MethodInfoMap& protocolData) {
 }
 
 template <typename Skeleton, typename Output, typename... Args>
-void Vcc::RegisterMethod(std::uint32_t entityId, const std::shared_ptr<Skeleton>& service,
+void Vcc::RegisterMethod(std::uint32_t entityId, Skeleton* service,
                          ara::core::Future<Output> (Skeleton::*member)(const Args&...)) {
     auto method = std::dynamic_pointer_cast<MethodSkeletonImpl<Output>>(FindMethod(entityId));
     if (method == nullptr) {
@@ -55,11 +55,9 @@ void Vcc::RegisterMethod(std::uint32_t entityId, const std::shared_ptr<Skeleton>
                                 << " have not registered. Ignore this time register...";
         return;
     }
-    // The service object owns this Vcc, so a plain pointer to it never dangles here.
-    Skeleton* object = service.get();
     (void)method->ExchangeHandler(
-        [this, object, member, entityId](const driver::MethodMsgPtr& msg,
-                                         const MethodInfoMap& protocolData) {
+        [this, object = service, member, entityId](const driver::MethodMsgPtr& msg,
+                                                   const MethodInfoMap& protocolData) {
             return detail::CallUserMethod<Skeleton, Output, Args...>(*this, entityId, object,
                                                                      member, msg, protocolData);
         });

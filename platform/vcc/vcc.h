@@ -49,9 +49,9 @@ public:
     template <typename Skeleton, typename Future, typename... Args>
     bool EncapsulateAndRegisterMethod(const MethodInfoMap& protocolData);
     // Binds a service object's member function to its method; a method that was never created
-    // only warns.
+    // only warns. The service object must outlive this Vcc (it owns it).
     template <typename Skeleton, typename Output, typename... Args>
-    void RegisterMethod(std::uint32_t entityId, const std::shared_ptr<Skeleton>& service,
+    void RegisterMethod(std::uint32_t entityId, Skeleton* service,
                         ara::core::Future<Output> (Skeleton::*member)(const Args&...));
     // Sends one sample (event) or stores and notifies it (field).
     template <typename T>

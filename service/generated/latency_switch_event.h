@@ -2,32 +2,21 @@
 #define SERVICE_GENERATED_LATENCY_SWITCH_EVENT_H
 
 #include <cstdint>
-#include <functional>
-#include <mutex>
 
-#include "platform/core/result.h"
+#include "binding/skeleton/event_adapter.h"
 #include "records/wardend_records.h"
 
 namespace vesk::wardend::skeleton::events {
 
-// The latency switch event of the application service. A sample goes to the transport that the
-// service's offer installs; before an offer, or after the offer stopped, Send fails with
-// kServiceNotOffered and nothing is sent.
-class LatencySwitchEvent {
+// The latency switch event of the application service. Before the service is assembled and
+// offered, a send fails with kServiceNotOffered and nothing is sent.
+class LatencySwitchEvent : public ara::com::internal::skeleton::event::EventAdapter<LatencySwitch> {
 public:
     using SampleType = LatencySwitch;
-    using Transport = std::function<ara::core::Result<void>(const LatencySwitch&)>;
 
-    static constexpr std::uint16_t kEventId = 30161;
-
-    ara::core::Result<void> Send(const LatencySwitch& sample) const;
-
-    // Installed by the offer of the service, cleared by its stop.
-    void SetTransport(Transport transport);
-
-private:
-    mutable std::mutex mutex_;  // guards transport_
-    Transport transport_;
+    static constexpr std::uint32_t kEventId = 30161;
+    static constexpr std::uint16_t kSomeipEventId = 0x8001;
+    static constexpr std::uint16_t kSomeipEventgroupId = 0x0001;
 };
 
 }  // namespace vesk::wardend::skeleton::events

@@ -3,8 +3,10 @@
 
 #include <array>
 #include <cstdint>
+#include <memory>
 
 #include "platform/core/future.h"
+#include "platform/vcc/skeleton_adapter.h"
 #include "records/service_outputs.h"
 #include "records/wardend_records.h"
 
@@ -28,6 +30,7 @@ public:
     using QuerySubNodeEventInfoOutput = vesk::wardend::QuerySubNodeEventInfoOutput;
     using SwitchLatencyModeOutput = vesk::wardend::SwitchLatencyModeOutput;
 
+    static constexpr std::uint16_t kServiceId = 0x5701;
     static constexpr std::uint16_t kQueryAllDataTypeId = 56963;
     static constexpr std::uint16_t kQueryDataTypeId = 32777;
     static constexpr std::uint16_t kQueryDataTypeRefListId = 60394;
@@ -47,8 +50,15 @@ public:
         kQueryEventShowId,   kQueryLatencyResultId, kQueryLatencyStatusId,    kQueryMethodInfoId,
         kQueryMethodTypeId,  kQueryNodeInfoId,      kQuerySubNodeEventInfoId, kSwitchLatencyModeId};
 
+    // The service interface with its entities and wire ids (0x0001 to 0x000C in table order).
+    static const ara::com::ServiceIdentifierType& ServiceIdentifier();
+
+    // Without a binding: the service's logic alone, reachable by direct calls.
     VESKWardendToolsServiceSkeleton() = default;
-    virtual ~VESKWardendToolsServiceSkeleton() = default;
+    // Assembles the service on the drivers of vesk.json; throws ComException when it cannot.
+    VESKWardendToolsServiceSkeleton(const lumo::vcc::api::types::InstanceIdentifier& instance,
+                                    lumo::vcc::api::types::MethodCallProcessingMode mode);
+    virtual ~VESKWardendToolsServiceSkeleton();
     VESKWardendToolsServiceSkeleton(const VESKWardendToolsServiceSkeleton&) = delete;
     VESKWardendToolsServiceSkeleton& operator=(const VESKWardendToolsServiceSkeleton&) = delete;
 
@@ -68,6 +78,19 @@ public:
         const QuerySubEventInfoIndex& index) = 0;
     virtual ara::core::Future<SwitchLatencyModeOutput> SwitchLatencyMode(
         const LatencySwitch& latencySwitch) = 0;
+
+    // Binds every method to its implementation and offers the service. Nothing without a
+    // binding.
+    void OfferService();
+    void StopOfferService();
+    // Null without a binding.
+    ara::com::internal::skeleton::SkeletonAdapter* Adapter() const { return adapter_.get(); }
+
+    // One adapter per method, in the order of kMethodIds.
+    std::array<ara::com::internal::skeleton::method::MethodAdapter, 12> methods;  // NOLINT
+
+private:
+    std::unique_ptr<ara::com::internal::skeleton::SkeletonAdapter> adapter_;
 };
 
 }  // namespace vesk::wardend::skeleton

@@ -49,7 +49,7 @@ protected:
     void Build(const std::vector<DriverType>& drivers, bool isField = false,
                std::shared_ptr<lumo::vcc::api::types::Pdu> pdu = nullptr) {
         vcc_ = std::make_unique<lumo::vcc::Vcc>(
-            ara::com::ServiceIdentifierType{0x5700, "App"},
+            ara::com::ServiceIdentifierType{0x5700, "App", nullptr},
             lumo::vcc::api::types::InstanceIdentifier("1"),
             lumo::vcc::api::types::MethodCallProcessingMode::kEvent);
         lumo::vcc::EventInfoMap infos;

@@ -110,7 +110,7 @@ protected:
     void Build(std::uint16_t threads, std::uint16_t queue, bool registerUser = true,
                std::shared_ptr<lumo::com::e2exf::E2EProtection> e2e = nullptr) {
         vcc_ = std::make_unique<lumo::vcc::Vcc>(
-            ara::com::ServiceIdentifierType{0x5701, "Test"},
+            ara::com::ServiceIdentifierType{0x5701, "Test", nullptr},
             lumo::vcc::api::types::InstanceIdentifier("1"),
             lumo::vcc::api::types::MethodCallProcessingMode::kEvent);
         ASSERT_TRUE(vcc_->SetMethodThreadNumber(threads, queue));
@@ -125,7 +125,7 @@ protected:
                      LengthService, ara::core::Future<RegisterAppInfoOutput>, ara::core::String>(
             {{DriverType::kSomeip, info}})));
         if (registerUser) {
-            vcc_->RegisterMethod(kMethodId, service_, &LengthService::Length);
+            vcc_->RegisterMethod(kMethodId, service_.get(), &LengthService::Length);
         }
         handler_ = driver_->Method(kMethodId);
         ASSERT_NE(handler_, nullptr);
@@ -344,7 +344,7 @@ TEST_F(MethodSkeletonTest, RegisteringTwiceKeepsTheFirstMethod) {
         (vcc_->EncapsulateAndRegisterMethod<LengthService, ara::core::Future<RegisterAppInfoOutput>,
                                             ara::core::String>({})));
     EXPECT_TRUE(Logged(LogLevel::kError, "Invalid method data."));
-    vcc_->RegisterMethod(1, service_, &LengthService::Length);
+    vcc_->RegisterMethod(1, service_.get(), &LengthService::Length);
     EXPECT_TRUE(
         Logged(LogLevel::kWarn, "Method 1 have not registered. Ignore this time register..."));
 }

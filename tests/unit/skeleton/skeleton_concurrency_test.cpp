@@ -75,7 +75,7 @@ TEST(MethodSkeletonConcurrencyTest, PoolContinuationsAndUnsetWhileCallsArrive) {
     lumo::vcc::driver::DriverRegistry::Register(driver);
     auto service = std::make_shared<LateService>();
     {
-        lumo::vcc::Vcc vcc(ara::com::ServiceIdentifierType{0x5700, "App"},
+        lumo::vcc::Vcc vcc(ara::com::ServiceIdentifierType{0x5700, "App", nullptr},
                            lumo::vcc::api::types::InstanceIdentifier("1"),
                            lumo::vcc::api::types::MethodCallProcessingMode::kEvent);
         ASSERT_TRUE(vcc.SetMethodThreadNumber(4, 64));
@@ -85,7 +85,7 @@ TEST(MethodSkeletonConcurrencyTest, PoolContinuationsAndUnsetWhileCallsArrive) {
         ASSERT_TRUE(
             (vcc.EncapsulateAndRegisterMethod<LateService, ara::core::Future<RegisterAppInfoOutput>,
                                               ara::core::String>({{DriverType::kSomeip, info}})));
-        vcc.RegisterMethod(kMethodId, service, &LateService::Register);
+        vcc.RegisterMethod(kMethodId, service.get(), &LateService::Register);
         auto handler = driver->Method(kMethodId);
         const ara::core::String name("node");
         lumo::serialize::someip::Serializer<ara::core::String> writer(name, {});

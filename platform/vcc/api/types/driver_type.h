@@ -2,6 +2,7 @@
 #define PLATFORM_VCC_API_TYPES_DRIVER_TYPE_H
 
 #include <cstdint>
+#include <memory>
 #include <utility>
 
 #include "platform/core/string.h"
@@ -48,12 +49,18 @@ using ApplicationName = ara::core::String;
 
 }  // namespace lumo::vcc::api::types
 
+namespace lumo::vcc {
+struct ServiceInterface;
+}  // namespace lumo::vcc
+
 namespace ara::com {
 
-// A service interface's id, the framework's entity numbering (not a wire id).
+// A service interface's id, the framework's entity numbering (not a wire id), with what the
+// interface declares.
 struct ServiceIdentifierType {
     std::uint16_t value{0};
     ara::core::String shortName;
+    std::shared_ptr<const lumo::vcc::ServiceInterface> interface;
 };
 
 }  // namespace ara::com

@@ -1,0 +1,188 @@
+#include "platform/vcc/service_config.h"
+
+#include <limits>
+
+#include "platform/config/vesk_config_parser.h"
+
+namespace lumo::vcc {
+
+namespace {
+
+using api::types::DriverType;
+using nlohmann::json;
+
+bool ParseDriver(const json& value, DriverType& type) {
+    if (!value.is_string()) {
+        return false;
+    }
+    const auto& name = value.get_ref<const std::string&>();
+    if (name == "proloc") {
+        type = DriverType::kProloc;
+    } else if (name == "dds") {
+        type = DriverType::kDds;
+    } else if (name == "someip") {
+        type = DriverType::kSomeip;
+    } else {
+        return false;
+    }
+    return true;
+}
+
+template <typename Number>
+bool ParseNumber(const json& value, Number& out) {
+    if (!value.is_number_unsigned() ||
+        value.get<std::uint64_t>() > std::numeric_limits<Number>::max()) {
+        return false;
+    }
+    out = value.get<Number>();
+    return true;
+}
+
+bool ParseString(const json& value, ara::core::String& out) {
+    if (!value.is_string()) {
+        return false;
+    }
+    out = value.get<std::string>();
+    return true;
+}
+
+bool ParseService(const json& entry, ServiceBinding& binding, ara::core::String& error) {
+    if (!entry.is_object()) {
+        error = "is not an object";
+        return false;
+    }
+    for (const auto& [key, value] : entry.items()) {
+        if (key == "drivers") {
+            if (!value.is_array()) {
+                error = "\"drivers\" is not a list";
+                return false;
+            }
+            binding.drivers.clear();
+            for (const auto& name : value) {
+                DriverType type{};
+                if (!ParseDriver(name, type)) {
+                    error = "unknown driver " + name.dump() + " (proloc, someip or dds)";
+                    return false;
+                }
+                binding.drivers.push_back(type);
+            }
+        } else if (key == "address") {
+            if (!ParseString(value, binding.address)) {
+                error = "\"address\" is not a string";
+                return false;
+            }
+        } else if (key == "port") {
+            std::uint16_t port = 0;
+            if (!ParseNumber(value, port) || port == 0) {
+                error = "\"port\" is not a port number";
+                return false;
+            }
+            binding.port = port;
+        } else if (key == "udp") {
+            if (!value.is_boolean()) {
+                error = "\"udp\" is not true or false";
+                return false;
+            }
+            binding.udp = value.get<bool>();
+        } else {
+            error = "unknown key \"" + key + "\"";
+            return false;
+        }
+    }
+    return true;
+}
+
+bool ParseSomeip(const json& entry, ServiceConfig& config, ara::core::String& error) {
+    if (!entry.is_object()) {
+        error = "\"someip\" is not an object";
+        return false;
+    }
+    for (const auto& [key, value] : entry.items()) {
+        bool ok = false;
+        if (key == "sdAddress") {
+            ok = ParseString(value, config.sdAddress);
+        } else if (key == "sdPort") {
+            ok = ParseNumber(value, config.sdPort) && config.sdPort != 0;
+        } else if (key == "sdMulticast") {
+            ok = ParseString(value, config.sdMulticast);
+        }
+        if (!ok) {
+            error = "\"someip\": bad or unknown key \"" + key + "\"";
+            return false;
+        }
+    }
+    return true;
+}
+
+bool ParseDds(const json& entry, ServiceConfig& config, ara::core::String& error) {
+    if (!entry.is_object()) {
+        error = "\"dds\" is not an object";
+        return false;
+    }
+    for (const auto& [key, value] : entry.items()) {
+        // Cyclone DDS takes domain ids up to 232.
+        if (key != "domain" || !ParseNumber(value, config.ddsDomain) || config.ddsDomain > 232) {
+            error = "\"dds\": bad or unknown key \"" + key + "\"";
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace
+
+std::vector<DriverType> ServiceConfig::DefaultDrivers() {
+    return {DriverType::kProloc};
+}
+
+ServiceBinding ServiceConfig::Binding(const ara::core::String& serviceName) const {
+    auto it = services.find(serviceName);
+    if (it != services.end()) {
+        return it->second;
+    }
+    ServiceBinding binding;
+    binding.drivers = DefaultDrivers();
+    return binding;
+}
+
+std::optional<ServiceConfig> ServiceConfig::Parse(const nlohmann::json* section,
+                                                  ara::core::String& error) {
+    ServiceConfig config;
+    if (section == nullptr) {
+        return config;
+    }
+    if (!section->is_object()) {
+        error = "\"Services\" is not an object";
+        return std::nullopt;
+    }
+    for (const auto& [key, value] : section->items()) {
+        if (key == "someip") {
+            if (!ParseSomeip(value, config, error)) {
+                return std::nullopt;
+            }
+            continue;
+        }
+        if (key == "dds") {
+            if (!ParseDds(value, config, error)) {
+                return std::nullopt;
+            }
+            continue;
+        }
+        ServiceBinding binding;
+        binding.drivers = DefaultDrivers();
+        ara::core::String detail;
+        if (!ParseService(value, binding, detail)) {
+            error = "\"" + key + "\": " + detail;
+            return std::nullopt;
+        }
+        config.services[key] = binding;
+    }
+    return config;
+}
+
+std::optional<ServiceConfig> ServiceConfig::Load(ara::core::String& error) {
+    const ara::tessel::common::veskConfigParser::VeskConfigParser parser;
+    return Parse(parser.GetSection("Services"), error);
+}
+
+}  // namespace lumo::vcc

@@ -1,0 +1,58 @@
+#ifndef PLATFORM_VCC_SERVICE_CONFIG_H
+#define PLATFORM_VCC_SERVICE_CONFIG_H
+
+// The "Services" section of vesk.json: on which drivers each service is offered and where.
+//
+//   "Services": {
+//     "someip": { "sdAddress": "127.0.0.1", "sdPort": 30490, "sdMulticast": "" },
+//     "dds":    { "domain": 0 },
+//     "App":    { "drivers": ["proloc", "someip"], "address": "127.0.0.1", "port": 30501 },
+//     "Tools":  { "drivers": ["proloc", "someip"], "address": "127.0.0.1", "port": 30502 }
+//   }
+//
+// Every key is optional; a service without an entry gets the built-in drivers on its default
+// port. A section that is not as above (an unknown key or driver, a port out of range, a value
+// of the wrong type) is invalid, and the services are not assembled.
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "platform/core/string.h"
+#include "platform/vcc/api/types/driver_type.h"
+
+namespace lumo::vcc {
+
+struct ServiceBinding {
+    std::vector<api::types::DriverType> drivers;
+    ara::core::String address{"127.0.0.1"};
+    std::optional<std::uint16_t> port;  // the interface's default when absent
+    bool udp{false};                    // clients call over UDP
+};
+
+struct ServiceConfig {
+    ara::core::String sdAddress{"127.0.0.1"};
+    std::uint16_t sdPort{30490};
+    ara::core::String sdMulticast;
+    std::uint32_t ddsDomain{0};
+    std::map<ara::core::String, ServiceBinding> services;
+
+    // The drivers a service without an entry is offered on.
+    static std::vector<api::types::DriverType> DefaultDrivers();
+    // The binding of a service by its interface name; the defaults when it has no entry.
+    ServiceBinding Binding(const ara::core::String& serviceName) const;
+
+    // Parses the section; nullopt with `error` set when it is invalid. A missing section (null)
+    // gives the defaults.
+    static std::optional<ServiceConfig> Parse(const nlohmann::json* section,
+                                              ara::core::String& error);
+    // The section of the process's vesk.json.
+    static std::optional<ServiceConfig> Load(ara::core::String& error);
+};
+
+}  // namespace lumo::vcc
+
+#endif
