@@ -3,6 +3,7 @@
 #include <limits>
 
 #include "platform/config/vesk_config_parser.h"
+#include "platform/vcc/service_interface.h"
 
 namespace lumo::vcc {
 
@@ -129,7 +130,76 @@ bool ParseDds(const json& entry, ServiceConfig& config, ara::core::String& error
     return true;
 }
 
+// SOME/IP carries the instance as a number; a text that is not one takes instance 1.
+std::uint16_t NumericInstance(const ara::core::String& instance) {
+    std::uint32_t value = 0;
+    for (char c : instance) {
+        if (c < '0' || c > '9' || value > 0xFFFF) {
+            return 1;
+        }
+        value = value * 10 + static_cast<std::uint32_t>(c - '0');
+    }
+    return instance.empty() || value > 0xFFFF ? 1 : static_cast<std::uint16_t>(value);
+}
+
+void FillEntity(api::types::EntityInfo& info, const ara::com::ServiceIdentifierType& service,
+                const ara::core::String& instance, std::uint32_t entityId, DriverType driver,
+                const ara::core::String& name, const ServiceConfig& config) {
+    const auto& interface = *service.interface;
+    const auto binding = config.Binding(interface.name);
+    info.driverType = driver;
+    info.entityId = entityId;
+    info.serviceId = service.value;
+    info.instanceId = instance;
+    info.shortName = name;
+    info.instanceShortName = interface.name;
+    info.someip.serviceId = interface.someipServiceId;
+    info.someip.instanceId = NumericInstance(instance);
+    info.someip.majorVersion = interface.majorVersion;
+    info.someip.minorVersion = interface.minorVersion;
+    info.someip.address = binding.address;
+    info.someip.port = binding.port.value_or(interface.defaultPort);
+    info.someip.udp = binding.udp;
+    info.someip.sdAddress = config.sdAddress;
+    info.someip.sdPort = config.sdPort;
+    info.someip.sdMulticast = config.sdMulticast;
+    info.dds.domainId = config.ddsDomain;
+    info.dds.topic = "wardend/" + interface.name + "/" + name;
+    info.dds.targetInstance = instance;
+}
+
 }  // namespace
+
+std::shared_ptr<api::types::MethodInfo> MakeMethodInfo(
+    const ara::com::ServiceIdentifierType& service, const ara::core::String& instance,
+    std::uint32_t entityId, DriverType driver, const ServiceConfig& config) {
+    const auto* method =
+        service.interface == nullptr ? nullptr : service.interface->FindMethod(entityId);
+    if (method == nullptr) {
+        return nullptr;
+    }
+    auto info = std::make_shared<api::types::MethodInfo>();
+    FillEntity(*info, service, instance, entityId, driver, method->name, config);
+    info->someip.memberId = method->someipMethodId;
+    return info;
+}
+
+std::shared_ptr<api::types::EventInfo> MakeEventInfo(const ara::com::ServiceIdentifierType& service,
+                                                     const ara::core::String& instance,
+                                                     std::uint32_t entityId, DriverType driver,
+                                                     const ServiceConfig& config) {
+    const auto* event =
+        service.interface == nullptr ? nullptr : service.interface->FindEvent(entityId);
+    if (event == nullptr) {
+        return nullptr;
+    }
+    auto info = std::make_shared<api::types::EventInfo>();
+    FillEntity(*info, service, instance, entityId, driver, event->name, config);
+    info->isField = event->isField;
+    info->someip.memberId = event->someipEventId;
+    info->someip.eventgroupId = event->someipEventgroupId;
+    return info;
+}
 
 std::vector<DriverType> ServiceConfig::DefaultDrivers() {
     return {DriverType::kProloc};

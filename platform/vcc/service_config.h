@@ -16,6 +16,7 @@
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -23,6 +24,7 @@
 
 #include "platform/core/string.h"
 #include "platform/vcc/api/types/driver_type.h"
+#include "platform/vcc/api/types/entity_info.h"
 
 namespace lumo::vcc {
 
@@ -52,6 +54,17 @@ struct ServiceConfig {
     // The section of the process's vesk.json.
     static std::optional<ServiceConfig> Load(ara::core::String& error);
 };
+
+// The description of one entity on one driver, from the service's interface and its binding.
+// Null when the interface does not have the entity.
+std::shared_ptr<api::types::MethodInfo> MakeMethodInfo(
+    const ara::com::ServiceIdentifierType& service, const ara::core::String& instance,
+    std::uint32_t entityId, api::types::DriverType driver, const ServiceConfig& config);
+std::shared_ptr<api::types::EventInfo> MakeEventInfo(const ara::com::ServiceIdentifierType& service,
+                                                     const ara::core::String& instance,
+                                                     std::uint32_t entityId,
+                                                     api::types::DriverType driver,
+                                                     const ServiceConfig& config);
 
 }  // namespace lumo::vcc
 

@@ -22,18 +22,6 @@ std::shared_ptr<tessel::common::log::Log> Logger() {
     return tessel::common::log::Log::GetLog("CM");
 }
 
-// SOME/IP carries the instance as a number; a text that is not one takes instance 1.
-std::uint16_t NumericInstance(const core::String& instance) {
-    std::uint32_t value = 0;
-    for (char c : instance) {
-        if (c < '0' || c > '9' || value > 0xFFFF) {
-            return 1;
-        }
-        value = value * 10 + static_cast<std::uint32_t>(c - '0');
-    }
-    return instance.empty() || value > 0xFFFF ? 1 : static_cast<std::uint16_t>(value);
-}
-
 }  // namespace
 
 SkeletonAdapter::SkeletonAdapter(const ServiceIdentifierType& service,
@@ -65,30 +53,6 @@ bool SkeletonAdapter::SetMethodThreadNumber(std::uint16_t threads, std::uint16_t
     return skeleton_->GetVcc()->SetMethodThreadNumber(threads, queueSize);
 }
 
-void SkeletonAdapter::FillEntity(lumo::vcc::api::types::EntityInfo& info, DriverType driver,
-                                 const core::String& name,
-                                 const lumo::vcc::ServiceBinding& binding) const {
-    const auto& interface = *service_.interface;
-    info.driverType = driver;
-    info.serviceId = service_.value;
-    info.instanceId = instance_.ToString();
-    info.shortName = name;
-    info.instanceShortName = interface.name;
-    info.someip.serviceId = interface.someipServiceId;
-    info.someip.instanceId = NumericInstance(instance_.ToString());
-    info.someip.majorVersion = interface.majorVersion;
-    info.someip.minorVersion = interface.minorVersion;
-    info.someip.address = binding.address;
-    info.someip.port = binding.port.value_or(interface.defaultPort);
-    info.someip.udp = binding.udp;
-    info.someip.sdAddress = config_->sdAddress;
-    info.someip.sdPort = config_->sdPort;
-    info.someip.sdMulticast = config_->sdMulticast;
-    info.dds.domainId = config_->ddsDomain;
-    info.dds.topic = "wardend/" + interface.name + "/" + name;
-    info.dds.targetInstance = instance_.ToString();
-}
-
 core::Result<void> SkeletonAdapter::InitializeMethodInfo(
     std::uint32_t entityId, lumo::vcc::MethodInfoMap& protocolData) const {
     const auto* method =
@@ -96,13 +60,9 @@ core::Result<void> SkeletonAdapter::InitializeMethodInfo(
     if (!config_.has_value() || method == nullptr) {
         return Failure();
     }
-    const auto binding = config_->Binding(service_.interface->name);
-    for (DriverType driver : binding.drivers) {
-        auto info = std::make_shared<lumo::vcc::api::types::MethodInfo>();
-        FillEntity(*info, driver, method->name, binding);
-        info->entityId = entityId;
-        info->someip.memberId = method->someipMethodId;
-        protocolData[driver] = info;
+    for (DriverType driver : config_->Binding(service_.interface->name).drivers) {
+        protocolData[driver] =
+            lumo::vcc::MakeMethodInfo(service_, instance_.ToString(), entityId, driver, *config_);
     }
     return protocolData.empty() ? Failure() : core::Result<void>();
 }
@@ -114,16 +74,11 @@ core::Result<void> SkeletonAdapter::InitializeEvent(const event::impl::EventAdap
     if (!config_.has_value() || description == nullptr) {
         return Failure();
     }
-    const auto binding = config_->Binding(service_.interface->name);
     lumo::vcc::EventInfoMap protocolData;
-    for (DriverType driver : binding.drivers) {
-        auto info = std::make_shared<lumo::vcc::api::types::EventInfo>();
-        FillEntity(*info, driver, description->name, binding);
-        info->entityId = event.GetEntityId();
-        info->isField = description->isField;
-        info->someip.memberId = description->someipEventId;
-        info->someip.eventgroupId = description->someipEventgroupId;
-        protocolData.emplace(driver, info);
+    for (DriverType driver : config_->Binding(service_.interface->name).drivers) {
+        protocolData.emplace(
+            driver, lumo::vcc::MakeEventInfo(service_, instance_.ToString(), event.GetEntityId(),
+                                             driver, *config_));
     }
     if (!skeleton_->GetVcc()->InitializeEvent(event.GetEntityId(), protocolData)) {
         return Failure();

@@ -80,11 +80,6 @@ public:
     const core::String& ConfigError() const noexcept { return configError_; }
 
 private:
-    // Fills the parts every entity shares; false when the interface has no such entity.
-    void FillEntity(lumo::vcc::api::types::EntityInfo& info,
-                    lumo::vcc::api::types::DriverType driver, const core::String& name,
-                    const lumo::vcc::ServiceBinding& binding) const;
-
     const ServiceIdentifierType service_;
     const lumo::vcc::api::types::InstanceIdentifier instance_;
     std::shared_ptr<lumo::vcc::Skeleton> skeleton_;

@@ -1,6 +1,7 @@
 #include "service/generated/veskwardend_app_service_skeleton.h"
 
 #include "binding/skeleton/service_assembly.h"
+#include "records/service_interfaces.h"
 
 namespace vesk::wardend::skeleton {
 
@@ -10,20 +11,7 @@ constexpr std::uint16_t kMethodQueue = 512;
 }  // namespace
 
 const ara::com::ServiceIdentifierType& VESKWardendAppServiceSkeleton::ServiceIdentifier() {
-    static const ara::com::ServiceIdentifierType identifier{
-        kServiceId, "WardendApp",
-        std::make_shared<const lumo::vcc::ServiceInterface>(lumo::vcc::ServiceInterface{
-            kServiceId,
-            "App",
-            kServiceId,
-            1,
-            0,
-            30501,
-            {{kRegisterAppInfoId, "RegisterAppInfo", 0x0001}},
-            {{events::LatencySwitchEvent::kEventId, "LatencySwitch",
-              events::LatencySwitchEvent::kSomeipEventId,
-              events::LatencySwitchEvent::kSomeipEventgroupId, false}}})};
-    return identifier;
+    return AppServiceIdentifier();
 }
 
 VESKWardendAppServiceSkeleton::VESKWardendAppServiceSkeleton(

@@ -3,6 +3,7 @@
 #include <functional>
 
 #include "binding/skeleton/service_assembly.h"
+#include "records/service_interfaces.h"
 
 namespace vesk::wardend::skeleton {
 
@@ -12,12 +13,6 @@ constexpr std::uint16_t kMethodThreads = 12;
 constexpr std::uint16_t kMethodQueue = 1024;
 
 using Self = VESKWardendToolsServiceSkeleton;
-
-// Each method's name, for its statistics and DDS topics, in the order of kMethodIds.
-constexpr const char* kMethodNames[] = {
-    "QueryAllDataType", "QueryDataType",      "QueryDataTypeRefList",  "QueryEventInfo",
-    "QueryEventShow",   "QueryLatencyResult", "QueryLatencyStatus",    "QueryMethodInfo",
-    "QueryMethodType",  "QueryNodeInfo",      "QuerySubNodeEventInfo", "SwitchLatencyMode"};
 
 // Calls f with the member function of each method, in the order of kMethodIds.
 template <typename F>
@@ -39,19 +34,7 @@ void ForEachMethod(F&& f) {
 }  // namespace
 
 const ara::com::ServiceIdentifierType& VESKWardendToolsServiceSkeleton::ServiceIdentifier() {
-    static const ara::com::ServiceIdentifierType identifier = [] {
-        lumo::vcc::ServiceInterface interface {
-            kServiceId, "Tools", kServiceId, 1, 0, 30502, {}, {}
-        };
-        for (std::size_t i = 0; i < kMethodIds.size(); ++i) {
-            interface.methods.push_back(
-                {kMethodIds[i], kMethodNames[i], static_cast<std::uint16_t>(i + 1)});
-        }
-        return ara::com::ServiceIdentifierType{
-            kServiceId, "WardendTools",
-            std::make_shared<const lumo::vcc::ServiceInterface>(std::move(interface))};
-    }();
-    return identifier;
+    return ToolsServiceIdentifier();
 }
 
 VESKWardendToolsServiceSkeleton::VESKWardendToolsServiceSkeleton(

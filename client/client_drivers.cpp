@@ -1,0 +1,27 @@
+#include "client/client_drivers.h"
+
+#include <mutex>
+
+#include "platform/driver/proloc/proloc_driver.h"
+
+namespace vesk::wardend::proxy {
+
+std::shared_ptr<lumo::vcc::driver::Driver> AcquireDriver(lumo::vcc::driver::DriverType type) {
+    static std::mutex mutex;  // one driver per type even when proxies are built concurrently
+    std::lock_guard<std::mutex> lock(mutex);
+    if (auto driver = lumo::vcc::driver::DriverRegistry::Get(type)) {
+        return driver;
+    }
+    std::shared_ptr<lumo::vcc::driver::Driver> driver;
+    switch (type) {
+        case lumo::vcc::driver::DriverType::kProloc:
+            driver = std::make_shared<lumo::driver::proloc::ProlocDriver>();
+            break;
+        default:
+            return nullptr;
+    }
+    lumo::vcc::driver::DriverRegistry::Register(driver);
+    return driver;
+}
+
+}  // namespace vesk::wardend::proxy
