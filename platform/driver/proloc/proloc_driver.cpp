@@ -336,17 +336,22 @@ std::shared_ptr<ProlocMethodHandler> ProlocDriver::FindOfferedServer(
 
 void ProlocDriver::ScheduleTimeout(std::chrono::steady_clock::time_point deadline,
                                    const std::weak_ptr<PendingCall>& call) {
+    bool earliest = false;
     {
         std::lock_guard<std::mutex> lock(timerMutex_);
         if (timerStopping_) {
             return;
         }
+        // The timer sleeps until the earliest deadline: only a new earliest one must wake it.
+        earliest = deadlines_.empty() || deadline < deadlines_.top().first;
         deadlines_.emplace(deadline, call);
         if (!timer_.joinable()) {
             timer_ = std::thread([this] { RunTimer(); });
         }
     }
-    timerWake_.notify_one();
+    if (earliest) {
+        timerWake_.notify_one();
+    }
 }
 
 void ProlocDriver::RunTimer() {
