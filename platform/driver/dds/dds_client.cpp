@@ -15,6 +15,8 @@ namespace {
 
 constexpr std::int32_t kMethodDepth = 256;
 constexpr std::uint32_t kTakeBatch = 16;
+// Keeps the deadline of a call with an endless timeout from overflowing the clock.
+constexpr std::chrono::milliseconds kLongestTimeout = std::chrono::hours(24 * 365);
 
 std::uint64_t NewClientId() {
     std::random_device device;
@@ -235,8 +237,8 @@ void DdsMethodClient::Call(const unsigned char* payload, std::uint64_t size,
         return;
     }
     std::weak_ptr<DdsMethodClient> weak = weak_from_this();
-    const DdsExecutor::TimerId timer =
-        executor_->Schedule(std::chrono::steady_clock::now() + timeout, [weak, sequence] {
+    const DdsExecutor::TimerId timer = executor_->Schedule(
+        std::chrono::steady_clock::now() + std::min(timeout, kLongestTimeout), [weak, sequence] {
             if (auto self = weak.lock()) {
                 self->Expire(sequence);
             }
@@ -419,22 +421,26 @@ bool DdsEventClient::Subscribe(vcc::driver::SampleHandler handler) {
     if (!handler) {
         return false;
     }
-    std::lock_guard<std::mutex> lock(mutex_);
-    handler_ = std::make_shared<const vcc::driver::SampleHandler>(std::move(handler));
-    if (reader_ > 0) {
-        return true;
+    dds_entity_t reader = 0;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        handler_ = std::make_shared<const vcc::driver::SampleHandler>(std::move(handler));
+        if (reader_ > 0) {
+            return true;
+        }
+        const dds_entity_t topic = participant_->Topic(topic_);
+        const EndpointQos qos(kDepth, {});
+        reader = topic < 0 ? topic
+                           : dds_create_reader(participant_->Handle(), topic, qos.Get(), nullptr);
+        if (reader < 0) {
+            handler_.reset();
+            CmLog().LogError() << "DDS driver: cannot create the reader of \"" << topic_
+                               << "\": " << dds_strretcode(reader);
+            return false;
+        }
+        reader_ = reader;
     }
-    const dds_entity_t topic = participant_->Topic(topic_);
-    const EndpointQos qos(kDepth, {});
-    const dds_entity_t reader =
-        topic < 0 ? topic : dds_create_reader(participant_->Handle(), topic, qos.Get(), nullptr);
-    if (reader < 0) {
-        handler_.reset();
-        CmLog().LogError() << "DDS driver: cannot create the reader of \"" << topic_
-                           << "\": " << dds_strretcode(reader);
-        return false;
-    }
-    reader_ = reader;
+    // Outside the lock: the listener takes it.
     dds_listener_t* listener = dds_create_listener(this);
     dds_lset_data_available(listener, &DdsEventClient::OnSamples);
     dds_lset_subscription_matched(listener, &DdsEventClient::OnMatch);

@@ -111,7 +111,9 @@ void DdsExecutor::Run(const std::shared_ptr<State>& state) {
             state->timerIndex.erase(first->second.first);
             state->timers.erase(first);
         } else if (!state->timers.empty()) {
-            state->wake.wait_until(lock, state->timers.begin()->first);
+            // A copy: the timer may be cancelled, and its node freed, while this waits.
+            const Clock::time_point deadline = state->timers.begin()->first;
+            state->wake.wait_until(lock, deadline);
             continue;
         } else {
             state->wake.wait(lock);
