@@ -421,26 +421,29 @@ bool DdsEventClient::Subscribe(vcc::driver::SampleHandler handler) {
     if (!handler) {
         return false;
     }
-    dds_entity_t reader = 0;
+    const std::lock_guard<std::mutex> subscribing(subscribeMutex_);
     {
         std::lock_guard<std::mutex> lock(mutex_);
         handler_ = std::make_shared<const vcc::driver::SampleHandler>(std::move(handler));
         if (reader_ > 0) {
             return true;
         }
-        const dds_entity_t topic = participant_->Topic(topic_);
-        const EndpointQos qos(kDepth, {});
-        reader = topic < 0 ? topic
-                           : dds_create_reader(participant_->Handle(), topic, qos.Get(), nullptr);
-        if (reader < 0) {
-            handler_.reset();
-            CmLog().LogError() << "DDS driver: cannot create the reader of \"" << topic_
-                               << "\": " << dds_strretcode(reader);
-            return false;
-        }
+    }
+    const dds_entity_t topic = participant_->Topic(topic_);
+    const EndpointQos qos(kDepth, {});
+    const dds_entity_t reader =
+        topic < 0 ? topic : dds_create_reader(participant_->Handle(), topic, qos.Get(), nullptr);
+    if (reader < 0) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        handler_.reset();
+        CmLog().LogError() << "DDS driver: cannot create the reader of \"" << topic_
+                           << "\": " << dds_strretcode(reader);
+        return false;
+    }
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
         reader_ = reader;
     }
-    // Outside the lock: the listener takes it.
     dds_listener_t* listener = dds_create_listener(this);
     dds_lset_data_available(listener, &DdsEventClient::OnSamples);
     dds_lset_subscription_matched(listener, &DdsEventClient::OnMatch);
@@ -456,6 +459,7 @@ bool DdsEventClient::Subscribe(vcc::driver::SampleHandler handler) {
 }
 
 void DdsEventClient::Unsubscribe() {
+    const std::lock_guard<std::mutex> subscribing(subscribeMutex_);
     dds_entity_t reader = 0;
     {
         std::lock_guard<std::mutex> lock(mutex_);

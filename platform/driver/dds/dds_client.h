@@ -5,7 +5,8 @@
 // event, all on the client's participant and all aimed at one daemon instance
 // (info.dds.targetInstance).
 //
-// Locks: mutex_ of each class is never held while Cyclone or a user handler is called.
+// Locks: mutex_ of each class is never held while Cyclone or a user handler is called (a
+// listener may hold Cyclone's locks when it takes mutex_).
 
 #include <dds/dds.h>
 
@@ -143,7 +144,10 @@ private:
     const std::shared_ptr<DdsExecutor> executor_;
     std::atomic<bool> subscribed_{false};
 
-    mutable std::mutex mutex_;  // guards reader_ and handler_
+    // Serializes Subscribe and Unsubscribe, which call Cyclone with it held; listeners never
+    // take it. Taken before mutex_.
+    std::mutex subscribeMutex_;
+    mutable std::mutex mutex_;  // guards reader_ and handler_; never held while calling Cyclone
     dds_entity_t reader_{0};
     std::shared_ptr<const vcc::driver::SampleHandler> handler_;
 };
