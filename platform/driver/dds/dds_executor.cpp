@@ -68,7 +68,7 @@ bool DdsExecutor::Post(Task task) {
 }
 
 DdsExecutor::TimerId DdsExecutor::Schedule(Clock::time_point deadline, Task task) {
-    bool earliest = false;
+    bool earlier = false;
     TimerId id = 0;
     {
         std::lock_guard<std::mutex> lock(state_->mutex);
@@ -78,10 +78,12 @@ DdsExecutor::TimerId DdsExecutor::Schedule(Clock::time_point deadline, Task task
         id = state_->nextId++;
         auto it = state_->timers.emplace(deadline, std::make_pair(id, std::move(task)));
         state_->timerIndex.emplace(id, it);
-        earliest = it == state_->timers.begin();
+        earlier = deadline < state_->wakeAt;
+        if (earlier) {
+            state_->wakeAt = deadline;
+        }
     }
-    // The thread sleeps until the earliest deadline; only a new earliest one must wake it.
-    if (earliest) {
+    if (earlier) {
         state_->wake.notify_one();
     }
     return id;
@@ -110,13 +112,18 @@ void DdsExecutor::Run(const std::shared_ptr<State>& state) {
             task = std::move(first->second.second);
             state->timerIndex.erase(first->second.first);
             state->timers.erase(first);
-        } else if (!state->timers.empty()) {
-            // A copy: the timer may be cancelled, and its node freed, while this waits.
-            const Clock::time_point deadline = state->timers.begin()->first;
-            state->wake.wait_until(lock, deadline);
-            continue;
         } else {
-            state->wake.wait(lock);
+            // Cancelled timers leave the wake-up time as it was: waking for nothing now and
+            // then is cheaper than a wake-up for every cancellation and every new timer.
+            if (state->wakeAt <= Clock::now()) {
+                state->wakeAt =
+                    state->timers.empty() ? Clock::time_point::max() : state->timers.begin()->first;
+            }
+            if (state->wakeAt == Clock::time_point::max()) {
+                state->wake.wait(lock);
+            } else {
+                state->wake.wait_until(lock, state->wakeAt);
+            }
             continue;
         }
         lock.unlock();

@@ -52,6 +52,9 @@ private:
         std::map<TimerId, std::multimap<Clock::time_point, std::pair<TimerId, Task>>::iterator>
             timerIndex;
         TimerId nextId{1};
+        // When the thread wakes by itself; a timer due later needs no wake-up, so that a call
+        // answered before its timeout costs no thread switch.
+        Clock::time_point wakeAt{Clock::time_point::max()};
     };
 
     static void Run(const std::shared_ptr<State>& state);
