@@ -69,7 +69,7 @@ std::optional<std::uint64_t> ParseClientId(const String& text) {
         if (c >= '0' && c <= '9') {
             digit = static_cast<std::uint64_t>(c - '0');
         } else if (c >= 'a' && c <= 'f') {
-            digit = static_cast<std::uint64_t>(c - 'a' + 10);
+            digit = static_cast<std::uint64_t>(c - 'a') + 10U;
         } else {
             return std::nullopt;
         }

@@ -4,7 +4,7 @@
 // What the DDS driver writes around a payload, and how it reads that back without trusting it.
 //
 // Topics. A method with the topic stem S has the request topic "S/Request" and the reply topic
-// "S/Reply"; an event's topic is its stem. All carry wardend::dds::Envelope (envelope.idl).
+// "S/Reply"; an event's topic is its stem. All carry wardend::dds::Envelope (idl/envelope.idl).
 //
 // Routing. A request names the daemon instance that must answer; every daemon on the domain
 // reads it and only that one answers. Replies and events name the daemon that sent them. The
@@ -20,8 +20,8 @@
 #include <cstdint>
 #include <optional>
 
+#include "generated/dds/idl/envelope.h"
 #include "platform/core/string.h"
-#include "platform/driver/dds/envelope.h"
 #include "platform/log/log.h"
 
 namespace lumo::driver::dds {
@@ -38,7 +38,7 @@ inline constexpr std::uint32_t kKnownFlags = kFlagErrorReply | kFlagNoReturn | k
 // The longest instance id an envelope carries (the IDL bound).
 inline constexpr std::size_t kMaxInstanceLength = sizeof(Envelope::instance) - 1;
 // The largest payload the driver sends or accepts: the records of both services stay far below.
-inline constexpr std::uint64_t kMaxPayloadSize = 16U * 1024U * 1024U;
+inline constexpr std::uint64_t kMaxPayloadSize = std::uint64_t{16} * 1024 * 1024;
 
 ara::core::String RequestTopic(const ara::core::String& stem);
 ara::core::String ReplyTopic(const ara::core::String& stem);

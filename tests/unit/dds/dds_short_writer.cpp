@@ -12,8 +12,8 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: dds_short_writer DOMAIN TOPIC\n");
         return 2;
     }
-    const dds_entity_t participant =
-        dds_create_participant(static_cast<dds_domainid_t>(std::atoi(argv[1])), nullptr, nullptr);
+    const dds_entity_t participant = dds_create_participant(
+        static_cast<dds_domainid_t>(std::strtoul(argv[1], nullptr, 10)), nullptr, nullptr);
     const dds_entity_t topic =
         dds_create_topic(participant, &wardend_dds_Envelope_desc, argv[2], nullptr, nullptr);
     dds_qos_t* qos = dds_create_qos();
