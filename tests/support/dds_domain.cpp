@@ -11,7 +11,8 @@
 namespace wardend::test {
 
 namespace {
-// Domain ids 1 to 230 keep Cyclone's port numbers in range and leave the default domain 0 alone.
+// Domain ids 1 to 230 keep Cyclone's port numbers in range and leave the default domain 0 alone;
+// the discovery tag keeps apart two test processes that draw the same id.
 constexpr std::uint32_t kDomainSpan = 230;
 }  // namespace
 
@@ -23,7 +24,8 @@ DdsTestDomain::DdsTestDomain()
           "<AllowMulticast>false</AllowMulticast></General><Discovery>"
           "<ParticipantIndex>auto</ParticipantIndex>"
           "<MaxAutoParticipantIndex>40</MaxAutoParticipantIndex>"
-          "<Peers><Peer address=\"127.0.0.1\"/></Peers></Discovery></Domain></CycloneDDS>") {
+          "<Peers><Peer address=\"127.0.0.1\"/></Peers><Tag>wardend-test-" +
+          std::to_string(getpid()) + "</Tag></Discovery></Domain></CycloneDDS>") {
     setenv("CYCLONEDDS_URI", config_.c_str(), 1);
 }
 

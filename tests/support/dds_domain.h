@@ -10,8 +10,9 @@
 
 namespace wardend::test {
 
-// A DDS domain of this test process's own, on the loopback interface only: the domain id comes
-// from the pid, and CYCLONEDDS_URI keeps Cyclone on 127.0.0.1 with unicast discovery. The
+// A DDS domain of this test process's own, on the loopback interface only: the domain id and a
+// discovery tag come from the pid, and CYCLONEDDS_URI keeps Cyclone on 127.0.0.1 with unicast
+// discovery. The
 // constructor sets CYCLONEDDS_URI in this process (before any participant is made); ChildEnv()
 // passes it to a child such as wardend, whose vesk.json then names Id() as its domain.
 class DdsTestDomain {
