@@ -218,9 +218,12 @@ void DdsMethodClient::Call(const unsigned char* payload, std::uint64_t size,
         if (closed_) {
             failure = CallStatus::kNotReachable;
             reason = "the DDS client was closed";
-        } else if (size > kMaxPayloadSize || (size > 0 && payload == nullptr)) {
+        } else if (size > kMaxPayloadSize) {
             failure = CallStatus::kRefused;
             reason = "the request is larger than " + std::to_string(kMaxPayloadSize) + " bytes";
+        } else if (size > 0 && payload == nullptr) {
+            failure = CallStatus::kRefused;
+            reason = "the request has a size but no bytes";
         } else if (matched_ && queued_.empty()) {
             sendNow = true;
         } else if (queued_.size() >= kMaxQueued) {
