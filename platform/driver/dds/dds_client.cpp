@@ -1,7 +1,6 @@
 #include "platform/driver/dds/dds_client.h"
 
 #include <algorithm>
-#include <array>
 #include <random>
 #include <utility>
 
@@ -14,7 +13,6 @@ using vcc::driver::MethodReply;
 namespace {
 
 constexpr std::int32_t kMethodDepth = 256;
-constexpr std::uint32_t kTakeBatch = 16;
 // Keeps the deadline of a call with an endless timeout from overflowing the clock.
 constexpr std::chrono::milliseconds kLongestTimeout = std::chrono::hours(24 * 365);
 
@@ -39,29 +37,6 @@ MethodReply FailedReply(CallStatus status, const String& reason) {
     reply.status = status;
     reply.reason = reason;
     return reply;
-}
-
-template <typename Fn>
-void ForEachSample(dds_entity_t reader, Fn&& fn) {
-    std::array<void*, kTakeBatch> samples{};
-    std::array<dds_sample_info_t, kTakeBatch> infos{};
-    for (;;) {
-        samples.fill(nullptr);
-        const dds_return_t n =
-            dds_take(reader, samples.data(), infos.data(), kTakeBatch, kTakeBatch);
-        if (n <= 0) {
-            return;
-        }
-        for (dds_return_t i = 0; i < n; ++i) {
-            if (infos[i].valid_data) {
-                fn(*static_cast<const Envelope*>(samples[i]));
-            }
-        }
-        dds_return_loan(reader, samples.data(), n);
-        if (static_cast<std::uint32_t>(n) < kTakeBatch) {
-            return;
-        }
-    }
 }
 
 }  // namespace
@@ -360,7 +335,7 @@ void DdsMethodClient::CompleteLater(std::uint64_t sequence, CallStatus status,
 }
 
 void DdsMethodClient::TakeReplies() {
-    ForEachSample(reader_, [this](const Envelope& envelope) { Receive(envelope); });
+    TakeEnvelopes(reader_, [this](const Envelope& envelope) { Receive(envelope); });
 }
 
 void DdsMethodClient::Receive(const Envelope& envelope) {
@@ -497,7 +472,7 @@ void DdsEventClient::TakeSamples(dds_entity_t reader) {
         std::lock_guard<std::mutex> lock(mutex_);
         handler = handler_;
     }
-    ForEachSample(reader, [&](const Envelope& envelope) {
+    TakeEnvelopes(reader, [&](const Envelope& envelope) {
         if (!InstanceIs(envelope, target_)) {
             return;  // another daemon's event
         }

@@ -137,65 +137,52 @@ std::shared_ptr<DdsParticipant> DdsDriver::ClientParticipant(const api::types::E
     return ParticipantLocked(info.dds.domainId, false, {});
 }
 
+template <typename T>
+std::shared_ptr<T> DdsDriver::Remember(std::vector<std::weak_ptr<T>>& list,
+                                       std::shared_ptr<T> object) {
+    if (object != nullptr) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        Prune(list);
+        list.push_back(object);
+    }
+    return object;
+}
+
 std::shared_ptr<vcc::driver::MethodHandler> DdsDriver::CreateMethodHandler(
     const api::types::MethodInfo& info) {
     auto participant = ServerParticipant(info);
-    if (participant == nullptr) {
-        return nullptr;
-    }
-    auto handler =
-        DdsMethodHandler::Create(info, info.dds.targetInstance, std::move(participant), executor_);
-    if (handler != nullptr) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        Prune(methodHandlers_);
-        methodHandlers_.push_back(handler);
-    }
-    return handler;
+    return participant == nullptr
+               ? nullptr
+               : Remember(methodHandlers_,
+                          DdsMethodHandler::Create(info, info.dds.targetInstance,
+                                                   std::move(participant), executor_));
 }
 
 std::shared_ptr<vcc::driver::EventHandler> DdsDriver::CreateEventHandler(
     const api::types::EventInfo& info) {
     auto participant = ServerParticipant(info);
-    if (participant == nullptr) {
-        return nullptr;
-    }
-    auto handler = DdsEventHandler::Create(info, info.dds.targetInstance, std::move(participant));
-    if (handler != nullptr) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        Prune(eventHandlers_);
-        eventHandlers_.push_back(handler);
-    }
-    return handler;
+    return participant == nullptr
+               ? nullptr
+               : Remember(eventHandlers_, DdsEventHandler::Create(info, info.dds.targetInstance,
+                                                                  std::move(participant)));
 }
 
 std::shared_ptr<vcc::driver::MethodClient> DdsDriver::CreateMethodClient(
     const api::types::MethodInfo& info) {
     auto participant = ClientParticipant(info);
-    if (participant == nullptr) {
-        return nullptr;
-    }
-    auto client = DdsMethodClient::Create(info, std::move(participant), executor_);
-    if (client != nullptr) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        Prune(methodClients_);
-        methodClients_.push_back(client);
-    }
-    return client;
+    return participant == nullptr
+               ? nullptr
+               : Remember(methodClients_,
+                          DdsMethodClient::Create(info, std::move(participant), executor_));
 }
 
 std::shared_ptr<vcc::driver::EventClient> DdsDriver::CreateEventClient(
     const api::types::EventInfo& info) {
     auto participant = ClientParticipant(info);
-    if (participant == nullptr) {
-        return nullptr;
-    }
-    auto client = DdsEventClient::Create(info, std::move(participant), executor_);
-    if (client != nullptr) {
-        std::lock_guard<std::mutex> lock(mutex_);
-        Prune(eventClients_);
-        eventClients_.push_back(client);
-    }
-    return client;
+    return participant == nullptr
+               ? nullptr
+               : Remember(eventClients_,
+                          DdsEventClient::Create(info, std::move(participant), executor_));
 }
 
 void DdsDriver::SetOffered(std::uint16_t serviceId, const String& instanceId, bool offered) {

@@ -92,6 +92,9 @@ private:
     std::shared_ptr<DdsParticipant> ServerParticipant(const api::types::EntityInfo& info);
     std::shared_ptr<DdsParticipant> ClientParticipant(const api::types::EntityInfo& info);
     void SetOffered(std::uint16_t serviceId, const ara::core::String& instanceId, bool offered);
+    // Keeps a weak reference to what was made, for the offer and for shutdown; takes mutex_.
+    template <typename T>
+    std::shared_ptr<T> Remember(std::vector<std::weak_ptr<T>>& list, std::shared_ptr<T> object);
 
     const DdsDriverConfig config_;
     const std::shared_ptr<DdsExecutor> executor_;

@@ -3,6 +3,7 @@
 
 #include <dds/dds.h>
 
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <map>
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "platform/core/string.h"
+#include "platform/driver/dds/dds_envelope.h"
 
 namespace lumo::driver::dds {
 
@@ -82,6 +84,31 @@ private:
 // The user data of every endpoint matched with a writer (its readers) or with a reader (its
 // writers). Not to be called on a Cyclone listener thread.
 std::vector<ara::core::String> MatchedUserData(dds_entity_t entity, bool entityIsWriter);
+
+// Takes every sample reader holds, a batch at a time, and calls fn with each envelope that
+// carries data; the envelope lives for the call only.
+template <typename Fn>
+void TakeEnvelopes(dds_entity_t reader, Fn&& fn) {
+    constexpr std::uint32_t kBatch = 16;
+    std::array<void*, kBatch> samples{};
+    std::array<dds_sample_info_t, kBatch> infos{};
+    for (;;) {
+        samples.fill(nullptr);  // null asks Cyclone to lend its own samples
+        const dds_return_t n = dds_take(reader, samples.data(), infos.data(), kBatch, kBatch);
+        if (n <= 0) {
+            return;
+        }
+        for (dds_return_t i = 0; i < n; ++i) {
+            if (infos[i].valid_data) {
+                fn(*static_cast<const Envelope*>(samples[i]));
+            }
+        }
+        dds_return_loan(reader, samples.data(), n);
+        if (static_cast<std::uint32_t>(n) < kBatch) {
+            return;
+        }
+    }
+}
 
 }  // namespace lumo::driver::dds
 

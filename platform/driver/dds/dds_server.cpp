@@ -1,7 +1,6 @@
 #include "platform/driver/dds/dds_server.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <new>
 #include <sstream>
@@ -17,12 +16,21 @@ using ara::core::String;
 namespace {
 
 constexpr std::int32_t kMethodDepth = 256;
-constexpr std::uint32_t kTakeBatch = 16;
 
 // Request payloads and reply buffers: plain arrays, so that ReturnLoan and the reply path free
 // them without a lookup.
 unsigned char* NewPayload(std::uint64_t size) {
     return new (std::nothrow) unsigned char[std::max<std::uint64_t>(size, 1)]();
+}
+
+// A zeroed buffer for a reply or an event, or null with a line when size is beyond the bound.
+unsigned char* AllocateFor(const String& topic, std::uint64_t size) {
+    if (size > kMaxPayloadSize) {
+        CmLog().LogError() << "DDS driver: no buffer of " << size << " bytes on \"" << topic
+                           << "\": more than " << kMaxPayloadSize;
+        return nullptr;
+    }
+    return NewPayload(size);
 }
 
 // Fills an envelope whose payload points at the caller's bytes (not copied, not freed).
@@ -136,25 +144,7 @@ void DdsMethodHandler::OnReplyMatch(dds_entity_t /*writer*/,
 }
 
 void DdsMethodHandler::TakeRequests() {
-    std::array<void*, kTakeBatch> samples{};
-    std::array<dds_sample_info_t, kTakeBatch> infos{};
-    for (;;) {
-        samples.fill(nullptr);
-        const dds_return_t n =
-            dds_take(reader_, samples.data(), infos.data(), kTakeBatch, kTakeBatch);
-        if (n <= 0) {
-            return;
-        }
-        for (dds_return_t i = 0; i < n; ++i) {
-            if (infos[i].valid_data) {
-                Receive(*static_cast<const Envelope*>(samples[i]));
-            }
-        }
-        dds_return_loan(reader_, samples.data(), n);
-        if (static_cast<std::uint32_t>(n) < kTakeBatch) {
-            return;
-        }
-    }
+    TakeEnvelopes(reader_, [this](const Envelope& envelope) { Receive(envelope); });
 }
 
 void DdsMethodHandler::Refuse(const Envelope& envelope, EnvelopeFault fault) {
@@ -416,12 +406,7 @@ bool DdsMethodHandler::ReplyError(unsigned char* buffer, std::uint64_t size,
 
 unsigned char* DdsMethodHandler::AllocateBuffer(const vcc::driver::SizeRecord& size,
                                                 const MethodMsg& /*msg*/) {
-    if (size.length > kMaxPayloadSize) {
-        CmLog().LogError() << "DDS driver: no buffer of " << size.length << " bytes on \"" << topic_
-                           << "\": more than " << kMaxPayloadSize;
-        return nullptr;
-    }
-    return NewPayload(size.length);
+    return AllocateFor(topic_, size.length);
 }
 
 void DdsMethodHandler::ReturnLoan(const unsigned char* payload) {
@@ -509,12 +494,7 @@ bool DdsEventHandler::IsReady() const {
 }
 
 unsigned char* DdsEventHandler::AllocateBuffer(std::uint64_t size) {
-    if (size > kMaxPayloadSize) {
-        CmLog().LogError() << "DDS driver: no buffer of " << size << " bytes on \"" << topic_
-                           << "\": more than " << kMaxPayloadSize;
-        return nullptr;
-    }
-    return NewPayload(size);
+    return AllocateFor(topic_, size);
 }
 
 bool DdsEventHandler::SendEvent(unsigned char* buffer, std::uint64_t size,
