@@ -247,11 +247,18 @@ void DdsMethodHandler::ParkLocked(const MethodMsgPtr& msg) {
     }
 }
 
+namespace {
+// The handler whose receive handler this thread is calling, so that a receive handler that
+// replaces itself does not wait for its own end.
+thread_local const DdsMethodHandler* callingHandler = nullptr;
+}  // namespace
+
 void DdsMethodHandler::Dispatch(const MethodMsgPtr& msg) {
     std::shared_ptr<const vcc::driver::ReceiveHandler> handler;
     {
         std::lock_guard<std::mutex> lock(handlerMutex_);
         handler = handler_;
+        running_ += handler != nullptr ? 1 : 0;
     }
     if (handler == nullptr) {
         ++dropped_;
@@ -261,7 +268,16 @@ void DdsMethodHandler::Dispatch(const MethodMsgPtr& msg) {
         return;
     }
     ++received_;
+    const DdsMethodHandler* outer = callingHandler;
+    callingHandler = this;
     (*handler)(msg);
+    callingHandler = outer;
+    handler.reset();  // the handler's captures go before SetReceiveHandler can return
+    {
+        std::lock_guard<std::mutex> lock(handlerMutex_);
+        --running_;
+    }
+    handlerIdle_.notify_all();
 }
 
 void DdsMethodHandler::RescanClients() {
@@ -414,12 +430,14 @@ void DdsMethodHandler::ReturnLoan(const unsigned char* payload) {
 }
 
 void DdsMethodHandler::SetReceiveHandler(vcc::driver::ReceiveHandler handler) {
-    std::lock_guard<std::mutex> lock(handlerMutex_);
+    std::unique_lock<std::mutex> lock(handlerMutex_);
     if (handler) {
         handler_ = std::make_shared<const vcc::driver::ReceiveHandler>(std::move(handler));
     } else {
         handler_.reset();
     }
+    const std::size_t own = callingHandler == this ? 1 : 0;
+    handlerIdle_.wait(lock, [&] { return running_ <= own; });
 }
 
 void DdsMethodHandler::SetStats(std::shared_ptr<vcc::utils::stats::Stats> stats) {

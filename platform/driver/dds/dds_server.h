@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <memory>
@@ -60,6 +61,8 @@ public:
     unsigned char* AllocateBuffer(const vcc::driver::SizeRecord& size,
                                   const api::types::MethodMsg& msg) override;
     void ReturnLoan(const unsigned char* payload) override;
+    // Also waits for a call of the old handler that runs on another thread: once it returns,
+    // the old handler is not running and will not run (so its owner may go).
     void SetReceiveHandler(vcc::driver::ReceiveHandler handler) override;
     void SetStats(std::shared_ptr<vcc::utils::stats::Stats> stats) override;
     ara::core::String GetStatisticsText(api::types::DriverType driver) const override;
@@ -111,8 +114,10 @@ private:
     dds_entity_t reader_{0};
     dds_entity_t writer_{0};
 
-    mutable std::mutex handlerMutex_;  // guards handler_ and stats_
+    mutable std::mutex handlerMutex_;  // guards handler_, running_ and stats_
+    std::condition_variable handlerIdle_;
     std::shared_ptr<const vcc::driver::ReceiveHandler> handler_;
+    std::size_t running_{0};  // calls of a receive handler under way
     std::shared_ptr<vcc::utils::stats::Stats> stats_;
 
     std::mutex mutex_;  // guards every member below
