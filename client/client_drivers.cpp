@@ -2,7 +2,9 @@
 
 #include <mutex>
 
+#include "platform/driver/dds/dds_driver.h"
 #include "platform/driver/proloc/proloc_driver.h"
+#include "platform/vcc/service_config.h"
 
 namespace vesk::wardend::proxy {
 
@@ -17,6 +19,14 @@ std::shared_ptr<lumo::vcc::driver::Driver> AcquireDriver(lumo::vcc::driver::Driv
         case lumo::vcc::driver::DriverType::kProloc:
             driver = std::make_shared<lumo::driver::proloc::ProlocDriver>();
             break;
+        case lumo::vcc::driver::DriverType::kDds: {
+            ara::core::String error;
+            const auto config =
+                lumo::vcc::ServiceConfig::Load(error).value_or(lumo::vcc::ServiceConfig{});
+            driver = std::make_shared<lumo::driver::dds::DdsDriver>(
+                lumo::driver::dds::DdsDriverConfig{config.ddsCycloneConfig});
+            break;
+        }
         default:
             return nullptr;
     }

@@ -122,7 +122,10 @@ bool ParseDds(const json& entry, ServiceConfig& config, ara::core::String& error
     }
     for (const auto& [key, value] : entry.items()) {
         // Cyclone DDS takes domain ids up to 232.
-        if (key != "domain" || !ParseNumber(value, config.ddsDomain) || config.ddsDomain > 232) {
+        const bool ok = key == "domain"
+                            ? ParseNumber(value, config.ddsDomain) && config.ddsDomain <= 232
+                            : key == "cycloneConfig" && ParseString(value, config.ddsCycloneConfig);
+        if (!ok) {
             error = "\"dds\": bad or unknown key \"" + key + "\"";
             return false;
         }

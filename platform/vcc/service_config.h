@@ -5,7 +5,7 @@
 //
 //   "Services": {
 //     "someip": { "sdAddress": "127.0.0.1", "sdPort": 30490, "sdMulticast": "" },
-//     "dds":    { "domain": 0 },
+//     "dds":    { "domain": 0, "cycloneConfig": "<CycloneDDS>...</CycloneDDS>" },
 //     "App":    { "drivers": ["proloc", "someip"], "address": "127.0.0.1", "port": 30501 },
 //     "Tools":  { "drivers": ["proloc", "someip"], "address": "127.0.0.1", "port": 30502 }
 //   }
@@ -40,6 +40,8 @@ struct ServiceConfig {
     std::uint16_t sdPort{30490};
     ara::core::String sdMulticast;
     std::uint32_t ddsDomain{0};
+    // Cyclone DDS configuration (XML or file URIs); CYCLONEDDS_URI, when set, applies after it.
+    ara::core::String ddsCycloneConfig;
     std::map<ara::core::String, ServiceBinding> services;
 
     // The drivers a service without an entry is offered on.

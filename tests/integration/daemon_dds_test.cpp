@@ -1,0 +1,157 @@
+#include <gtest/gtest.h>
+
+#include <signal.h>
+
+#include <csignal>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "client/wardend_proxy.h"
+#include "platform/driver/dds/dds_driver.h"
+#include "tests/integration/daemon_fixture.h"
+#include "tests/support/dds_domain.h"
+
+namespace {
+
+using vesk::wardend::proxy::ProxyOptions;
+using vesk::wardend::proxy::VESKWardendAppServiceProxy;
+using vesk::wardend::proxy::VESKWardendToolsServiceProxy;
+using namespace std::chrono_literals;
+
+// The real daemon started with examples/config/dds.json, on a loopback domain of the test's own,
+// reached from this process over DDS.
+class DaemonDdsTest : public wardend::test::DaemonTest {
+protected:
+    void SetUp() override {
+        WriteExampleConfig("1", "vesk.json");
+        setenv("VESK_CONFIG", (dir_.Path() + "/vesk.json").c_str(), 1);
+    }
+    void TearDown() override { unsetenv("VESK_CONFIG"); }
+
+    void WriteExampleConfig(const std::string& instance, const std::string& name) {
+        std::ifstream example(std::string(WARDEND_SOURCE_DIR) + "/examples/config/dds.json");
+        auto config = nlohmann::json::parse(example);
+        config["Wardend"]["instanceId"] = instance;
+        config["Services"]["dds"]["domain"] = domain_.Id();
+        // The test's loopback setup, with a discovery tag of its own, comes from CYCLONEDDS_URI.
+        config["Services"]["dds"].erase("cycloneConfig");
+        dir_.WriteFile(name, config.dump());
+    }
+
+    std::unique_ptr<wardend::test::ChildProcess> Start(const std::vector<std::string>& command,
+                                                       const std::string& configName) {
+        auto env = domain_.ChildEnv();
+        env.push_back("VESK_CONFIG=" + dir_.Path() + "/" + configName);
+        return std::make_unique<wardend::test::ChildProcess>(
+            command[0], std::vector<std::string>(command.begin() + 1, command.end()), env);
+    }
+
+    static ProxyOptions Dds(const std::string& instance) {
+        return {lumo::vcc::api::types::DriverType::kDds, instance, 10s};
+    }
+
+    template <typename Output>
+    static bool Answers(ara::core::Future<Output> future) {
+        auto result = future.GetResult();
+        if (!result.HasValue()) {
+            ADD_FAILURE() << vesk::wardend::proxy::DescribeError(result.Error());
+        }
+        return result.HasValue();
+    }
+
+    wardend::test::DdsTestDomain domain_;
+};
+
+TEST_F(DaemonDdsTest, EveryMethodAnswersOverDdsAndTheTopicsAreOnTheDomain) {
+    auto daemon = Start({WARDEND_BINARY}, "vesk.json");
+    ASSERT_TRUE(WaitReady(*daemon)) << daemon->Stderr();
+
+    VESKWardendAppServiceProxy app(Dds("1"));
+    VESKWardendToolsServiceProxy tools(Dds("1"));
+    vesk::wardend::AppRegisterInfo info;
+    info.infoType = vesk::wardend::AppRegisterInfoType::NODE;
+    info.nodeInfo.pid = getpid();
+    info.nodeInfo.nodeName = "ddsNode";
+    info.nodeInfo.registerState.isRegister = true;
+    auto registered = app.RegisterAppInfo(info).GetResult();
+    ASSERT_TRUE(registered.HasValue()) << vesk::wardend::proxy::DescribeError(registered.Error());
+    EXPECT_EQ(registered.Value().result, 0);
+
+    EXPECT_TRUE(Answers(tools.QueryAllDataType()));
+    EXPECT_TRUE(Answers(tools.QueryDataType("/None")));
+    EXPECT_TRUE(Answers(tools.QueryDataTypeRefList()));
+    EXPECT_TRUE(Answers(tools.QueryEventInfo("ALL")));
+    EXPECT_TRUE(Answers(tools.QueryEventShow("/None")));
+    EXPECT_TRUE(Answers(tools.QueryLatencyResult({})));
+    EXPECT_TRUE(Answers(tools.QueryLatencyStatus({})));
+    EXPECT_TRUE(Answers(tools.QueryMethodInfo("ALL")));
+    EXPECT_TRUE(Answers(tools.QueryMethodType("/None")));
+    EXPECT_TRUE(Answers(tools.QuerySubNodeEventInfo({})));
+    EXPECT_TRUE(Answers(tools.SwitchLatencyMode({})));
+    auto nodes = tools.QueryNodeInfo("ddsNode").GetResult();
+    ASSERT_TRUE(nodes.HasValue());
+    ASSERT_EQ(nodes.Value().nodeInfos.size(), 1U);
+    EXPECT_EQ(nodes.Value().nodeInfos[0].pid, getpid());
+
+    const std::set<std::string> expected{
+        "wardend/App/RegisterAppInfo/Request", "wardend/App/RegisterAppInfo/Reply",
+        "wardend/App/LatencySwitch", "wardend/Tools/QueryNodeInfo/Request",
+        "wardend/Tools/SwitchLatencyMode/Reply"};
+    const auto seen = domain_.WaitForTopics(expected, 10s);
+    for (const auto& topic : expected) {
+        EXPECT_EQ(seen.count(topic), 1U) << topic;
+    }
+    StopAndExpectCleanExit(*daemon);
+}
+
+// The second daemon runs in a PID namespace of its own, where it is the only wardend.
+TEST_F(DaemonDdsTest, TwoDaemonsOnOneDomainAnswerOnlyTheirOwnRequests) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "a PID namespace for the second daemon needs root";
+    }
+    WriteExampleConfig("2", "second.json");
+    // The first counts every wardend of the machine, the second's namespace included: it starts
+    // first.
+    auto first = Start({WARDEND_BINARY}, "vesk.json");
+    ASSERT_TRUE(WaitReady(*first)) << first->Stderr();
+    auto second = Start(
+        {"/usr/bin/unshare", "--pid", "--fork", "--mount-proc", "--kill-child", WARDEND_BINARY},
+        "second.json");
+    ASSERT_TRUE(WaitReady(*second)) << second->Stderr();
+
+    VESKWardendAppServiceProxy toSecond(Dds("2"));
+    vesk::wardend::AppRegisterInfo info;
+    info.infoType = vesk::wardend::AppRegisterInfoType::NODE;
+    // The second daemon sees the processes of its namespace only: pid 1 there is itself.
+    info.nodeInfo.pid = 1;
+    info.nodeInfo.nodeName = "secondOnly";
+    info.nodeInfo.registerState.isRegister = true;
+    ASSERT_TRUE(Answers(toSecond.RegisterAppInfo(info)));
+
+    VESKWardendToolsServiceProxy firstTools(Dds("1"));
+    VESKWardendToolsServiceProxy secondTools(Dds("2"));
+    auto fromFirst = firstTools.QueryNodeInfo("secondOnly").GetResult();
+    auto fromSecond = secondTools.QueryNodeInfo("secondOnly").GetResult();
+    ASSERT_TRUE(fromFirst.HasValue());
+    ASSERT_TRUE(fromSecond.HasValue());
+    EXPECT_TRUE(fromFirst.Value().nodeInfos.empty());
+    EXPECT_EQ(fromSecond.Value().nodeInfos.size(), 1U);
+
+    const auto daemons = lumo::driver::dds::DdsDriver().ListDaemons(domain_.Id(), 2s);
+    std::set<std::string> instances;
+    for (const auto& daemon : daemons) {
+        instances.insert(daemon.instanceId);
+    }
+    EXPECT_EQ(instances, (std::set<std::string>{"1", "2"}));
+
+    // unshare waits for the daemon and exits with its code; the signal goes to the daemon.
+    std::ifstream children("/proc/" + std::to_string(second->Pid()) + "/task/" +
+                           std::to_string(second->Pid()) + "/children");
+    pid_t daemonPid = 0;
+    ASSERT_TRUE(children >> daemonPid);
+    ASSERT_EQ(kill(daemonPid, SIGTERM), 0);
+    EXPECT_EQ(second->WaitExit(10s), 0);
+    StopAndExpectCleanExit(*first);
+}
+
+}  // namespace
