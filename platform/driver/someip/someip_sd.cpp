@@ -167,7 +167,7 @@ void SdSocket::Handle(std::size_t count) {
         }
         if (status != FrameStatus::kMessage || header.serviceId != kSdServiceId ||
             header.methodId != kSdMethodId) {
-            core_.log->LogWarn("SomeipDriver_BadSd", LogLimitConfig{})
+            core_.log->LogWarn("SomeipDriver_BadSdDatagram", LogLimitConfig{})
                 << "[SomeipDriver][SD datagram dropped: "
                 << (status != FrameStatus::kMessage ? FrameStatusName(status) : "not an SD message")
                 << "][peer=udp " << ToString(from_) << ", bytes=" << count << "]";
@@ -176,7 +176,7 @@ void SdSocket::Handle(std::size_t count) {
         SdMessage message;
         const SdStatus sdStatus = DecodeSdPayload(bytes + kHeaderSize, size - kHeaderSize, message);
         if (sdStatus != SdStatus::kOk) {
-            core_.log->LogWarn("SomeipDriver_BadSd", LogLimitConfig{})
+            core_.log->LogWarn("SomeipDriver_BadSdMessage", LogLimitConfig{})
                 << "[SomeipDriver][SD message dropped: " << SdStatusName(sdStatus) << "][peer=udp "
                 << ToString(from_) << ", bytes=" << size << "]";
             return;

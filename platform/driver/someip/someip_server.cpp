@@ -40,7 +40,8 @@ void ServerConnection::OnMessage(const unsigned char* message, std::size_t size,
 }
 
 void ServerConnection::OnFrameError(FrameStatus status, const SomeipHeader& header) {
-    core_.log->LogWarn("SomeipDriver_Unframeable", LogLimitConfig{})
+    core_.log->LogWarn(ara::core::String("SomeipDriver_Unframeable_") + FrameStatusName(status),
+                       LogLimitConfig{})
         << "[SomeipDriver][Connection closed: " << FrameStatusName(status)
         << "][peer=" << ToString(remote_) << ", length=" << header.length << "]";
     if (status == FrameStatus::kWrongProtocol &&
@@ -766,7 +767,7 @@ void SomeipDriver::Core::HandleSubscribe(SdSocket& socket, const udp::endpoint& 
     ack.type = static_cast<std::uint8_t>(SdEntryType::kSubscribeEventgroupAck);
     ack.index1 = ack.index2 = ack.count1 = ack.count2 = 0;
     auto nack = [&](const char* why) {
-        log->LogWarn("SomeipDriver_SubscribeNack", LogLimitConfig{})
+        log->LogWarn(ara::core::String("SomeipDriver_SubscribeNack_") + why, LogLimitConfig{})
             << "[SomeipDriver][Subscription refused: " << why << "][service=" << entry.serviceId
             << ", instance=" << entry.instanceId << ", eventgroup=" << entry.eventgroupId
             << ", peer=udp " << ToString(from) << "]";
