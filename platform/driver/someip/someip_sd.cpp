@@ -190,11 +190,6 @@ void SdSocket::Handle(std::size_t count) {
         state.heard = true;
         state.lastReboot = reboot;
         state.lastSession = header.sessionId;
-        if (rebooted) {
-            // Its view of our sessions starts again too.
-            state.sendSession = 0;
-            state.sendWrapped = false;
-        }
         const udp::endpoint from = from_;
         core_.OnSdMessage(*this, from, message, rebooted);
     }
