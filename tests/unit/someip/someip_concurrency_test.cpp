@@ -26,10 +26,9 @@ struct CallCounter {
     int done{0};
     void Record(const MethodReply& reply) {
         (reply.status == CallStatus::kOk ? ok : other)++;
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            ++done;
-        }
+        // Notified under the lock: the waiter may destroy the counter as soon as it sees done.
+        std::lock_guard<std::mutex> lock(mutex);
+        ++done;
         changed.notify_all();
     }
     bool WaitDone(int count, std::chrono::milliseconds timeout) {

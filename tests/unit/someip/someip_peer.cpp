@@ -164,6 +164,13 @@ bool RawUdpPeer::SendTo(std::uint16_t port, const Bytes& bytes) {
                     sizeof address) == static_cast<ssize_t>(bytes.size());
 }
 
+bool RawUdpPeer::SendTo(const char* address, std::uint16_t port, const Bytes& bytes) {
+    sockaddr_in to = Loopback(port);
+    ::inet_pton(AF_INET, address, &to.sin_addr);
+    return ::sendto(fd_, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&to),
+                    sizeof to) == static_cast<ssize_t>(bytes.size());
+}
+
 std::optional<Bytes> RawUdpPeer::Receive(std::chrono::milliseconds timeout) {
     if (!Readable(fd_, timeout)) {
         return std::nullopt;

@@ -56,6 +56,7 @@ public:
     RawUdpPeer& operator=(const RawUdpPeer&) = delete;
 
     bool SendTo(std::uint16_t port, const Bytes& bytes);
+    bool SendTo(const char* address, std::uint16_t port, const Bytes& bytes);
     std::optional<Bytes> Receive(std::chrono::milliseconds timeout = std::chrono::seconds(5));
     std::uint16_t LocalPort() const;
 

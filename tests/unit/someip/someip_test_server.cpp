@@ -40,7 +40,8 @@ Bytes BigReplyRequest(std::uint32_t size) {
 }
 
 TestServer::TestServer(SomeipDriverOptions options, std::uint16_t port_, std::uint16_t sdPort_,
-                       bool offer, std::uint32_t maxMessageSize, bool replyFromPool)
+                       bool offer, std::uint32_t maxMessageSize, bool replyFromPool,
+                       const std::string& address)
     : port(port_ != 0 ? port_ : FreePort()), sdPort(sdPort_ != 0 ? sdPort_ : FreePort()) {
     if (replyFromPool) {
         pool_ = std::make_unique<lumo::vcc::utils::ThreadPool>(2, 4096, "someip_test");
@@ -48,8 +49,11 @@ TestServer::TestServer(SomeipDriverOptions options, std::uint16_t port_, std::ui
     driver = std::make_shared<SomeipDriver>(options);
     auto methodInfo = MethodOn(kService, kMethod, port, sdPort);
     methodInfo.someip.maxMessageSize = maxMessageSize;
+    methodInfo.someip.address = methodInfo.someip.sdAddress = address;
+    auto eventInfo = EventOn(kService, kEvent, kEventgroup, port, sdPort);
+    eventInfo.someip.address = eventInfo.someip.sdAddress = address;
     method = driver->CreateMethodHandler(methodInfo);
-    event = driver->CreateEventHandler(EventOn(kService, kEvent, kEventgroup, port, sdPort));
+    event = driver->CreateEventHandler(eventInfo);
     if (method == nullptr || event == nullptr) {
         return;
     }

@@ -9,6 +9,7 @@
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <vector>
 
 #include "platform/driver/someip/someip_driver.h"
@@ -42,7 +43,8 @@ public:
     // Binds on the given ports (0: free ones) and offers unless told not to.
     explicit TestServer(lumo::driver::someip::SomeipDriverOptions options = QuickOptions(),
                         std::uint16_t port = 0, std::uint16_t sdPort = 0, bool offer = true,
-                        std::uint32_t maxMessageSize = 1U << 20U, bool replyFromPool = false);
+                        std::uint32_t maxMessageSize = 1U << 20U, bool replyFromPool = false,
+                        const std::string& address = "127.0.0.1");
     ~TestServer();
 
     bool SendEvent(const Bytes& payload);
