@@ -3,6 +3,7 @@
 // message handed out must lie within what was read and match its length field; the framer's
 // buffer must never pass the largest message allowed plus one read.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -46,7 +47,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     std::size_t offset = 0;
     bool broken = false;
     while (offset < length && !broken) {
-        const std::size_t n = std::min({chunk, length - offset, framer.WritableSize()});
+        const std::size_t n =
+            std::min<std::size_t>({chunk, length - offset, framer.WritableSize()});
         Require(n > 0);
         std::memcpy(framer.WritableArea(), stream + offset, n);
         framer.Commit(n);
