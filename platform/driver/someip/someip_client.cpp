@@ -137,6 +137,31 @@ void SomeipMethodClient::Call(const unsigned char* payload, std::uint64_t size,
     pending.deadline = Clock::now() + timeout;
     pending.serviceId = remote_->serviceId;
     pending.methodId = methodId_;
+    // Connected and idle: the request goes out from this thread, and only the reply wakes the
+    // I/O thread.
+    if (!udp_ && call.message != nullptr) {
+        if (auto link = remote_->Link()) {
+            pending.connection = link->Serial();
+            pending.sent = true;
+            if (!core_->InsertPending(call.requestId, pending)) {
+                auto refused = std::make_shared<PendingCall>(std::move(pending));
+                core_->Post([refused] {
+                    Complete(refused->handler, CallStatus::kRefused, "too many calls pending");
+                });
+                return;
+            }
+            if (link->TrySendDirect(call.message)) {
+                return;
+            }
+            auto back = core_->TakePending(call.requestId);
+            if (!back) {
+                return;  // already ended: the connection closed meanwhile
+            }
+            pending = std::move(*back);
+            pending.connection = 0;
+            pending.sent = false;
+        }
+    }
     auto core = core_.get();
     auto remote = remote_;
     // The handler is called on the I/O thread, also for a refusal found here.
@@ -396,14 +421,10 @@ void SomeipDriver::Core::Call(const std::shared_ptr<RemoteService>& remote, Queu
         Complete(pending.handler, CallStatus::kNotReachable, "SOME/IP driver stopped");
         return;
     }
-    if (pending_.size() >= options.maxPendingCalls || pending_.count(call.requestId) != 0) {
-        log->LogWarn("SomeipDriver_TooManyCalls", LogLimitConfig{})
-            << "[SomeipDriver][Call refused: too many calls pending][pending=" << pending_.size()
-            << "]";
+    if (!InsertPending(call.requestId, pending)) {
         Complete(pending.handler, CallStatus::kRefused, "too many calls pending");
         return;
     }
-    pending_.emplace(call.requestId, std::move(pending));
     remote->queued.push_back(std::move(call));
     if (remote->available) {
         Flush(*remote);
@@ -416,9 +437,11 @@ void SomeipDriver::Core::Flush(RemoteService& remote) {
     auto queued = std::move(remote.queued);
     remote.queued.clear();
     for (QueuedCall& call : queued) {
-        auto it = pending_.find(call.requestId);
-        if (it == pending_.end()) {
-            continue;  // timed out while waiting
+        {
+            std::lock_guard<std::mutex> lock(pendingMutex_);
+            if (pending_.count(call.requestId) == 0) {
+                continue;  // timed out while waiting
+            }
         }
         if (call.udp) {
             if (!remote.hasUdp || !ClientUdp()) {
@@ -426,7 +449,13 @@ void SomeipDriver::Core::Flush(RemoteService& remote) {
                      ServiceText(remote) + " offers no UDP endpoint");
                 continue;
             }
-            it->second.connection = 0;
+            {
+                std::lock_guard<std::mutex> lock(pendingMutex_);
+                auto it = pending_.find(call.requestId);
+                if (it != pending_.end()) {
+                    it->second.sent = true;
+                }
+            }
             auto message = call.message;
             clientUdp_->async_send_to(asio::buffer(message->data.get(), message->size),
                                       remote.udpEndpoint,
@@ -439,7 +468,14 @@ void SomeipDriver::Core::Flush(RemoteService& remote) {
             continue;
         }
         auto connection = ConnectionTo(remote);
-        it->second.connection = connection->Serial();
+        {
+            std::lock_guard<std::mutex> lock(pendingMutex_);
+            auto it = pending_.find(call.requestId);
+            if (it != pending_.end()) {
+                it->second.connection = connection->Serial();
+                it->second.sent = true;
+            }
+        }
         if (!connection->Send(call.message, false)) {
             Fail(call.requestId, CallStatus::kRefused, "send queue to the server full");
         }
@@ -463,26 +499,55 @@ bool SomeipDriver::Core::SendNoReturn(const std::shared_ptr<RemoteService>& remo
     return remote->hasTcp && ConnectionTo(*remote)->Send(std::move(message), false);
 }
 
-void SomeipDriver::Core::Fail(std::uint32_t requestId, CallStatus status,
-                              const ara::core::String& reason) {
+bool SomeipDriver::Core::InsertPending(std::uint32_t requestId, PendingCall& call) {
+    std::size_t count = 0;
+    {
+        std::lock_guard<std::mutex> lock(pendingMutex_);
+        count = pending_.size();
+        if (count < options.maxPendingCalls && pending_.count(requestId) == 0) {
+            pending_.emplace(requestId, std::move(call));
+            outstanding_.store(pending_.size(), std::memory_order_relaxed);
+            return true;
+        }
+    }
+    log->LogWarn("SomeipDriver_TooManyCalls", LogLimitConfig{})
+        << "[SomeipDriver][Call refused: too many calls pending][pending=" << count << "]";
+    return false;
+}
+
+std::optional<PendingCall> SomeipDriver::Core::TakePending(std::uint32_t requestId) {
+    std::lock_guard<std::mutex> lock(pendingMutex_);
     auto it = pending_.find(requestId);
     if (it == pending_.end()) {
-        return;
+        return std::nullopt;
     }
-    auto handler = std::move(it->second.handler);
+    PendingCall call = std::move(it->second);
     pending_.erase(it);
-    Complete(handler, status, reason);
+    outstanding_.store(pending_.size(), std::memory_order_relaxed);
+    return call;
+}
+
+void SomeipDriver::Core::Fail(std::uint32_t requestId, CallStatus status,
+                              const ara::core::String& reason) {
+    if (auto call = TakePending(requestId)) {
+        Complete(call->handler, status, reason);
+    }
 }
 
 void SomeipDriver::Core::OnReply(const unsigned char* message, std::size_t size,
                                  const SomeipHeader& header) {
-    auto it = pending_.find(header.RequestId());
-    if (it == pending_.end() || it->second.serviceId != header.serviceId ||
-        it->second.methodId != header.methodId) {
-        return;  // late (timed out) or not ours
+    vcc::driver::ReplyHandler handler;
+    {
+        std::lock_guard<std::mutex> lock(pendingMutex_);
+        auto it = pending_.find(header.RequestId());
+        if (it == pending_.end() || it->second.serviceId != header.serviceId ||
+            it->second.methodId != header.methodId) {
+            return;  // late (timed out) or not ours
+        }
+        handler = std::move(it->second.handler);
+        pending_.erase(it);
+        outstanding_.store(pending_.size(), std::memory_order_relaxed);
     }
-    auto handler = std::move(it->second.handler);
-    pending_.erase(it);
     MethodReply reply;
     reply.serializeType = static_cast<std::uint8_t>(types::SerializeType::kSomeip);
     reply.payload = message + kHeaderSize;
@@ -528,6 +593,7 @@ void SomeipDriver::Core::OnClientConnected(ClientConnection& connection) {
         if (!remote->available || remote->tcpEndpoint != connection.Remote()) {
             continue;
         }
+        remote->SetLink(std::static_pointer_cast<ClientConnection>(connection.shared_from_this()));
         for (const auto& subscription : remote->subscriptions) {
             if (!subscription->udp &&
                 subscription->state == EventSubscription::State::kWaitConnection) {
@@ -551,9 +617,12 @@ void SomeipDriver::Core::OnClientConnectionClosed(ClientConnection& connection,
     log->LogWarn("SomeipDriver_ClientConnection", LogLimitConfig{})
         << "[SomeipDriver][" << why << "]";
     std::vector<std::uint32_t> failed;
-    for (const auto& [id, call] : pending_) {
-        if (call.connection == connection.Serial()) {
-            failed.push_back(id);
+    {
+        std::lock_guard<std::mutex> lock(pendingMutex_);
+        for (const auto& [id, call] : pending_) {
+            if (call.connection == connection.Serial()) {
+                failed.push_back(id);
+            }
         }
     }
     for (const std::uint32_t id : failed) {
@@ -561,6 +630,9 @@ void SomeipDriver::Core::OnClientConnectionClosed(ClientConnection& connection,
     }
     // The service may be gone: find it again before connecting anew.
     for (auto& [key, remote] : remotes_) {
+        if (remote->Link().get() == &connection) {
+            remote->SetLink(nullptr);
+        }
         if (remote->available && remote->hasTcp && remote->tcpEndpoint == connection.Remote()) {
             MakeUnavailable(*remote, why, false);
         }
@@ -626,6 +698,12 @@ void SomeipDriver::Core::HandleOffer(const udp::endpoint& from, const SdMessage&
 void SomeipDriver::Core::MakeAvailable(RemoteService& remote) {
     remote.available = true;
     remote.findDelay = std::chrono::milliseconds(0);
+    if (remote.hasTcp) {
+        auto it = clientConnections_.find(remote.tcpEndpoint);
+        if (it != clientConnections_.end() && it->second->Connected() && !it->second->IsClosed()) {
+            remote.SetLink(it->second);
+        }
+    }
     remote.availability->Set(true);
     Flush(remote);
     for (const auto& subscription : remote.subscriptions) {
@@ -639,6 +717,7 @@ void SomeipDriver::Core::MakeUnavailable(RemoteService& remote, const ara::core:
                                          bool closeLinks) {
     log->LogInfo() << "[SomeipDriver][" << ServiceText(remote) << " unavailable: " << reason << "]";
     remote.available = false;
+    remote.SetLink(nullptr);
     remote.availability->Set(false);
     for (const auto& subscription : remote.subscriptions) {
         subscription->state = EventSubscription::State::kWaitService;
@@ -788,9 +867,12 @@ void SomeipDriver::Core::TickClient(Clock::time_point now) {
         connection->CheckTimeouts(now);
     }
     std::vector<std::pair<std::uint32_t, bool>> expired;
-    for (const auto& [id, call] : pending_) {
-        if (now >= call.deadline) {
-            expired.emplace_back(id, call.connection != 0);
+    {
+        std::lock_guard<std::mutex> lock(pendingMutex_);
+        for (const auto& [id, call] : pending_) {
+            if (now >= call.deadline) {
+                expired.emplace_back(id, call.sent);
+            }
         }
     }
     for (const auto& [id, sent] : expired) {
@@ -835,9 +917,14 @@ void SomeipDriver::Core::StopClient() {
         }
         remote->subscriptions.clear();
         remote->queued.clear();
+        remote->SetLink(nullptr);
     }
-    auto pending = std::move(pending_);
-    pending_.clear();
+    std::unordered_map<std::uint32_t, PendingCall> pending;
+    {
+        std::lock_guard<std::mutex> lock(pendingMutex_);
+        pending.swap(pending_);
+        outstanding_.store(0, std::memory_order_relaxed);
+    }
     for (auto& [id, call] : pending) {
         Complete(call.handler, CallStatus::kNotReachable, "SOME/IP driver stopped");
     }

@@ -66,6 +66,8 @@ std::array<std::uint8_t, 4> AddressBytes(const asio::ip::address& address);
 asio::ip::address_v4 AddressFromBytes(const std::array<std::uint8_t, 4>& bytes);
 
 // One TCP connection, framed; the base of both the server's and the client's connections.
+// Reading and the state of the connection belong to the I/O thread. Sending may also start on
+// another thread (TrySendDirect), so what sending touches is under sendMutex_.
 class Connection : public std::enable_shared_from_this<Connection> {
 public:
     Connection(Core& core, tcp::socket socket, std::uint32_t maxMessageSize);
@@ -78,6 +80,10 @@ public:
     // Queues a message. False when the connection is closed, or when the queue would pass its
     // limit: then the message is dropped, and the connection too when dropWhenFull.
     bool Send(OutMessagePtr message, bool dropWhenFull);
+    // Any thread: writes the message at once when nothing else is being written, without
+    // waiting; what the socket does not take at once is queued for the I/O thread. False when
+    // it could not be sent this way (busy, not connected, closed): use Send on the I/O thread.
+    bool TrySendDirect(const OutMessagePtr& message);
     void Close(const ara::core::String& reason);
     // Lets what is queued go out, then closes.
     void CloseAfterSending();
@@ -85,7 +91,6 @@ public:
     void CheckTimeouts(Clock::time_point now);
 
     bool IsClosed() const noexcept { return closed_.load(); }
-    bool IsStarted() const noexcept { return started_; }
     const tcp::endpoint& Remote() const noexcept { return remote_; }
     const tcp::endpoint& Local() const noexcept { return local_; }
     std::uint64_t Serial() const noexcept { return serial_; }
@@ -97,26 +102,29 @@ protected:
     virtual void OnFrameError(FrameStatus status, const SomeipHeader& header) = 0;
     virtual void OnClosed(const ara::core::String& reason) = 0;
 
-    tcp::socket socket_;
+    tcp::socket socket_;  // closed under sendMutex_: direct sends use its descriptor
     Core& core_;
     tcp::endpoint remote_;
     tcp::endpoint local_;
 
 private:
     void Read();
-    void Write();
+    // Starts writing the queue; sendMutex_ held.
+    void WriteLocked();
     void Deliver();
 
     StreamFramer framer_;
+    Clock::time_point partialSince_{};
+    std::uint64_t serial_{0};
+    std::atomic<bool> closed_{false};
+
+    mutable std::mutex sendMutex_;  // guards what follows, and the closing of socket_
     std::deque<OutMessagePtr> queue_;
     std::size_t queuedBytes_{0};
     bool writing_{false};
     bool started_{false};
-    std::atomic<bool> closed_{false};  // read from any thread by the reply path
     bool closeAfterWrite_{false};
-    Clock::time_point partialSince_{};
     Clock::time_point lastWriteProgress_{};
-    std::uint64_t serial_{0};
 };
 
 // ---- Server side ----
@@ -287,7 +295,8 @@ struct PendingCall {
     Clock::time_point deadline{};
     std::uint16_t serviceId{0};
     std::uint16_t methodId{0};
-    std::uint64_t connection{0};  // serial of the TCP connection; 0 for UDP
+    std::uint64_t connection{0};  // serial of the TCP connection it went out on
+    bool sent{false};             // a late end is a timeout; before, the service was not found
 };
 
 // A call waiting for its service to be found and connected.
@@ -331,6 +340,19 @@ struct RemoteService {
     bool wanted{false};  // somebody waits for it: keep finding
 
     std::vector<QueuedCall> queued;  // waiting for the offer or the connection
+
+    // The connected TCP connection while the service is available: callers on other threads
+    // send on it directly.
+    std::shared_ptr<ClientConnection> Link() const {
+        std::lock_guard<std::mutex> lock(linkMutex);
+        return link;
+    }
+    void SetLink(std::shared_ptr<ClientConnection> connection) {
+        std::lock_guard<std::mutex> lock(linkMutex);
+        link = std::move(connection);
+    }
+    mutable std::mutex linkMutex;  // guards link
+    std::shared_ptr<ClientConnection> link;
     std::vector<std::shared_ptr<EventSubscription>> subscriptions;
 };
 
@@ -535,6 +557,10 @@ public:
     void RemoveSubscription(const std::shared_ptr<RemoteService>& remote,
                             const std::shared_ptr<EventSubscription>& subscription);
     void OnReply(const unsigned char* message, std::size_t size, const SomeipHeader& header);
+    // Any thread. Moves call in; false (call untouched) when the table is full or the request
+    // id is taken.
+    bool InsertPending(std::uint32_t requestId, PendingCall& call);
+    std::optional<PendingCall> TakePending(std::uint32_t requestId);
     void OnNotification(const unsigned char* message, std::size_t size, const SomeipHeader& header,
                         bool viaUdp);
     void OnClientConnectionClosed(ClientConnection& connection, const ara::core::String& reason);
@@ -569,6 +595,8 @@ private:
               const ara::core::String& reason);
 
     void CloseAll();
+    // The I/O thread's loop: handlers as they come, polling for a while when replies are due.
+    void RunIo();
     // Fails every call, withdraws subscriptions and closes the client's sockets.
     void StopClient();
 
@@ -594,7 +622,10 @@ private:
     udp::endpoint clientUdpFrom_;
     std::map<std::pair<std::uint16_t, std::uint16_t>, std::shared_ptr<RemoteService>> remotes_;
     std::map<tcp::endpoint, std::shared_ptr<ClientConnection>> clientConnections_;
+    // Calls are registered by the I/O thread, and by callers that send directly.
+    std::mutex pendingMutex_;  // guards pending_
     std::unordered_map<std::uint32_t, PendingCall> pending_;
+    std::atomic<std::size_t> outstanding_{0};  // pending_.size(), for the I/O loop's polling
 };
 
 }  // namespace lumo::driver::someip

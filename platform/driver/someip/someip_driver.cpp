@@ -1,6 +1,8 @@
 #include <pthread.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstring>
 #include <sstream>
 
@@ -71,14 +73,15 @@ Connection::Connection(Core& core, tcp::socket socket, std::uint32_t maxMessageS
 }
 
 void Connection::Start() {
-    started_ = true;
     asio::error_code ignored;
     socket_.set_option(tcp::no_delay(true), ignored);
     remote_ = socket_.remote_endpoint(ignored);
     local_ = socket_.local_endpoint(ignored);
     Read();
-    if (!queue_.empty()) {
-        Write();
+    std::lock_guard<std::mutex> lock(sendMutex_);
+    started_ = true;
+    if (!queue_.empty() && !writing_) {
+        WriteLocked();
     }
 }
 
@@ -118,8 +121,14 @@ void Connection::Deliver() {
             return;
         }
         OnMessage(message, size, header);
-        if (closed_ || closeAfterWrite_) {
+        if (closed_) {
             return;
+        }
+        {
+            std::lock_guard<std::mutex> lock(sendMutex_);
+            if (closeAfterWrite_) {
+                return;
+            }
         }
     }
     if (framer_.HasPartial()) {
@@ -132,14 +141,17 @@ void Connection::Deliver() {
 }
 
 bool Connection::Send(OutMessagePtr message, bool dropWhenFull) {
+    std::unique_lock<std::mutex> lock(sendMutex_);
     if (closed_ || closeAfterWrite_) {
         return false;
     }
     if (queuedBytes_ + message->size > core_.options.maxSendQueueBytes && !queue_.empty()) {
+        const std::size_t queued = queuedBytes_;
+        lock.unlock();
         core_.log->LogWarn("SomeipDriver_SendQueueFull", LogLimitConfig{})
             << "[SomeipDriver][Send queue full, "
             << (dropWhenFull ? "connection dropped" : "message dropped")
-            << "][peer=" << ToString(remote_) << ", queued=" << queuedBytes_ << "]";
+            << "][peer=" << ToString(remote_) << ", queued=" << queued << "]";
         if (dropWhenFull) {
             Close("send queue full");
         }
@@ -151,12 +163,49 @@ bool Connection::Send(OutMessagePtr message, bool dropWhenFull) {
     queuedBytes_ += message->size;
     queue_.push_back(std::move(message));
     if (started_ && !writing_) {
-        Write();
+        WriteLocked();
     }
     return true;
 }
 
-void Connection::Write() {
+bool Connection::TrySendDirect(const OutMessagePtr& message) {
+    std::unique_lock<std::mutex> lock(sendMutex_);
+    if (closed_ || !started_ || closeAfterWrite_ || writing_ || !queue_.empty()) {
+        return false;
+    }
+    const ssize_t sent = ::send(socket_.native_handle(), message->data.get(), message->size,
+                                MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (sent == static_cast<ssize_t>(message->size)) {
+        return true;
+    }
+    if (sent < 0 && errno != EAGAIN && errno != EWOULDBLOCK) {
+        return false;  // the I/O thread sees the error too and closes
+    }
+    // The socket took part of it: the rest goes out from the I/O thread, before anything else.
+    auto rest = std::make_shared<OutMessage>();
+    const std::size_t done = sent > 0 ? static_cast<std::size_t>(sent) : 0;
+    rest->size = message->size - done;
+    rest->data.reset(new unsigned char[rest->size]);
+    std::memcpy(rest->data.get(), message->data.get() + done, rest->size);
+    queue_.push_back(std::move(rest));
+    queuedBytes_ += message->size - done;
+    lastWriteProgress_ = Clock::now();
+    writing_ = true;  // reserved for the I/O thread: no other direct send overtakes the rest
+    lock.unlock();
+    auto self = shared_from_this();
+    if (!core_.Post([self] {
+            std::lock_guard<std::mutex> relock(self->sendMutex_);
+            self->writing_ = false;
+            if (!self->closed_ && !self->queue_.empty()) {
+                self->WriteLocked();
+            }
+        })) {
+        return false;
+    }
+    return true;
+}
+
+void Connection::WriteLocked() {
     writing_ = true;
     // Everything queued goes in one gathered write; asio tries it at once before waiting.
     std::vector<asio::const_buffer> buffers;
@@ -168,11 +217,13 @@ void Connection::Write() {
     auto self = shared_from_this();
     asio::async_write(socket_, buffers,
                       [this, self, batch](const asio::error_code& error, std::size_t /*count*/) {
+                          std::unique_lock<std::mutex> lock(sendMutex_);
                           writing_ = false;
                           if (closed_) {
                               return;
                           }
                           if (error) {
+                              lock.unlock();
                               Close(error.message());
                               return;
                           }
@@ -182,30 +233,38 @@ void Connection::Write() {
                           }
                           lastWriteProgress_ = Clock::now();
                           if (!queue_.empty()) {
-                              Write();
+                              WriteLocked();
                           } else if (closeAfterWrite_) {
+                              lock.unlock();
                               Close("closed after error reply");
                           }
                       });
 }
 
 void Connection::Close(const ara::core::String& reason) {
-    if (closed_.exchange(true)) {
-        return;
+    {
+        std::lock_guard<std::mutex> lock(sendMutex_);
+        if (closed_.exchange(true)) {
+            return;
+        }
+        asio::error_code ignored;
+        socket_.shutdown(tcp::socket::shutdown_both, ignored);
+        socket_.close(ignored);
+        queue_.clear();
+        queuedBytes_ = 0;
     }
-    asio::error_code ignored;
-    socket_.shutdown(tcp::socket::shutdown_both, ignored);
-    socket_.close(ignored);
-    queue_.clear();
-    queuedBytes_ = 0;
     OnClosed(reason);
 }
 
 void Connection::CloseAfterSending() {
-    closeAfterWrite_ = true;
-    if (!writing_ && queue_.empty()) {
-        Close("closed after error reply");
+    {
+        std::lock_guard<std::mutex> lock(sendMutex_);
+        closeAfterWrite_ = true;
+        if (writing_ || !queue_.empty()) {
+            return;
+        }
     }
+    Close("closed after error reply");
 }
 
 void Connection::CheckTimeouts(Clock::time_point now) {
@@ -220,10 +279,17 @@ void Connection::CheckTimeouts(Clock::time_point now) {
         Close("incomplete message timed out");
         return;
     }
-    if (!queue_.empty() && now - lastWriteProgress_ > core_.options.sendStallTimeout) {
+    std::size_t stalled = 0;
+    {
+        std::lock_guard<std::mutex> lock(sendMutex_);
+        if (!queue_.empty() && now - lastWriteProgress_ > core_.options.sendStallTimeout) {
+            stalled = queuedBytes_;
+        }
+    }
+    if (stalled > 0) {
         core_.log->LogWarn("SomeipDriver_SendStalled", LogLimitConfig{})
             << "[SomeipDriver][Connection closed: peer does not read][peer=" << ToString(remote_)
-            << ", queued=" << queuedBytes_ << "]";
+            << ", queued=" << stalled << "]";
         Close("peer does not read");
     }
 }
@@ -266,9 +332,25 @@ void SomeipDriver::Core::Start() {
         pthread_setname_np(pthread_self(), "someip_io");
         ioThreadId_ = std::this_thread::get_id();
         started.set_value();
-        io.run();
+        RunIo();
     });
     ready.wait();
+}
+
+void SomeipDriver::Core::RunIo() {
+    const auto window = options.busyPollWindow;
+    while (!io.stopped()) {
+        if (window.count() > 0 && outstanding_.load(std::memory_order_relaxed) > 0) {
+            const auto until = Clock::now() + window;
+            while (outstanding_.load(std::memory_order_relaxed) > 0 && Clock::now() < until &&
+                   !io.stopped()) {
+                io.poll();
+            }
+        }
+        if (io.run_one() == 0) {
+            break;  // no work left: stopped
+        }
+    }
 }
 
 bool SomeipDriver::Core::Post(std::function<void()> fn) {

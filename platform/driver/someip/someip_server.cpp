@@ -423,6 +423,11 @@ bool SomeipMethodHandler::Reply(unsigned char* buffer, std::uint64_t size,
                 << "[SomeipDriver][Reply dropped: connection closed][method=" << methodId_ << "]";
             return false;
         }
+        // A worker thread writes an idle connection itself instead of waking the I/O thread.
+        if (!core_->OnIoThread() && connection->TrySendDirect(message)) {
+            ++(error ? errorReplies_ : replies_);
+            return true;
+        }
     }
     if (core_->OnIoThread()) {
         if (auto endpoint = route->endpoint.lock()) {
