@@ -258,6 +258,8 @@ private:
     };
     void Receive();
     void Handle(std::size_t count);
+    // Forgets the peer heard least recently when the table is full.
+    void MakeRoomForPeer();
     std::uint16_t NextSession(std::uint16_t& session, bool& wrapped);
     void SendRaw(const std::vector<unsigned char>& bytes, const udp::endpoint& to);
 
@@ -499,7 +501,8 @@ public:
     Core& operator=(const Core&) = delete;
 
     void Start();
-    // Withdraws offers, closes every socket, joins the thread. Idempotent.
+    // Withdraws offers, closes every socket, joins the thread. Idempotent. Not on the I/O
+    // thread: a driver is never destroyed from one of its own callbacks.
     void Stop();
 
     bool OnIoThread() const noexcept { return std::this_thread::get_id() == ioThreadId_; }

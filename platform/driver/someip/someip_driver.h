@@ -7,8 +7,9 @@
 // One I/O thread ("someip_io") per driver object runs every socket; all of the driver's state
 // lives on it. Calls that may block (creating handlers and clients, offering, WaitForService,
 // Subscribe, Unsubscribe) hand their work to that thread and wait for it; calls that never
-// block (replies, events, Call) only queue work for it. The destructor withdraws the offers,
-// closes every socket and joins the thread.
+// block (replies, events, Call) only queue work for it or, when a connection is idle, write it
+// themselves. The destructor withdraws the offers, closes every socket and joins the thread; it
+// must not run inside one of the driver's own callbacks.
 //
 // Client id: SomeipDriverOptions::clientId, or when 0 a number made from the process id and a
 // per-process counter of driver objects, never 0 or 0xFFFF. Session ids count from 1 and wrap

@@ -183,11 +183,15 @@ void SdSocket::Handle(std::size_t count) {
         }
         // A reboot flag that newly appears, or stays while the session does not grow, means the
         // peer started again.
+        if (peers_.count(from_) == 0) {
+            MakeRoomForPeer();
+        }
         PeerState& state = peers_[from_];
         const bool reboot = (message.flags & kSdFlagReboot) != 0;
         const bool rebooted =
             state.heard && reboot && (!state.lastReboot || header.sessionId <= state.lastSession);
         state.heard = true;
+        state.lastHeard = Clock::now();
         state.lastReboot = reboot;
         state.lastSession = header.sessionId;
         const udp::endpoint from = from_;
