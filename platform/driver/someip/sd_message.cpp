@@ -181,6 +181,17 @@ bool EntryOptions(const SdMessage& message, const SdEntry& entry,
            AppendRun(message, entry.index2, entry.count2, out);
 }
 
+SdEntry MakeEntry(SdEntryType type, std::uint16_t serviceId, std::uint16_t instanceId,
+                  std::uint8_t majorVersion, std::uint32_t ttl) {
+    SdEntry entry;
+    entry.type = static_cast<std::uint8_t>(type);
+    entry.serviceId = serviceId;
+    entry.instanceId = instanceId;
+    entry.majorVersion = majorVersion;
+    entry.ttl = ttl;
+    return entry;
+}
+
 std::uint8_t AddEndpointOption(SdMessage& message, const std::array<std::uint8_t, 4>& address,
                                L4Protocol protocol, std::uint16_t port, SdOptionType type) {
     SdOption option;

@@ -101,6 +101,10 @@ std::vector<unsigned char> EncodeSdMessage(const SdMessage& message, std::uint16
 bool EntryOptions(const SdMessage& message, const SdEntry& entry,
                   std::vector<const SdOption*>& out);
 
+// An entry of the given type for one service instance; the rest is left 0.
+SdEntry MakeEntry(SdEntryType type, std::uint16_t serviceId, std::uint16_t instanceId,
+                  std::uint8_t majorVersion, std::uint32_t ttl);
+
 // Appends an IPv4 endpoint option and returns its index.
 std::uint8_t AddEndpointOption(SdMessage& message, const std::array<std::uint8_t, 4>& address,
                                L4Protocol protocol, std::uint16_t port,

@@ -323,13 +323,9 @@ void SomeipDriver::Core::SendFind(RemoteService& remote) {
         return;
     }
     SdMessage message;
-    SdEntry entry;
-    entry.type = static_cast<std::uint8_t>(SdEntryType::kFindService);
-    entry.serviceId = remote.serviceId;
-    entry.instanceId = remote.instanceId;
-    entry.majorVersion = remote.majorVersion;
+    SdEntry entry = MakeEntry(SdEntryType::kFindService, remote.serviceId, remote.instanceId,
+                              remote.majorVersion, options.offerTtlSeconds);
     entry.minorVersion = kAnyMinor;
-    entry.ttl = options.offerTtlSeconds;
     message.entries.push_back(entry);
     sd->SendTo(message, remote.sdServer);
 }
@@ -754,12 +750,9 @@ void SomeipDriver::Core::SendSubscribe(RemoteService& remote, EventSubscription&
         return;
     }
     SdMessage message;
-    SdEntry entry;
-    entry.type = static_cast<std::uint8_t>(SdEntryType::kSubscribeEventgroup);
-    entry.serviceId = remote.serviceId;
-    entry.instanceId = remote.instanceId;
-    entry.majorVersion = remote.majorVersion;
-    entry.ttl = stop ? 0 : options.subscribeTtlSeconds;
+    SdEntry entry =
+        MakeEntry(SdEntryType::kSubscribeEventgroup, remote.serviceId, remote.instanceId,
+                  remote.majorVersion, stop ? 0 : options.subscribeTtlSeconds);
     entry.counter = subscription.counter;
     entry.eventgroupId = subscription.eventgroupId;
     if (subscription.udp) {

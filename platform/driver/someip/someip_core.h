@@ -242,7 +242,6 @@ public:
     void SendToAll(const SdMessage& message);
     // Remembers a peer that cyclic offers go to (bounded: the one heard least recently goes).
     void RememberPeer(const udp::endpoint& peer);
-    void ForgetPeer(const udp::endpoint& peer);
     udp::endpoint Local() const { return local_; }
     bool HasGroup() const noexcept { return hasGroup_; }
 

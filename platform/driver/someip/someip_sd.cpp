@@ -136,8 +136,22 @@ void SdSocket::RememberPeer(const udp::endpoint& peer) {
     }
 }
 
-void SdSocket::ForgetPeer(const udp::endpoint& peer) {
-    peers_.erase(peer);
+void SdSocket::MakeRoomForPeer() {
+    // Senders are tracked for their sessions; a flood of sources must not grow the table.
+    const std::size_t limit = core_.options.maxSdPeers * 4;
+    if (peers_.size() < limit) {
+        return;
+    }
+    auto oldest = peers_.begin();
+    for (auto it = peers_.begin(); it != peers_.end(); ++it) {
+        if (it->second.lastHeard < oldest->second.lastHeard) {
+            oldest = it;
+        }
+    }
+    core_.log->LogWarn("SomeipDriver_SdPeers", LogLimitConfig{})
+        << "[SomeipDriver][Too many SD peers, the one heard least recently is forgotten][peer=udp "
+        << ToString(oldest->first) << "]";
+    peers_.erase(oldest);
 }
 
 void SdSocket::Receive() {

@@ -672,13 +672,9 @@ void SomeipDriver::Core::StopOffer(std::uint16_t serviceId, std::uint16_t instan
 
 SdEntry SomeipDriver::Core::OfferEntry(const ServiceEntry& service, SdMessage& message,
                                        bool stop) const {
-    SdEntry entry;
-    entry.type = static_cast<std::uint8_t>(SdEntryType::kOfferService);
-    entry.serviceId = service.serviceId;
-    entry.instanceId = service.instanceId;
-    entry.majorVersion = service.majorVersion;
+    SdEntry entry = MakeEntry(SdEntryType::kOfferService, service.serviceId, service.instanceId,
+                              service.majorVersion, stop ? 0 : options.offerTtlSeconds);
     entry.minorVersion = service.minorVersion;
-    entry.ttl = stop ? 0 : options.offerTtlSeconds;
     const auto& endpoint = *service.endpoint;
     entry.index1 = AddEndpointOption(message, AddressBytes(endpoint.tcpLocal.address()),
                                      L4Protocol::kTcp, endpoint.tcpLocal.port());

@@ -19,6 +19,16 @@ using lumo::driver::someip::SdEntry;
 using lumo::driver::someip::SdEntryType;
 using lumo::driver::someip::SdMessage;
 
+SdMessage Find(std::uint16_t service, std::uint16_t instance, std::uint8_t major) {
+    SdMessage find;
+    find.flags = 0xC0;  // reboot and unicast, as a peer sends before its first wrap
+    SdEntry entry =
+        lumo::driver::someip::MakeEntry(SdEntryType::kFindService, service, instance, major, 3);
+    entry.minorVersion = 0xFFFFFFFF;
+    find.entries.push_back(entry);
+    return find;
+}
+
 class SomeipServerTest : public MemoryLogTest {
 protected:
     void SetUp() override {
@@ -53,12 +63,8 @@ protected:
 
     SdEntry Subscribe(std::uint16_t eventgroup, std::uint32_t ttl, SdMessage& message,
                       L4Protocol protocol, std::uint16_t port) {
-        SdEntry entry;
-        entry.type = static_cast<std::uint8_t>(SdEntryType::kSubscribeEventgroup);
-        entry.serviceId = kService;
-        entry.instanceId = 1;
-        entry.majorVersion = 1;
-        entry.ttl = ttl;
+        SdEntry entry =
+            lumo::driver::someip::MakeEntry(SdEntryType::kSubscribeEventgroup, kService, 1, 1, ttl);
         entry.counter = 3;
         entry.eventgroupId = eventgroup;
         entry.index1 =
@@ -301,15 +307,7 @@ TEST_F(SomeipServerTest, AClientThatNeverReadsIsDroppedWhileOthersAreServed) {
 
 TEST_F(SomeipServerTest, FindServiceGetsAUnicastOfferWithBothEndpoints) {
     RawUdpPeer sd;
-    SdMessage find;
-    SdEntry entry;
-    entry.type = static_cast<std::uint8_t>(SdEntryType::kFindService);
-    entry.serviceId = kService;
-    entry.instanceId = 0xFFFF;
-    entry.majorVersion = 0xFF;
-    entry.minorVersion = 0xFFFFFFFF;
-    entry.ttl = 3;
-    find.entries.push_back(entry);
+    const SdMessage find = Find(kService, 0xFFFF, 0xFF);
     ASSERT_TRUE(sd.SendTo(server_->sdPort, SdDatagram(find, 1)));
     auto datagram = sd.Receive();
     ASSERT_TRUE(datagram);
@@ -404,15 +402,7 @@ TEST_F(SomeipServerTest, APeerThatRebootsLosesItsSubscriptions) {
     RawUdpPeer events;
     ASSERT_TRUE(SubscribeFrom(sd, 5, kEventgroup, 3, L4Protocol::kUdp, events.LocalPort()));
     // The same peer starts again: reboot flag with a session that does not grow.
-    SdMessage find;
-    find.flags = 0xC0;
-    SdEntry entry;
-    entry.type = static_cast<std::uint8_t>(SdEntryType::kFindService);
-    entry.serviceId = 0x9999;
-    entry.instanceId = 0xFFFF;
-    entry.majorVersion = 0xFF;
-    entry.minorVersion = 0xFFFFFFFF;
-    find.entries.push_back(entry);
+    const SdMessage find = Find(0x9999, 0xFFFF, 0xFF);
     ASSERT_TRUE(sd.SendTo(server_->sdPort, SdDatagram(find, 1)));
     EXPECT_TRUE(WaitLogged("SD peer restarted")) << LogDump();
     ASSERT_TRUE(server_->SendEvent({1}));
@@ -421,14 +411,7 @@ TEST_F(SomeipServerTest, APeerThatRebootsLosesItsSubscriptions) {
 
 TEST_F(SomeipServerTest, StopOfferTellsKnownPeersAndRefusesRequests) {
     RawUdpPeer sd;
-    SdMessage find;
-    SdEntry entry;
-    entry.type = static_cast<std::uint8_t>(SdEntryType::kFindService);
-    entry.serviceId = kService;
-    entry.instanceId = 1;
-    entry.majorVersion = 1;
-    entry.minorVersion = 0xFFFFFFFF;
-    find.entries.push_back(entry);
+    const SdMessage find = Find(kService, 1, 1);
     ASSERT_TRUE(sd.SendTo(server_->sdPort, SdDatagram(find, 1)));
     ASSERT_TRUE(sd.Receive());
     server_->driver->StopOfferService(kService, "1");
