@@ -544,6 +544,7 @@ void SomeipDriver::Core::OnReply(const unsigned char* message, std::size_t size,
         pending_.erase(it);
         outstanding_.store(pending_.size(), std::memory_order_relaxed);
     }
+    lastReply_ = Clock::now();
     MethodReply reply;
     reply.serializeType = static_cast<std::uint8_t>(types::SerializeType::kSomeip);
     reply.payload = message + kHeaderSize;

@@ -243,7 +243,6 @@ public:
     // Remembers a peer that cyclic offers go to (bounded: the one heard least recently goes).
     void RememberPeer(const udp::endpoint& peer);
     udp::endpoint Local() const { return local_; }
-    bool HasGroup() const noexcept { return hasGroup_; }
 
 private:
     struct PeerState {
@@ -628,6 +627,7 @@ private:
     std::mutex pendingMutex_;  // guards pending_
     std::unordered_map<std::uint32_t, PendingCall> pending_;
     std::atomic<std::size_t> outstanding_{0};  // pending_.size(), for the I/O loop's polling
+    Clock::time_point lastReply_{};            // I/O thread
 };
 
 }  // namespace lumo::driver::someip

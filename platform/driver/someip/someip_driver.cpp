@@ -340,11 +340,18 @@ void SomeipDriver::Core::Start() {
 void SomeipDriver::Core::RunIo() {
     const auto window = options.busyPollWindow;
     while (!io.stopped()) {
-        if (window.count() > 0 && outstanding_.load(std::memory_order_relaxed) > 0) {
-            const auto until = Clock::now() + window;
-            while (outstanding_.load(std::memory_order_relaxed) > 0 && Clock::now() < until &&
-                   !io.stopped()) {
-                io.poll();
+        if (window.count() > 0) {
+            // Poll while replies are due, and for a while after the last one: a caller that
+            // calls again at once gets its reply without the wake-up of this thread.
+            const auto start = Clock::now();
+            auto until = lastReply_ + window;
+            if (outstanding_.load(std::memory_order_relaxed) > 0) {
+                until = std::max(until, start + window);
+            }
+            while (Clock::now() < until && !io.stopped()) {
+                if (io.poll() > 0) {
+                    until = std::max(until, lastReply_ + window);
+                }
             }
         }
         if (io.run_one() == 0) {
