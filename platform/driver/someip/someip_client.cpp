@@ -15,7 +15,7 @@ namespace types = vcc::api::types;
 
 namespace {
 
-constexpr std::size_t kUdpBufferSize = 64 * 1024;
+constexpr std::size_t kUdpBufferSize = std::size_t{64} * 1024;
 
 ara::core::String ServiceText(const RemoteService& remote) {
     std::ostringstream text;
@@ -162,7 +162,7 @@ void SomeipMethodClient::Call(const unsigned char* payload, std::uint64_t size,
             pending.sent = false;
         }
     }
-    auto core = core_.get();
+    auto* core = core_.get();
     auto remote = remote_;
     // The handler is called on the I/O thread, also for a refusal found here.
     auto shared = std::make_shared<PendingCall>(std::move(pending));
@@ -192,14 +192,14 @@ bool SomeipMethodClient::CallNoReturn(const unsigned char* payload, std::uint64_
             << "[SomeipDriver][Call refused: " << refusal << "]";
         return false;
     }
-    auto core = core_.get();
+    auto* core = core_.get();
     auto remote = remote_;
     const bool udp = udp_;
     return core_->Post([core, remote, message, udp] { core->SendNoReturn(remote, message, udp); });
 }
 
 bool SomeipMethodClient::WaitForService(std::chrono::milliseconds timeout) {
-    auto core = core_.get();
+    auto* core = core_.get();
     auto remote = remote_;
     if (!core_->Post([core, remote] { core->Want(remote); })) {
         return false;
@@ -239,7 +239,7 @@ bool SomeipEventClient::Subscribe(vcc::driver::SampleHandler handler) {
         subscription->udp = udp_;
         subscription_ = subscription;
     }
-    auto core = core_.get();
+    auto* core = core_.get();
     auto remote = remote_;
     const bool added = core_->RunOnIo<bool>([core, remote, subscription] {
         core->AddSubscription(remote, subscription);
@@ -262,7 +262,7 @@ void SomeipEventClient::Unsubscribe() {
         handler_ = nullptr;
     }
     if (subscription) {
-        auto core = core_.get();
+        auto* core = core_.get();
         auto remote = remote_;
         core_->RunOnIo<bool>([core, remote, subscription] {
             core->RemoveSubscription(remote, subscription);

@@ -4,8 +4,12 @@
 // Inside the SOME/IP driver: the I/O thread and everything it owns. Not a public header.
 //
 // Every member of Core, and every object below, is touched on the I/O thread only, except where
-// a comment says otherwise. Work from other threads arrives through Post (never blocks) or
-// RunOnIo (waits for the I/O thread; never called on it while it waits for something else).
+// a comment says otherwise: the table of calls awaiting replies, a remote service's link and
+// availability, and the sending state of a connection, each under its own mutex. Work from
+// other threads arrives through Post (never blocks) or RunOnIo (waits for the I/O thread; runs
+// at once when called on it). The driver's locks are never held one inside another; only the
+// handler locks of method handlers and event clients stay held while the user's handler runs,
+// which may then take the others.
 
 #ifndef ASIO_STANDALONE
 #define ASIO_STANDALONE
@@ -187,7 +191,7 @@ struct ReplyRoute {
 // The TCP acceptor and UDP socket of one address and port, for the services on it.
 class ServerEndpoint final : public std::enable_shared_from_this<ServerEndpoint> {
 public:
-    ServerEndpoint(Core& core, const ara::core::String& address, std::uint16_t port,
+    ServerEndpoint(Core& core, ara::core::String address, std::uint16_t port,
                    std::uint32_t maxMessageSize, std::uint32_t udpMaxSize);
     // Binds both sockets; false with the reason.
     bool Open(ara::core::String& error);
@@ -200,7 +204,7 @@ public:
                   const std::shared_ptr<Connection>& connection, const udp::endpoint& peer);
     // Sends a message back the way the request came. False when the way is gone.
     bool SendBack(const ReplyRoute& route, OutMessagePtr message);
-    void SendUdp(OutMessagePtr message, const udp::endpoint& peer);
+    void SendUdp(const OutMessagePtr& message, const udp::endpoint& peer);
     // A driver-made ERROR answer with no payload.
     void Refuse(const SomeipHeader& request, ReturnCode code,
                 const std::shared_ptr<Connection>& connection, const udp::endpoint& peer);
@@ -493,7 +497,7 @@ private:
 
 class SomeipDriver::Core {
 public:
-    explicit Core(SomeipDriverOptions options);
+    explicit Core(SomeipDriverOptions opts);
     ~Core();
     Core(const Core&) = delete;
     Core& operator=(const Core&) = delete;

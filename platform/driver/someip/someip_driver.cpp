@@ -193,16 +193,13 @@ bool Connection::TrySendDirect(const OutMessagePtr& message) {
     writing_ = true;  // reserved for the I/O thread: no other direct send overtakes the rest
     lock.unlock();
     auto self = shared_from_this();
-    if (!core_.Post([self] {
-            std::lock_guard<std::mutex> relock(self->sendMutex_);
-            self->writing_ = false;
-            if (!self->closed_ && !self->queue_.empty()) {
-                self->WriteLocked();
-            }
-        })) {
-        return false;
-    }
-    return true;
+    return core_.Post([self] {
+        std::lock_guard<std::mutex> relock(self->sendMutex_);
+        self->writing_ = false;
+        if (!self->closed_ && !self->queue_.empty()) {
+            self->WriteLocked();
+        }
+    });
 }
 
 void Connection::WriteLocked() {

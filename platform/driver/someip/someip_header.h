@@ -93,7 +93,7 @@ const char* FrameStatusName(FrameStatus status) noexcept;
 // at most the largest message allowed, so a peer cannot make it grow beyond that.
 class StreamFramer {
 public:
-    static constexpr std::size_t kReadChunk = 16 * 1024;
+    static constexpr std::size_t kReadChunk = std::size_t{16} * 1024;
 
     explicit StreamFramer(std::uint32_t maxMessageSize);
 

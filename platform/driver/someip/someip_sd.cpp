@@ -9,7 +9,7 @@ using ara::tessel::common::log::LogLimitConfig;
 
 namespace {
 
-constexpr std::size_t kSdBufferSize = 64 * 1024;
+constexpr std::size_t kSdBufferSize = std::size_t{64} * 1024;
 
 }  // namespace
 

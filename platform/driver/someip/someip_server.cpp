@@ -13,7 +13,7 @@ namespace types = vcc::api::types;
 namespace {
 
 constexpr int kListenBacklog = 64;
-constexpr std::size_t kUdpBufferSize = 64 * 1024;
+constexpr std::size_t kUdpBufferSize = std::size_t{64} * 1024;
 
 // uuid.high of a UDP request: bit 48 marks UDP, the peer's port sits above the client id.
 constexpr std::uint64_t kUdpSerialMark = std::uint64_t{1} << 48U;
@@ -62,11 +62,11 @@ void ServerConnection::OnClosed(const ara::core::String& /*reason*/) {
 
 // ---- ServerEndpoint ----
 
-ServerEndpoint::ServerEndpoint(Core& core, const ara::core::String& address, std::uint16_t port,
+ServerEndpoint::ServerEndpoint(Core& core, ara::core::String address, std::uint16_t port,
                                std::uint32_t maxMessageSize, std::uint32_t udpMax)
     : udpMaxSize(udpMax),
       core_(core),
-      address_(address),
+      address_(std::move(address)),
       port_(port),
       maxMessageSize_(maxMessageSize),
       acceptor_(core.io),
@@ -265,7 +265,7 @@ void ServerEndpoint::Refuse(const SomeipHeader& request, ReturnCode code,
     if (connection) {
         connection->Send(std::move(message), true);
     } else {
-        SendUdp(std::move(message), peer);
+        SendUdp(message, peer);
     }
 }
 
@@ -274,11 +274,11 @@ bool ServerEndpoint::SendBack(const ReplyRoute& route, OutMessagePtr message) {
         auto connection = route.connection.lock();
         return connection != nullptr && connection->Send(std::move(message), true);
     }
-    SendUdp(std::move(message), route.udpPeer);
+    SendUdp(message, route.udpPeer);
     return true;
 }
 
-void ServerEndpoint::SendUdp(OutMessagePtr message, const udp::endpoint& peer) {
+void ServerEndpoint::SendUdp(const OutMessagePtr& message, const udp::endpoint& peer) {
     if (!udp_.is_open()) {
         return;
     }
@@ -556,7 +556,7 @@ bool SomeipEventHandler::SendEvent(unsigned char* buffer, std::uint64_t size,
     header.messageType = static_cast<std::uint8_t>(MessageType::kNotification);
     header.returnCode = static_cast<std::uint8_t>(ReturnCode::kOk);
     OutMessagePtr message = AdoptPayload(buffer, header, size);
-    auto core = core_.get();
+    auto* core = core_.get();
     auto service = service_;
     const std::uint16_t group = eventgroupId_;
     if (core_->OnIoThread()) {
