@@ -7,6 +7,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
 #include <cstring>
 
 namespace wardend::test::someip {
@@ -41,7 +43,10 @@ std::uint16_t FreePort() {
     for (int attempt = 0; attempt < 50; ++attempt) {
         const int tcp = ::socket(AF_INET, SOCK_STREAM, 0);
         sockaddr_in address = Loopback(0);
-        ::bind(tcp, reinterpret_cast<sockaddr*>(&address), sizeof address);
+        if (::bind(tcp, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+            ::close(tcp);
+            continue;
+        }
         const std::uint16_t port = BoundPort(tcp);
         const int udp = ::socket(AF_INET, SOCK_DGRAM, 0);
         address = Loopback(port);
@@ -82,7 +87,7 @@ bool RawTcpPeer::Connect(std::uint16_t port) {
     return ::connect(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
 }
 
-bool RawTcpPeer::Send(const Bytes& bytes) {
+bool RawTcpPeer::Send(const Bytes& bytes) const {
     std::size_t sent = 0;
     while (sent < bytes.size()) {
         const ssize_t n = ::send(fd_, bytes.data() + sent, bytes.size() - sent, MSG_NOSIGNAL);
@@ -121,7 +126,7 @@ std::optional<Bytes> RawTcpPeer::Receive(std::chrono::milliseconds timeout) {
     }
 }
 
-bool RawTcpPeer::WaitClosed(std::chrono::milliseconds timeout) {
+bool RawTcpPeer::WaitClosed(std::chrono::milliseconds timeout) const {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     for (;;) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
@@ -151,27 +156,29 @@ void RawTcpPeer::Close() {
 
 RawUdpPeer::RawUdpPeer() : fd_(::socket(AF_INET, SOCK_DGRAM, 0)) {
     sockaddr_in address = Loopback(0);
-    ::bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address);
+    if (::bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
+        ADD_FAILURE() << "raw UDP peer cannot bind";
+    }
 }
 
 RawUdpPeer::~RawUdpPeer() {
     ::close(fd_);
 }
 
-bool RawUdpPeer::SendTo(std::uint16_t port, const Bytes& bytes) {
+bool RawUdpPeer::SendTo(std::uint16_t port, const Bytes& bytes) const {
     sockaddr_in address = Loopback(port);
     return ::sendto(fd_, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&address),
                     sizeof address) == static_cast<ssize_t>(bytes.size());
 }
 
-bool RawUdpPeer::SendTo(const char* address, std::uint16_t port, const Bytes& bytes) {
+bool RawUdpPeer::SendTo(const char* address, std::uint16_t port, const Bytes& bytes) const {
     sockaddr_in to = Loopback(port);
     ::inet_pton(AF_INET, address, &to.sin_addr);
     return ::sendto(fd_, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&to),
                     sizeof to) == static_cast<ssize_t>(bytes.size());
 }
 
-std::optional<Bytes> RawUdpPeer::Receive(std::chrono::milliseconds timeout) {
+std::optional<Bytes> RawUdpPeer::Receive(std::chrono::milliseconds timeout) const {
     if (!Readable(fd_, timeout)) {
         return std::nullopt;
     }

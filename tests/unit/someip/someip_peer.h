@@ -35,11 +35,11 @@ public:
     RawTcpPeer& operator=(const RawTcpPeer&) = delete;
 
     bool Connect(std::uint16_t port);
-    bool Send(const Bytes& bytes);
+    bool Send(const Bytes& bytes) const;
     // One whole SOME/IP message, or nothing within the timeout (or when closed).
     std::optional<Bytes> Receive(std::chrono::milliseconds timeout = std::chrono::seconds(5));
     // True when the server closes the connection within the timeout.
-    bool WaitClosed(std::chrono::milliseconds timeout = std::chrono::seconds(5));
+    bool WaitClosed(std::chrono::milliseconds timeout = std::chrono::seconds(5)) const;
     std::uint16_t LocalPort() const;
     void Close();
 
@@ -55,9 +55,9 @@ public:
     RawUdpPeer(const RawUdpPeer&) = delete;
     RawUdpPeer& operator=(const RawUdpPeer&) = delete;
 
-    bool SendTo(std::uint16_t port, const Bytes& bytes);
-    bool SendTo(const char* address, std::uint16_t port, const Bytes& bytes);
-    std::optional<Bytes> Receive(std::chrono::milliseconds timeout = std::chrono::seconds(5));
+    bool SendTo(std::uint16_t port, const Bytes& bytes) const;
+    bool SendTo(const char* address, std::uint16_t port, const Bytes& bytes) const;
+    std::optional<Bytes> Receive(std::chrono::milliseconds timeout = std::chrono::seconds(5)) const;
     std::uint16_t LocalPort() const;
 
 private:

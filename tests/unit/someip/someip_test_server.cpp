@@ -13,7 +13,7 @@ using lumo::vcc::driver::SizeRecord;
 SomeipDriverOptions QuickOptions() {
     SomeipDriverOptions options;
     options.maxConnections = 4;
-    options.maxSendQueueBytes = 64 * 1024;
+    options.maxSendQueueBytes = std::size_t{64} * 1024;
     options.partialMessageTimeout = std::chrono::milliseconds(200);
     options.sendStallTimeout = std::chrono::milliseconds(2000);
     options.tick = std::chrono::milliseconds(5);
@@ -39,9 +39,9 @@ Bytes BigReplyRequest(std::uint32_t size) {
     return payload;
 }
 
-TestServer::TestServer(SomeipDriverOptions options, std::uint16_t port_, std::uint16_t sdPort_,
-                       bool offer, std::uint32_t maxMessageSize, bool replyFromPool,
-                       const std::string& address)
+TestServer::TestServer(const SomeipDriverOptions& options, std::uint16_t port_,
+                       std::uint16_t sdPort_, bool offer, std::uint32_t maxMessageSize,
+                       bool replyFromPool, const std::string& address)
     : port(port_ != 0 ? port_ : FreePort()), sdPort(sdPort_ != 0 ? sdPort_ : FreePort()) {
     if (replyFromPool) {
         pool_ = std::make_unique<lumo::vcc::utils::ThreadPool>(2, 4096, "someip_test");

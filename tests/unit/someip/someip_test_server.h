@@ -41,7 +41,7 @@ struct SeenRequest {
 class TestServer {
 public:
     // Binds on the given ports (0: free ones) and offers unless told not to.
-    explicit TestServer(lumo::driver::someip::SomeipDriverOptions options = QuickOptions(),
+    explicit TestServer(const lumo::driver::someip::SomeipDriverOptions& options = QuickOptions(),
                         std::uint16_t port = 0, std::uint16_t sdPort = 0, bool offer = true,
                         std::uint32_t maxMessageSize = 1U << 20U, bool replyFromPool = false,
                         const std::string& address = "127.0.0.1");
