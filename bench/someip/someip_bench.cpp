@@ -1,7 +1,7 @@
 // One request/reply round trip through the SOME/IP driver over TCP (client Call, server handler
 // answering at once) next to a raw TCP ping-pong of the same bytes, in one run with the same CPU
 // set. Each reports the median and 99th percentile of its round trips; the last benchmark
-// reports their ratios, for the driver's defaults and with the client's busy polling on.
+// reports their ratios.
 //
 //   build/release/bench/someip/wardend_someip_bench --benchmark_min_time=2
 
@@ -38,8 +38,7 @@ struct Figures {
     double median{0};
     double p99{0};
 };
-Figures someipFigures;         // the driver's default settings
-Figures someipPollingFigures;  // with the client's busy polling on
+Figures someipFigures;
 Figures rawFigures;
 
 // Both benchmarks run pinned to the same CPUs: the first two this process may use (all of a
@@ -116,9 +115,7 @@ void BM_SomeipTcpRoundTrip(benchmark::State& state) {
     });
     server.OfferService(0x5700, "1");
 
-    lumo::driver::someip::SomeipDriverOptions options;
-    options.busyPollWindow = std::chrono::microseconds(state.range(0));
-    lumo::driver::someip::SomeipDriver client(options);
+    lumo::driver::someip::SomeipDriver client;
     auto call = client.CreateMethodClient(info);
     if (!call->WaitForService(std::chrono::seconds(5))) {
         state.SkipWithError("service not found");
@@ -149,10 +146,9 @@ void BM_SomeipTcpRoundTrip(benchmark::State& state) {
         state.SkipWithError("a call failed");
     }
     handler->SetReceiveHandler(nullptr);
-    (state.range(0) == 0 ? someipFigures : someipPollingFigures) = Report(state, samples);
+    someipFigures = Report(state, samples);
 }
-// The argument is the client's busy-poll window in microseconds: off (the default), and 50.
-BENCHMARK(BM_SomeipTcpRoundTrip)->ArgName("busy_poll_us")->Arg(0)->Arg(50)->UseRealTime();
+BENCHMARK(BM_SomeipTcpRoundTrip)->UseRealTime();
 
 bool ReadAll(int fd, unsigned char* data, std::size_t size) {
     std::size_t got = 0;
@@ -225,8 +221,6 @@ void BM_RatioSomeipToRawTcp(benchmark::State& state) {
     if (rawFigures.median > 0 && rawFigures.p99 > 0) {
         state.counters["median_ratio"] = someipFigures.median / rawFigures.median;
         state.counters["p99_ratio"] = someipFigures.p99 / rawFigures.p99;
-        state.counters["polling_median_ratio"] = someipPollingFigures.median / rawFigures.median;
-        state.counters["polling_p99_ratio"] = someipPollingFigures.p99 / rawFigures.p99;
     }
 }
 BENCHMARK(BM_RatioSomeipToRawTcp)->Iterations(1);

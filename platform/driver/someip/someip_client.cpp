@@ -502,7 +502,6 @@ bool SomeipDriver::Core::InsertPending(std::uint32_t requestId, PendingCall& cal
         count = pending_.size();
         if (count < options.maxPendingCalls && pending_.count(requestId) == 0) {
             pending_.emplace(requestId, std::move(call));
-            outstanding_.store(pending_.size(), std::memory_order_relaxed);
             return true;
         }
     }
@@ -519,7 +518,6 @@ std::optional<PendingCall> SomeipDriver::Core::TakePending(std::uint32_t request
     }
     PendingCall call = std::move(it->second);
     pending_.erase(it);
-    outstanding_.store(pending_.size(), std::memory_order_relaxed);
     return call;
 }
 
@@ -542,9 +540,7 @@ void SomeipDriver::Core::OnReply(const unsigned char* message, std::size_t size,
         }
         handler = std::move(it->second.handler);
         pending_.erase(it);
-        outstanding_.store(pending_.size(), std::memory_order_relaxed);
     }
-    lastReply_ = Clock::now();
     MethodReply reply;
     reply.serializeType = static_cast<std::uint8_t>(types::SerializeType::kSomeip);
     reply.payload = message + kHeaderSize;
@@ -917,7 +913,6 @@ void SomeipDriver::Core::StopClient() {
     {
         std::lock_guard<std::mutex> lock(pendingMutex_);
         pending.swap(pending_);
-        outstanding_.store(0, std::memory_order_relaxed);
     }
     for (auto& [id, call] : pending) {
         Complete(call.handler, CallStatus::kNotReachable, "SOME/IP driver stopped");

@@ -600,8 +600,6 @@ private:
               const ara::core::String& reason);
 
     void CloseAll();
-    // The I/O thread's loop: handlers as they come, polling for a while when replies are due.
-    void RunIo();
     // Fails every call, withdraws subscriptions and closes the client's sockets.
     void StopClient();
 
@@ -630,8 +628,6 @@ private:
     // Calls are registered by the I/O thread, and by callers that send directly.
     std::mutex pendingMutex_;  // guards pending_
     std::unordered_map<std::uint32_t, PendingCall> pending_;
-    std::atomic<std::size_t> outstanding_{0};  // pending_.size(), for the I/O loop's polling
-    Clock::time_point lastReply_{};            // I/O thread
 };
 
 }  // namespace lumo::driver::someip

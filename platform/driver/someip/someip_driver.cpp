@@ -329,32 +329,9 @@ void SomeipDriver::Core::Start() {
         pthread_setname_np(pthread_self(), "someip_io");
         ioThreadId_ = std::this_thread::get_id();
         started.set_value();
-        RunIo();
+        io.run();
     });
     ready.wait();
-}
-
-void SomeipDriver::Core::RunIo() {
-    const auto window = options.busyPollWindow;
-    while (!io.stopped()) {
-        if (window.count() > 0) {
-            // Poll while replies are due, and for a while after the last one: a caller that
-            // calls again at once gets its reply without the wake-up of this thread.
-            const auto start = Clock::now();
-            auto until = lastReply_ + window;
-            if (outstanding_.load(std::memory_order_relaxed) > 0) {
-                until = std::max(until, start + window);
-            }
-            while (Clock::now() < until && !io.stopped()) {
-                if (io.poll() > 0) {
-                    until = std::max(until, lastReply_ + window);
-                }
-            }
-        }
-        if (io.run_one() == 0) {
-            break;  // no work left: stopped
-        }
-    }
 }
 
 bool SomeipDriver::Core::Post(std::function<void()> fn) {

@@ -57,12 +57,6 @@ struct SomeipDriverOptions {
     std::chrono::milliseconds findDelayMax{1000};  // doubling up to this
     std::chrono::milliseconds subscribeAckTimeout{1000};
     std::size_t maxPendingCalls{8192};
-    // While calls of this process await their replies, and for this long after the last reply,
-    // the I/O thread polls its sockets instead of sleeping, so that a quick reply does not wait
-    // for the thread to be woken. Costs up to this much CPU time per call on a client; nothing
-    // on a pure server, and it is off by default: on a loaded machine a polling thread takes
-    // the CPU from the very threads it waits for.
-    std::chrono::microseconds busyPollWindow{0};
 };
 
 class SomeipDriver final : public vcc::driver::Driver {
