@@ -242,7 +242,7 @@ public:
 
     // Unicast to one peer, with that peer's session counter.
     void SendTo(const SdMessage& message, const udp::endpoint& peer);
-    // To the multicast group when there is one, otherwise to every known peer.
+    // To the multicast group when there is one, and to every known peer.
     void SendToAll(const SdMessage& message);
     // Remembers a peer that cyclic offers go to (bounded: the one heard least recently goes).
     void RememberPeer(const udp::endpoint& peer);

@@ -107,8 +107,8 @@ void SdSocket::SendToAll(const SdMessage& message) {
         copy.flags =
             static_cast<std::uint8_t>(kSdFlagUnicast | (groupWrapped_ ? 0 : kSdFlagReboot));
         SendRaw(EncodeSdMessage(copy, session), group_);
-        return;
     }
+    // Peers that found us by unicast hear it by unicast too: they need not be in the group.
     for (auto& [peer, state] : peers_) {
         if (state.known) {
             SendTo(message, peer);

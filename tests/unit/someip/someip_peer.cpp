@@ -161,6 +161,21 @@ RawUdpPeer::RawUdpPeer() : fd_(::socket(AF_INET, SOCK_DGRAM, 0)) {
     }
 }
 
+RawUdpPeer::RawUdpPeer(const char* group, std::uint16_t port)
+    : fd_(::socket(AF_INET, SOCK_DGRAM, 0)) {
+    const int one = 1;
+    ::setsockopt(fd_, SOL_SOCKET, SO_REUSEADDR, &one, sizeof one);
+    sockaddr_in address = Loopback(port);
+    address.sin_addr.s_addr = htonl(INADDR_ANY);
+    ip_mreq membership{};
+    ::inet_pton(AF_INET, group, &membership.imr_multiaddr);
+    membership.imr_interface.s_addr = htonl(INADDR_LOOPBACK);
+    if (::bind(fd_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+        ::setsockopt(fd_, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership, sizeof membership) != 0) {
+        ADD_FAILURE() << "raw UDP peer cannot join " << group;
+    }
+}
+
 RawUdpPeer::~RawUdpPeer() {
     ::close(fd_);
 }

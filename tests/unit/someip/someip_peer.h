@@ -51,6 +51,8 @@ private:
 class RawUdpPeer {
 public:
     RawUdpPeer();
+    // A peer on port of any address, in the multicast group through the loopback interface.
+    RawUdpPeer(const char* group, std::uint16_t port);
     ~RawUdpPeer();
     RawUdpPeer(const RawUdpPeer&) = delete;
     RawUdpPeer& operator=(const RawUdpPeer&) = delete;

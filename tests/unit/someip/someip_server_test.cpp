@@ -430,6 +430,28 @@ TEST_F(SomeipServerTest, StopOfferTellsKnownPeersAndRefusesRequests) {
     EXPECT_EQ(DecodeHeader(answer->data()).returnCode, 0x04);  // E_NOT_READY
 }
 
+TEST(SomeipMulticastTest, OffersGoToTheConfiguredGroup) {
+    constexpr const char* kGroup = "239.255.87.1";
+    const std::uint16_t port = FreePort();
+    const std::uint16_t sdPort = FreePort();
+    RawUdpPeer member(kGroup, sdPort);
+    lumo::driver::someip::SomeipDriver driver(QuickOptions());
+    auto info = MethodOn(kService, kMethod, port, sdPort);
+    info.someip.sdMulticast = kGroup;
+    auto method = driver.CreateMethodHandler(info);
+    ASSERT_NE(method, nullptr);
+    method->SetReceiveHandler([](const lumo::vcc::driver::MethodMsgPtr&) {});
+    ASSERT_TRUE(driver.OfferService(kService, "1"));
+    auto datagram = member.Receive(std::chrono::seconds(2));
+    ASSERT_TRUE(datagram);
+    auto offer = ParseSd(*datagram);
+    ASSERT_TRUE(offer);
+    ASSERT_EQ(offer->entries.size(), 1U);
+    EXPECT_EQ(offer->entries[0].type, 0x01);
+    EXPECT_EQ(offer->entries[0].serviceId, kService);
+    method->SetReceiveHandler(nullptr);
+}
+
 TEST_F(SomeipServerTest, BrokenSdDatagramsAreLoggedAndDropped) {
     RawUdpPeer sd;
     Bytes broken = SdDatagram(SdMessage{}, 1);
