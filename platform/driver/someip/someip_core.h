@@ -225,6 +225,7 @@ private:
     std::uint16_t port_;
     std::uint32_t maxMessageSize_;
     tcp::acceptor acceptor_;
+    asio::steady_timer acceptRetry_;
     udp::socket udp_;
     std::vector<unsigned char> udpBuffer_;
     udp::endpoint udpFrom_;

@@ -70,6 +70,7 @@ ServerEndpoint::ServerEndpoint(Core& core, ara::core::String address, std::uint1
       port_(port),
       maxMessageSize_(maxMessageSize),
       acceptor_(core.io),
+      acceptRetry_(core.io),
       udp_(core.io),
       udpBuffer_(kUdpBufferSize) {}
 
@@ -118,6 +119,7 @@ void ServerEndpoint::Start() {
 void ServerEndpoint::Close() {
     asio::error_code ignored;
     acceptor_.close(ignored);
+    acceptRetry_.cancel();
     udp_.close(ignored);
     const auto connections = connections_;
     for (const auto& connection : connections) {
@@ -146,8 +148,18 @@ void ServerEndpoint::Accept() {
                 connections_.insert(connection);
                 connection->Start();
             }
+            Accept();
+            return;
         }
-        Accept();
+        // Out of descriptors or memory: accepting again at once would only spin.
+        core_.log->LogWarn("SomeipDriver_AcceptFailed", LogLimitConfig{})
+            << "[SomeipDriver][Accept failed, retried shortly][" << error.message() << "]";
+        acceptRetry_.expires_after(std::chrono::milliseconds(100));
+        acceptRetry_.async_wait([this, self](const asio::error_code& waitError) {
+            if (!waitError && acceptor_.is_open()) {
+                Accept();
+            }
+        });
     });
 }
 
