@@ -1,0 +1,548 @@
+#include <pthread.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <sstream>
+
+#include "platform/driver/someip/someip_core.h"
+
+namespace lumo::driver::someip {
+
+using ara::tessel::common::log::Log;
+using ara::tessel::common::log::LogLimitConfig;
+namespace types = vcc::api::types;
+
+unsigned char* AllocatePayload(std::uint64_t payloadSize) {
+    if (payloadSize > std::numeric_limits<std::uint32_t>::max()) {
+        return nullptr;
+    }
+    auto* block = new (std::nothrow) unsigned char[kHeaderSize + payloadSize]();
+    return block == nullptr ? nullptr : block + kHeaderSize;
+}
+
+OutMessagePtr AdoptPayload(unsigned char* payload, SomeipHeader header, std::uint64_t size) {
+    auto message = std::make_shared<OutMessage>();
+    message->data.reset(payload - kHeaderSize);
+    message->size = kHeaderSize + size;
+    header.length = static_cast<std::uint32_t>(kLengthFieldCovers + size);
+    EncodeHeader(header, message->data.get());
+    return message;
+}
+
+OutMessagePtr MakeMessage(SomeipHeader header, const unsigned char* payload, std::size_t size) {
+    auto message = std::make_shared<OutMessage>();
+    message->data.reset(new unsigned char[kHeaderSize + size]);
+    message->size = kHeaderSize + size;
+    header.length = static_cast<std::uint32_t>(kLengthFieldCovers + size);
+    EncodeHeader(header, message->data.get());
+    if (size > 0) {
+        std::memcpy(message->data.get() + kHeaderSize, payload, size);
+    }
+    return message;
+}
+
+ara::core::String ToString(const tcp::endpoint& endpoint) {
+    std::ostringstream text;
+    text << endpoint.address().to_string() << ':' << endpoint.port();
+    return text.str();
+}
+
+ara::core::String ToString(const udp::endpoint& endpoint) {
+    std::ostringstream text;
+    text << endpoint.address().to_string() << ':' << endpoint.port();
+    return text.str();
+}
+
+std::array<std::uint8_t, 4> AddressBytes(const asio::ip::address& address) {
+    return address.is_v4() ? address.to_v4().to_bytes() : std::array<std::uint8_t, 4>{};
+}
+
+asio::ip::address_v4 AddressFromBytes(const std::array<std::uint8_t, 4>& bytes) {
+    return asio::ip::address_v4(bytes);
+}
+
+// ---- Connection ----
+
+Connection::Connection(Core& core, tcp::socket socket, std::uint32_t maxMessageSize)
+    : socket_(std::move(socket)), core_(core), framer_(maxMessageSize), serial_(core.NextSerial()) {
+    asio::error_code ignored;
+    remote_ = socket_.remote_endpoint(ignored);
+    local_ = socket_.local_endpoint(ignored);
+}
+
+void Connection::Start() {
+    asio::error_code ignored;
+    socket_.set_option(tcp::no_delay(true), ignored);
+    remote_ = socket_.remote_endpoint(ignored);
+    local_ = socket_.local_endpoint(ignored);
+    Read();
+    std::lock_guard<std::mutex> lock(sendMutex_);
+    started_ = true;
+    if (!queue_.empty() && !writing_) {
+        WriteLocked();
+    }
+}
+
+void Connection::Read() {
+    auto self = shared_from_this();
+    socket_.async_read_some(
+        asio::buffer(framer_.WritableArea(), framer_.WritableSize()),
+        [this, self](const asio::error_code& error, std::size_t count) {
+            if (closed_) {
+                return;
+            }
+            if (error) {
+                Close(error == asio::error::eof ? "closed by peer" : error.message());
+                return;
+            }
+            framer_.Commit(count);
+            Deliver();
+            if (!closed_) {
+                Read();
+            }
+        });
+}
+
+void Connection::Deliver() {
+    const unsigned char* message = nullptr;
+    std::size_t size = 0;
+    SomeipHeader header;
+    for (;;) {
+        const FrameStatus status = framer_.Next(message, size, header);
+        if (status == FrameStatus::kNeedMore) {
+            break;
+        }
+        if (status != FrameStatus::kMessage) {
+            OnFrameError(status, header);
+            // An error reply may still be queued: it goes out before the connection closes.
+            CloseAfterSending();
+            return;
+        }
+        OnMessage(message, size, header);
+        if (closed_) {
+            return;
+        }
+        {
+            std::lock_guard<std::mutex> lock(sendMutex_);
+            if (closeAfterWrite_) {
+                return;
+            }
+        }
+    }
+    if (framer_.HasPartial()) {
+        if (partialSince_ == Clock::time_point{}) {
+            partialSince_ = Clock::now();
+        }
+    } else {
+        partialSince_ = Clock::time_point{};
+    }
+}
+
+bool Connection::Send(OutMessagePtr message, bool dropWhenFull) {
+    std::unique_lock<std::mutex> lock(sendMutex_);
+    if (closed_ || closeAfterWrite_) {
+        return false;
+    }
+    if (queuedBytes_ + message->size > core_.options.maxSendQueueBytes && !queue_.empty()) {
+        const std::size_t queued = queuedBytes_;
+        lock.unlock();
+        core_.log->LogWarn("SomeipDriver_SendQueueFull", LogLimitConfig{})
+            << "[SomeipDriver][Send queue full, "
+            << (dropWhenFull ? "connection dropped" : "message dropped")
+            << "][peer=" << ToString(remote_) << ", queued=" << queued << "]";
+        if (dropWhenFull) {
+            Close("send queue full");
+        }
+        return false;
+    }
+    if (queue_.empty()) {
+        lastWriteProgress_ = Clock::now();
+    }
+    queuedBytes_ += message->size;
+    queue_.push_back(std::move(message));
+    if (started_ && !writing_) {
+        WriteLocked();
+    }
+    return true;
+}
+
+bool Connection::TrySendDirect(const OutMessagePtr& message) {
+    std::unique_lock<std::mutex> lock(sendMutex_);
+    if (closed_ || !started_ || closeAfterWrite_ || writing_ || !queue_.empty()) {
+        return false;
+    }
+    const ssize_t sent = ::send(socket_.native_handle(), message->data.get(), message->size,
+                                MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (sent == static_cast<ssize_t>(message->size)) {
+        return true;
+    }
+    if (sent < 0 && errno != EAGAIN && errno != EWOULDBLOCK) {
+        return false;  // the I/O thread sees the error too and closes
+    }
+    // The socket took part of it: the rest goes out from the I/O thread, before anything else.
+    auto rest = std::make_shared<OutMessage>();
+    const std::size_t done = sent > 0 ? static_cast<std::size_t>(sent) : 0;
+    rest->size = message->size - done;
+    rest->data.reset(new unsigned char[rest->size]);
+    std::memcpy(rest->data.get(), message->data.get() + done, rest->size);
+    queue_.push_back(std::move(rest));
+    queuedBytes_ += message->size - done;
+    lastWriteProgress_ = Clock::now();
+    writing_ = true;  // reserved for the I/O thread: no other direct send overtakes the rest
+    lock.unlock();
+    auto self = shared_from_this();
+    return core_.Post([self] {
+        std::lock_guard<std::mutex> relock(self->sendMutex_);
+        self->writing_ = false;
+        if (!self->closed_ && !self->queue_.empty()) {
+            self->WriteLocked();
+        }
+    });
+}
+
+void Connection::WriteLocked() {
+    writing_ = true;
+    // Everything queued goes in one gathered write; asio tries it at once before waiting.
+    std::vector<asio::const_buffer> buffers;
+    const std::size_t batch = std::min<std::size_t>(queue_.size(), 64);
+    buffers.reserve(batch);
+    for (std::size_t i = 0; i < batch; ++i) {
+        buffers.emplace_back(queue_[i]->data.get(), queue_[i]->size);
+    }
+    auto self = shared_from_this();
+    asio::async_write(socket_, buffers,
+                      [this, self, batch](const asio::error_code& error, std::size_t /*count*/) {
+                          std::unique_lock<std::mutex> lock(sendMutex_);
+                          writing_ = false;
+                          if (closed_) {
+                              return;
+                          }
+                          if (error) {
+                              lock.unlock();
+                              Close(error.message());
+                              return;
+                          }
+                          for (std::size_t i = 0; i < batch; ++i) {
+                              queuedBytes_ -= queue_.front()->size;
+                              queue_.pop_front();
+                          }
+                          lastWriteProgress_ = Clock::now();
+                          if (!queue_.empty()) {
+                              WriteLocked();
+                          } else if (closeAfterWrite_) {
+                              lock.unlock();
+                              Close("closed after error reply");
+                          }
+                      });
+}
+
+void Connection::Close(const ara::core::String& reason) {
+    {
+        std::lock_guard<std::mutex> lock(sendMutex_);
+        if (closed_.exchange(true)) {
+            return;
+        }
+        asio::error_code ignored;
+        socket_.shutdown(tcp::socket::shutdown_both, ignored);
+        socket_.close(ignored);
+        queue_.clear();
+        queuedBytes_ = 0;
+    }
+    OnClosed(reason);
+}
+
+void Connection::CloseAfterSending() {
+    {
+        std::lock_guard<std::mutex> lock(sendMutex_);
+        closeAfterWrite_ = true;
+        if (writing_ || !queue_.empty()) {
+            return;
+        }
+    }
+    Close("closed after error reply");
+}
+
+void Connection::CheckTimeouts(Clock::time_point now) {
+    if (closed_) {
+        return;
+    }
+    if (partialSince_ != Clock::time_point{} &&
+        now - partialSince_ > core_.options.partialMessageTimeout) {
+        core_.log->LogWarn("SomeipDriver_PartialTimeout", LogLimitConfig{})
+            << "[SomeipDriver][Connection closed: incomplete message timed out][peer="
+            << ToString(remote_) << ", buffered=" << framer_.Buffered() << "]";
+        Close("incomplete message timed out");
+        return;
+    }
+    std::size_t stalled = 0;
+    {
+        std::lock_guard<std::mutex> lock(sendMutex_);
+        if (!queue_.empty() && now - lastWriteProgress_ > core_.options.sendStallTimeout) {
+            stalled = queuedBytes_;
+        }
+    }
+    if (stalled > 0) {
+        core_.log->LogWarn("SomeipDriver_SendStalled", LogLimitConfig{})
+            << "[SomeipDriver][Connection closed: peer does not read][peer=" << ToString(remote_)
+            << ", queued=" << stalled << "]";
+        Close("peer does not read");
+    }
+}
+
+// ---- Core ----
+
+namespace {
+
+std::atomic<std::uint32_t> driverCounter{0};
+
+std::uint16_t MakeClientId(std::uint16_t configured) {
+    if (configured != 0 && configured != 0xFFFF) {
+        return configured;
+    }
+    // The process id spreads processes; the counter separates drivers of one process.
+    const std::uint32_t mixed = static_cast<std::uint32_t>(::getpid()) * 16U + driverCounter++;
+    return static_cast<std::uint16_t>(mixed % 0xFFFEU + 1U);
+}
+
+}  // namespace
+
+SomeipDriver::Core::Core(SomeipDriverOptions opts)
+    : options(std::move(opts)),
+      log(Log::GetLog("CM")),
+      clientId(MakeClientId(options.clientId)),
+      random_(static_cast<std::uint32_t>(::getpid()) ^
+              static_cast<std::uint32_t>(Clock::now().time_since_epoch().count())) {}
+
+SomeipDriver::Core::~Core() {
+    Stop();
+}
+
+void SomeipDriver::Core::Start() {
+    tickTimer_ = std::make_unique<asio::steady_timer>(io);
+    workGuard_.emplace(asio::make_work_guard(io));
+    ScheduleTick();
+    std::promise<void> started;
+    auto ready = started.get_future();
+    thread_ = std::thread([this, &started] {
+        pthread_setname_np(pthread_self(), "someip_io");
+        ioThreadId_ = std::this_thread::get_id();
+        started.set_value();
+        io.run();
+    });
+    ready.wait();
+}
+
+bool SomeipDriver::Core::Post(std::function<void()> fn) {
+    std::lock_guard<std::mutex> lock(postMutex_);
+    if (stopped_) {
+        return false;
+    }
+    asio::post(io, std::move(fn));
+    return true;
+}
+
+std::uint16_t SomeipDriver::Core::NextSessionId() noexcept {
+    std::uint16_t current = session_.load();
+    std::uint16_t next = 0;
+    do {
+        next = current == 0xFFFF ? 1 : static_cast<std::uint16_t>(current + 1);
+    } while (!session_.compare_exchange_weak(current, next));
+    return next;
+}
+
+void SomeipDriver::Core::ScheduleTick() {
+    tickTimer_->expires_after(options.tick);
+    tickTimer_->async_wait([this](const asio::error_code& error) {
+        if (!error && !stopped_) {
+            Tick();
+            ScheduleTick();
+        }
+    });
+}
+
+void SomeipDriver::Core::Tick() {
+    const auto now = Clock::now();
+    TickServer(now);
+    TickClient(now);
+}
+
+void SomeipDriver::Core::Stop() {
+    std::lock_guard<std::mutex> stopLock(stopMutex_);
+    if (!thread_.joinable()) {
+        return;
+    }
+    {
+        // From here on nothing new is posted; what was posted before runs first.
+        std::lock_guard<std::mutex> lock(postMutex_);
+        stopped_ = true;
+    }
+    std::promise<void> closed;
+    asio::post(io, [this, &closed] {
+        CloseAll();
+        closed.set_value();
+    });
+    closed.get_future().wait();
+    // With every socket closed and the tick cancelled, run() returns once the last handlers
+    // (aborted operations) have run.
+    workGuard_.reset();
+    thread_.join();
+    remotes_.clear();
+    services_.clear();
+    endpoints_.clear();
+    serverSd_.clear();
+    clientSd_.reset();
+    clientUdp_.reset();
+    tickTimer_.reset();
+}
+
+void SomeipDriver::Core::CloseAll() {
+    tickTimer_->cancel();
+    for (auto& [key, service] : services_) {
+        if (service->offered) {
+            SendOffer(*service, nullptr, true);
+            service->offered = false;
+        }
+        service->subscribers.clear();
+    }
+    StopClient();
+    for (auto& [key, endpoint] : endpoints_) {
+        endpoint->Close();
+    }
+    for (auto& [key, sd] : serverSd_) {
+        sd->Close();
+    }
+}
+
+// ---- The driver ----
+
+SomeipDriver::SomeipDriver(SomeipDriverOptions options)
+    : core_(std::make_shared<Core>(std::move(options))) {
+    core_->Start();
+}
+
+SomeipDriver::~SomeipDriver() {
+    core_->Stop();
+}
+
+std::uint16_t SomeipDriver::ClientId() const noexcept {
+    return core_->clientId;
+}
+
+namespace {
+
+bool ParseInstance(const ara::core::String& text, std::uint16_t& out) {
+    if (text.empty() || text.size() > 5) {
+        return false;
+    }
+    std::uint32_t value = 0;
+    for (const char c : text) {
+        if (c < '0' || c > '9') {
+            return false;
+        }
+        value = value * 10 + static_cast<std::uint32_t>(c - '0');
+    }
+    if (value > 0xFFFF) {
+        return false;
+    }
+    out = static_cast<std::uint16_t>(value);
+    return true;
+}
+
+}  // namespace
+
+std::shared_ptr<vcc::driver::MethodHandler> SomeipDriver::CreateMethodHandler(
+    const types::MethodInfo& info) {
+    auto core = core_;
+    return core_->RunOnIo<std::shared_ptr<vcc::driver::MethodHandler>>(
+        [core, &info]() -> std::shared_ptr<vcc::driver::MethodHandler> {
+            ara::core::String error;
+            auto service = core->ServiceFor(info.someip, error);
+            if (service == nullptr) {
+                core->log->LogError()
+                    << "[SomeipDriver][Create method handler failed][service="
+                    << info.someip.serviceId << ", method=" << info.someip.memberId << "][" << error
+                    << "]";
+                return nullptr;
+            }
+            auto handler =
+                std::make_shared<SomeipMethodHandler>(core, service, info.someip.memberId);
+            service->methods[info.someip.memberId] = handler;
+            return handler;
+        });
+}
+
+std::shared_ptr<vcc::driver::EventHandler> SomeipDriver::CreateEventHandler(
+    const types::EventInfo& info) {
+    auto core = core_;
+    return core_->RunOnIo<std::shared_ptr<vcc::driver::EventHandler>>(
+        [core, &info]() -> std::shared_ptr<vcc::driver::EventHandler> {
+            ara::core::String error;
+            if ((info.someip.memberId & kEventBit) == 0 || info.someip.memberId == 0xFFFF) {
+                error = "event id without bit 15";
+            }
+            auto service = error.empty() ? core->ServiceFor(info.someip, error) : nullptr;
+            if (service == nullptr) {
+                core->log->LogError() << "[SomeipDriver][Create event handler failed][service="
+                                      << info.someip.serviceId << ", event=" << info.someip.memberId
+                                      << "][" << error << "]";
+                return nullptr;
+            }
+            service->events[info.someip.memberId] = info.someip.eventgroupId;
+            service->subscribers[info.someip.eventgroupId];
+            return std::make_shared<SomeipEventHandler>(core, service, info.someip.memberId,
+                                                        info.someip.eventgroupId);
+        });
+}
+
+bool SomeipDriver::OfferService(std::uint16_t serviceId, const ara::core::String& instanceId) {
+    std::uint16_t instance = 0;
+    if (!ParseInstance(instanceId, instance)) {
+        core_->log->LogError()
+            << "[SomeipDriver][Offer failed: instance id is not a number][service=" << serviceId
+            << ", instance=" << instanceId << "]";
+        return false;
+    }
+    auto core = core_;
+    return core_->RunOnIo<bool>(
+        [core, serviceId, instance] { return core->Offer(serviceId, instance); });
+}
+
+void SomeipDriver::StopOfferService(std::uint16_t serviceId, const ara::core::String& instanceId) {
+    std::uint16_t instance = 0;
+    if (!ParseInstance(instanceId, instance)) {
+        return;
+    }
+    auto core = core_;
+    core_->RunOnIo<bool>([core, serviceId, instance] {
+        core->StopOffer(serviceId, instance);
+        return true;
+    });
+}
+
+std::shared_ptr<vcc::driver::MethodClient> SomeipDriver::CreateMethodClient(
+    const types::MethodInfo& info) {
+    auto core = core_;
+    auto remote = core_->RunOnIo<std::shared_ptr<RemoteService>>(
+        [core, &info] { return core->Remote(info.someip); });
+    if (remote == nullptr) {
+        return nullptr;
+    }
+    return std::make_shared<SomeipMethodClient>(core_, remote, info.someip.memberId,
+                                                info.someip.udp);
+}
+
+std::shared_ptr<vcc::driver::EventClient> SomeipDriver::CreateEventClient(
+    const types::EventInfo& info) {
+    auto core = core_;
+    auto remote = core_->RunOnIo<std::shared_ptr<RemoteService>>(
+        [core, &info] { return core->Remote(info.someip); });
+    if (remote == nullptr) {
+        return nullptr;
+    }
+    return std::make_shared<SomeipEventClient>(core_, remote, info.someip.memberId,
+                                               info.someip.eventgroupId, info.someip.udp);
+}
+
+}  // namespace lumo::driver::someip

@@ -1,0 +1,251 @@
+// The driver's client against its own server, two driver objects in one process as two
+// processes would be.
+
+#include <gtest/gtest.h>
+
+#include <future>
+#include <thread>
+
+#include "tests/support/memory_log.h"
+#include "tests/unit/someip/someip_test_server.h"
+
+namespace wardend::test::someip {
+namespace {
+
+using lumo::driver::someip::SomeipDriver;
+using lumo::vcc::driver::CallStatus;
+using lumo::vcc::driver::MethodReply;
+using namespace std::chrono_literals;
+
+struct Reply {
+    CallStatus status{CallStatus::kTimeout};
+    bool isErrorReply{false};
+    Bytes payload;
+    std::string reason;
+};
+
+Reply CallAndWait(lumo::vcc::driver::MethodClient& client, const Bytes& payload,
+                  std::chrono::milliseconds timeout = 2s) {
+    std::promise<Reply> promise;
+    auto future = promise.get_future();
+    client.Call(payload.data(), payload.size(), timeout, [&promise](const MethodReply& reply) {
+        promise.set_value({reply.status, reply.isErrorReply,
+                           Bytes(reply.payload, reply.payload + reply.size), reply.reason});
+    });
+    return future.get();
+}
+
+Bytes Text(const std::string& text) {
+    return Bytes(text.begin(), text.end());
+}
+
+// Collects samples; waits for them with a timeout.
+class Samples {
+public:
+    lumo::vcc::driver::SampleHandler Handler() {
+        return [this](const unsigned char* payload, std::uint64_t size) {
+            std::lock_guard<std::mutex> lock(mutex_);
+            samples_.emplace_back(payload, payload + size);
+            changed_.notify_all();
+        };
+    }
+    bool WaitFor(const Bytes& sample, std::chrono::milliseconds timeout = 5s) {
+        std::unique_lock<std::mutex> lock(mutex_);
+        return changed_.wait_for(lock, timeout, [&] {
+            return std::find(samples_.begin(), samples_.end(), sample) != samples_.end();
+        });
+    }
+    std::size_t Count() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return samples_.size();
+    }
+
+private:
+    std::mutex mutex_;  // guards samples_
+    std::condition_variable changed_;
+    std::vector<Bytes> samples_;
+};
+
+bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout = 5s) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (std::chrono::steady_clock::now() < deadline) {
+        if (condition()) {
+            return true;
+        }
+        std::this_thread::sleep_for(5ms);
+    }
+    return condition();
+}
+
+class SomeipClientTest : public MemoryLogTest {
+protected:
+    void SetUp() override {
+        MemoryLogTest::SetUp();
+        server_ = std::make_unique<TestServer>();
+        ASSERT_NE(server_->method, nullptr);
+        client_ = std::make_unique<SomeipDriver>(QuickOptions());
+    }
+    void TearDown() override {
+        client_.reset();
+        server_.reset();
+        MemoryLogTest::TearDown();
+    }
+    std::shared_ptr<lumo::vcc::driver::MethodClient> MethodClient(std::uint16_t method = kMethod,
+                                                                  bool udp = false) {
+        auto info = MethodOn(kService, method, 0, server_->sdPort);
+        info.someip.udp = udp;
+        return client_->CreateMethodClient(info);
+    }
+    std::shared_ptr<lumo::vcc::driver::EventClient> EventClient(bool udp) {
+        auto info = EventOn(kService, kEvent, kEventgroup, 0, server_->sdPort);
+        info.someip.udp = udp;
+        return client_->CreateEventClient(info);
+    }
+
+    std::unique_ptr<TestServer> server_;
+    std::unique_ptr<SomeipDriver> client_;
+};
+
+TEST_F(SomeipClientTest, CallsOverTcpAndUdpWithSessionsCountingFromOne) {
+    auto tcp = MethodClient();
+    auto udp = MethodClient(kMethod, true);
+    ASSERT_TRUE(tcp->WaitForService(5s));
+    for (auto* client : {tcp.get(), udp.get(), tcp.get()}) {
+        const Reply reply = CallAndWait(*client, {1, 2, 3, 4});
+        EXPECT_EQ(reply.status, CallStatus::kOk) << reply.reason;
+        EXPECT_FALSE(reply.isErrorReply);
+        EXPECT_EQ(reply.payload, Text("ok4"));
+    }
+    const auto seen = server_->Requests();
+    ASSERT_EQ(seen.size(), 3U);
+    for (std::size_t i = 0; i < seen.size(); ++i) {
+        EXPECT_EQ(seen[i].uuid.low, i + 1);
+        EXPECT_EQ(seen[i].uuid.high & 0xFFFFU, client_->ClientId());
+    }
+    EXPECT_EQ(tcp->GetSerializeType(), 2);
+}
+
+TEST_F(SomeipClientTest, ReplyKindsReachTheHandler) {
+    auto client = MethodClient();
+    auto unknown = MethodClient(0x0055);
+    Reply error = CallAndWait(*client, {'E'});
+    EXPECT_EQ(error.status, CallStatus::kOk);
+    EXPECT_TRUE(error.isErrorReply);
+    EXPECT_EQ(error.payload, ErrorReplyPayload());
+
+    Reply refused = CallAndWait(*unknown, {});
+    EXPECT_EQ(refused.status, CallStatus::kRefused);
+    EXPECT_EQ(refused.reason, "E_UNKNOWN_METHOD");
+
+    Reply timeout = CallAndWait(*client, {'N'}, 100ms);
+    EXPECT_EQ(timeout.status, CallStatus::kTimeout);
+
+    auto udp = MethodClient(kMethod, true);
+    Reply tooLarge = CallAndWait(*udp, BigReplyRequest(3000));
+    EXPECT_EQ(tooLarge.status, CallStatus::kRefused);
+    EXPECT_EQ(tooLarge.reason, "E_NOT_OK");
+
+    Reply big = CallAndWait(*udp, Bytes(2000, 1));
+    EXPECT_EQ(big.status, CallStatus::kRefused);
+    EXPECT_NE(big.reason.find("exceeds the maximum of 1400"), std::string::npos) << big.reason;
+}
+
+TEST_F(SomeipClientTest, AServiceNobodyOffersIsNotReachable) {
+    auto info = MethodOn(0x7777, 1, 0, server_->sdPort);
+    auto client = client_->CreateMethodClient(info);
+    EXPECT_FALSE(client->WaitForService(100ms));
+    const Reply reply = CallAndWait(*client, {}, 150ms);
+    EXPECT_EQ(reply.status, CallStatus::kNotReachable);
+    EXPECT_FALSE(reply.reason.empty());
+    EXPECT_FALSE(client->CallNoReturn(nullptr, 0));
+}
+
+TEST_F(SomeipClientTest, CallNoReturnReachesTheServerWithoutAnswer) {
+    auto client = MethodClient();
+    ASSERT_TRUE(client->WaitForService(5s));
+    const Bytes payload = {'x'};
+    ASSERT_TRUE(client->CallNoReturn(payload.data(), payload.size()));
+    ASSERT_TRUE(server_->WaitRequests(1));
+    EXPECT_EQ(CallAndWait(*client, {}).status, CallStatus::kOk);  // the stream is still in step
+}
+
+TEST_F(SomeipClientTest, SubscribersOverTcpAndUdpGetEventsUntilTheyUnsubscribe) {
+    auto tcp = EventClient(false);
+    auto udp = EventClient(true);
+    Samples tcpSamples;
+    Samples udpSamples;
+    ASSERT_TRUE(tcp->Subscribe(tcpSamples.Handler()));
+    ASSERT_TRUE(udp->Subscribe(udpSamples.Handler()));
+    ASSERT_TRUE(WaitUntil([&] { return tcp->IsSubscribed() && udp->IsSubscribed(); }));
+    ASSERT_TRUE(server_->SendEvent({7, 7}));
+    EXPECT_TRUE(tcpSamples.WaitFor({7, 7}));
+    EXPECT_TRUE(udpSamples.WaitFor({7, 7}));
+    EXPECT_EQ(tcpSamples.Count(), 1U);  // each on its own transport only
+
+    udp->Unsubscribe();
+    EXPECT_FALSE(udp->IsSubscribed());
+    ASSERT_TRUE(server_->SendEvent({8}));
+    EXPECT_TRUE(tcpSamples.WaitFor({8}));
+    EXPECT_EQ(udpSamples.Count(), 1U);
+}
+
+TEST_F(SomeipClientTest, SubscriptionIsRenewedBeforeItsTtlRunsOut) {
+    auto options = QuickOptions();
+    options.subscribeTtlSeconds = 1;
+    client_ = std::make_unique<SomeipDriver>(options);
+    auto events = EventClient(true);
+    Samples samples;
+    ASSERT_TRUE(events->Subscribe(samples.Handler()));
+    ASSERT_TRUE(WaitUntil([&] { return events->IsSubscribed(); }));
+    // Well past the TTL the server still sends to us.
+    const auto until = std::chrono::steady_clock::now() + 2500ms;
+    std::uint8_t n = 0;
+    while (std::chrono::steady_clock::now() < until) {
+        ASSERT_TRUE(server_->SendEvent({n}));
+        ASSERT_TRUE(samples.WaitFor({n}, 1s)) << "sample " << int{n};
+        ++n;
+        std::this_thread::sleep_for(100ms);
+    }
+}
+
+TEST_F(SomeipClientTest, AfterTheServerRestartsCallsAndSubscriptionsComeBackByThemselves) {
+    auto client = MethodClient();
+    auto events = EventClient(false);
+    Samples samples;
+    ASSERT_TRUE(events->Subscribe(samples.Handler()));
+    ASSERT_EQ(CallAndWait(*client, {}).status, CallStatus::kOk);
+    ASSERT_TRUE(WaitUntil([&] { return events->IsSubscribed(); }));
+
+    const std::uint16_t port = server_->port;
+    const std::uint16_t sdPort = server_->sdPort;
+    server_.reset();
+    EXPECT_TRUE(WaitUntil([&] { return !events->IsSubscribed(); }));
+    server_ = std::make_unique<TestServer>(QuickOptions(), port, sdPort);
+    ASSERT_NE(server_->method, nullptr);
+
+    EXPECT_TRUE(
+        WaitUntil([&] { return CallAndWait(*client, {}, 200ms).status == CallStatus::kOk; }));
+    ASSERT_TRUE(WaitUntil([&] { return events->IsSubscribed(); }));
+    ASSERT_TRUE(server_->SendEvent({3}));
+    EXPECT_TRUE(samples.WaitFor({3}));
+}
+
+TEST_F(SomeipClientTest, PendingCallsEndWhenTheConnectionCloses) {
+    auto client = MethodClient();
+    ASSERT_TRUE(client->WaitForService(5s));
+    std::promise<Reply> promise;
+    auto future = promise.get_future();
+    const Bytes silent = {'N'};
+    client->Call(silent.data(), silent.size(), 10s, [&promise](const MethodReply& reply) {
+        promise.set_value({reply.status, false, {}, reply.reason});
+    });
+    ASSERT_TRUE(server_->WaitRequests(1));
+    server_.reset();
+    ASSERT_EQ(future.wait_for(5s), std::future_status::ready);
+    const Reply reply = future.get();
+    EXPECT_EQ(reply.status, CallStatus::kNotReachable);
+    EXPECT_NE(reply.reason.find("connection to 127.0.0.1:"), std::string::npos) << reply.reason;
+}
+
+}  // namespace
+}  // namespace wardend::test::someip
