@@ -1,6 +1,9 @@
 #ifndef REGISTRY_EVENT_INFO_MANAGE_H
 #define REGISTRY_EVENT_INFO_MANAGE_H
 
+// Calls the node registry, whose node query calls back in: a cycle by design, see
+// registry/node_info_manage.h.
+
 #include <cstdint>
 #include <functional>
 #include <map>

@@ -1,6 +1,9 @@
 #ifndef REGISTRY_METHOD_INFO_MANAGE_H
 #define REGISTRY_METHOD_INFO_MANAGE_H
 
+// Calls the node registry, whose node query calls back in: a cycle by design, see
+// registry/node_info_manage.h.
+
 #include <cstdint>
 #include <map>
 #include <mutex>

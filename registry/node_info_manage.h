@@ -1,6 +1,9 @@
 #ifndef REGISTRY_NODE_INFO_MANAGE_H
 #define REGISTRY_NODE_INFO_MANAGE_H
 
+// A cycle by design: the event and method registries update this one on registration, and
+// QueryNodeInfo (registry/node_query.cpp) asks them for a node's lists.
+
 #include <cstdint>
 #include <map>
 #include <mutex>

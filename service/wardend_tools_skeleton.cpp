@@ -70,12 +70,11 @@ ara::core::Future<WardendToolsSkeleton::QueryEventInfoOutput> WardendToolsSkelet
 
 ara::core::Future<WardendToolsSkeleton::QueryEventShowOutput> WardendToolsSkeleton::QueryEventShow(
     const String& eventType) {
-    std::vector<String> show = MsgFileStore::GetInstance().QueryEventType(eventType);
-    show.resize(3);
+    EventShow show = MsgFileStore::GetInstance().QueryEventType(eventType);
     QueryEventShowOutput output;
-    output.dataTypeDescription = std::move(show[0]);
-    output.pubApp = std::move(show[1]);
-    output.pubState = std::move(show[2]);
+    output.dataTypeDescription = std::move(show.dataType);
+    output.pubApp = std::move(show.pubApp);
+    output.pubState = std::move(show.pubState);
     LogInfo() << "Wardend query event show finished";
     return Ready(std::move(output));
 }

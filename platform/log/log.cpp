@@ -123,6 +123,21 @@ private:
     std::map<String, LimitState> limits_;
 };
 
+// The sink bits of the names listed in vesk.json; an unknown name selects nothing.
+std::uint8_t SinkMode(const std::vector<String>& names) {
+    std::uint8_t mode = 0;
+    for (const String& name : names) {
+        if (name == "console") {
+            mode |= kModeConsole;
+        } else if (name == "file") {
+            mode |= kModeFile;
+        } else if (name == "dlt") {
+            mode |= kModeDlt;
+        }
+    }
+    return mode;
+}
+
 }  // namespace
 
 const char* LogLevelName(LogLevel level) noexcept {
@@ -217,7 +232,9 @@ void Log::InitLogging(const String& appId, const String& description, std::uint8
     String filePath = path;
     if (const auto config = veskConfigParser::VeskConfigParser().GetLogConfig()) {
         level = config->level.value_or(level);
-        mode = config->mode.value_or(mode);
+        if (config->sinks) {
+            mode = SinkMode(*config->sinks);
+        }
         filePath = config->filePath.value_or(filePath);
     }
     if (level > static_cast<std::uint8_t>(LogLevel::kVerbose)) {

@@ -106,7 +106,7 @@ TEST_F(DataTypeQueryTest, EventShowGivesTypePublisherAndState) {
     store_->LoadDataType("ShowType");
     auto& events = EventInfoManage::GetInstance();
     ASSERT_TRUE(events.RegisterEventInfo(Event("show/on", "pubApp", "ShowType"), true));
-    EXPECT_EQ(store_->QueryEventType("show/on"), (Texts{Struct("ShowTarget", {}), "pubApp", "ON"}));
+    EXPECT_EQ(store_->QueryEventType("show/on"), (EventShow{Struct("ShowTarget", {}), "pubApp", "ON"}));
     EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend query event type"));
 
     // A publisher gone offline keeps its name; the subscriber keeps the record listed.
@@ -114,10 +114,10 @@ TEST_F(DataTypeQueryTest, EventShowGivesTypePublisherAndState) {
     ASSERT_TRUE(events.RegisterEventInfo(Event("show/off", "subApp", "ShowType"), false));
     ASSERT_TRUE(events.UnregisterEventInfo(Event("show/off", "pubApp", "ShowType"), true));
     EXPECT_EQ(store_->QueryEventType("show/off"),
-              (Texts{Struct("ShowTarget", {}), "pubApp", "OFF"}));
+              (EventShow{Struct("ShowTarget", {}), "pubApp", "OFF"}));
 
     ClearLog();
-    EXPECT_EQ(store_->QueryEventType("show/unknown"), (Texts{"", "", ""}));
+    EXPECT_EQ(store_->QueryEventType("show/unknown"), EventShow{});
     EXPECT_TRUE(Logged(LogLevel::kWarn, "Wardend can't find data type message ")) << LogDump();
 }
 

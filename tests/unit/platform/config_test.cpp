@@ -49,13 +49,12 @@ TEST(VeskConfigParserTest, LogSectionGivesLevelSinksAndFile) {
     const auto config = parser.GetLogConfig();
     ASSERT_TRUE(config.has_value());
     EXPECT_EQ(config->level, 5);
-    using namespace ara::tessel::common::log;
-    EXPECT_EQ(config->mode, kModeConsole | kModeDlt);
+    EXPECT_EQ(config->sinks, (std::vector<std::string>{"console", "dlt"}));
     EXPECT_EQ(config->filePath, "/x.log");
 
     const VeskConfigParser named(dir.WriteFile("named.json", R"({"Log": {"level": "verbose"}})"));
     EXPECT_EQ(named.GetLogConfig()->level, 6);
-    EXPECT_FALSE(named.GetLogConfig()->mode.has_value());
+    EXPECT_FALSE(named.GetLogConfig()->sinks.has_value());
 }
 
 TEST(VeskConfigParserTest, TheEnvironmentVariableChoosesTheFile) {

@@ -15,7 +15,7 @@ using wardend::test::Event;
 using wardend::test::EventShape;
 using wardend::test::LogLevel;
 
-constexpr auto kMode1 = static_cast<LatencyMode>(1);
+constexpr auto kMode1 = LatencyMode::kOn;
 constexpr auto kMode2 = static_cast<LatencyMode>(2);
 
 class EventLatencyManageTest : public wardend::test::RegistryTest {
