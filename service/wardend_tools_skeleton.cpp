@@ -147,7 +147,7 @@ WardendToolsSkeleton::SwitchLatencyMode(const LatencySwitch& latencySwitch) {
     SwitchLatencyModeOutput output;
     output.result = static_cast<std::uint16_t>(
         EventLatencyManage::GetInstance().SwitchLatencyMode(appSkeleton_, latencySwitch));
-    return Ready(std::move(output));
+    return Ready(output);
 }
 
 }  // namespace vesk::wardend

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <limits>
+#include <utility>
 
 namespace ara::tessel::common::veskConfigParser {
 
@@ -30,7 +31,7 @@ std::optional<std::uint8_t> ParseLevel(const nlohmann::json& value) {
 
 VeskConfigParser::VeskConfigParser() : VeskConfigParser(ConfigPath()) {}
 
-VeskConfigParser::VeskConfigParser(const String& path) : path_(path) {
+VeskConfigParser::VeskConfigParser(String path) : path_(std::move(path)) {
     std::ifstream in(path_);
     if (!in) {
         return;

@@ -42,7 +42,7 @@ public:
     static constexpr const char* kPathVariable = "VESK_CONFIG";
 
     VeskConfigParser();
-    explicit VeskConfigParser(const String& path);
+    explicit VeskConfigParser(String path);
 
     static String ConfigPath();
 

@@ -1,7 +1,7 @@
 #include "platform/log/log.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
+#include <cstdlib>
 
 #include <fstream>
 #include <sstream>

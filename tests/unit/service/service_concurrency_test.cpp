@@ -40,8 +40,8 @@ TEST_F(ServiceConcurrencyTest, RegistrationsAndQueriesRunTogether) {
                     sub.eventInfo.isRegister = false;
                     (void)Register(sub);
                 }
-                AppRegisterInfo latency = LatencyRegistration(app, static_cast<std::uint8_t>(i % 2),
-                                                              service, event + "Topic");
+                AppRegisterInfo latency = LatencyRegistration(
+                    app, static_cast<LatencyInfoKind>(i % 2), service, event + "Topic");
                 latency.latencyInfo.status.isPub = true;
                 (void)Register(latency);
             }
@@ -58,8 +58,9 @@ TEST_F(ServiceConcurrencyTest, RegistrationsAndQueriesRunTogether) {
                 (void)tools_->QueryMethodType("ConcMethod1").get();
                 (void)tools_->QueryAllDataType().get();
                 (void)tools_
-                    ->QueryLatencyStatus(
-                        LatencyRegistration("", 0, 0x6001, "ConcEvent0_1Topic").latencyInfo.index)
+                    ->QueryLatencyStatus(LatencyRegistration("", LatencyInfoKind::kAcknowledge,
+                                                             0x6001, "ConcEvent0_1Topic")
+                                             .latencyInfo.index)
                     .get();
                 ++queries;
             }
