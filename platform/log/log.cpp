@@ -123,21 +123,6 @@ private:
     std::map<String, LimitState> limits_;
 };
 
-// The sink bits of the names listed in vesk.json; an unknown name selects nothing.
-std::uint8_t SinkMode(const std::vector<String>& names) {
-    std::uint8_t mode = 0;
-    for (const String& name : names) {
-        if (name == "console") {
-            mode |= kModeConsole;
-        } else if (name == "file") {
-            mode |= kModeFile;
-        } else if (name == "dlt") {
-            mode |= kModeDlt;
-        }
-    }
-    return mode;
-}
-
 }  // namespace
 
 const char* LogLevelName(LogLevel level) noexcept {
@@ -225,6 +210,20 @@ void LogStream::Flush() {
     }
     enabled_ = false;
     log_->Emit(level_, tag_, limit_, buffer_.str());
+}
+
+std::uint8_t SinkMode(const std::vector<String>& names) {
+    std::uint8_t mode = 0;
+    for (const String& name : names) {
+        if (name == "console") {
+            mode |= kModeConsole;
+        } else if (name == "file") {
+            mode |= kModeFile;
+        } else if (name == "dlt") {
+            mode |= kModeDlt;
+        }
+    }
+    return mode;
 }
 
 void Log::InitLogging(const String& appId, const String& description, std::uint8_t level,

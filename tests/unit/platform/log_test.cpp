@@ -89,6 +89,13 @@ TEST(LogFormatTest, ConsoleLinesCarryAppContextLevelAndText) {
     EXPECT_NE(line.find(" WRDN CM [warn] some text"), std::string::npos) << line;
 }
 
+TEST(LogSinkModeTest, SinkNamesSelectTheirBitsAndUnknownNamesNothing) {
+    using namespace ara::tessel::common::log;  // NOLINT(google-build-using-namespace): the bits
+    EXPECT_EQ(SinkMode({"console", "dlt"}), kModeConsole | kModeDlt);
+    EXPECT_EQ(SinkMode({"file", "syslog"}), kModeFile);
+    EXPECT_EQ(SinkMode({}), 0);
+}
+
 // InitLogging reads the "Log" section of vesk.json, which overrides what the program passes.
 TEST_F(LogTest, ConfigurationSelectsLevelAndFileSink) {
     TempDir dir;
