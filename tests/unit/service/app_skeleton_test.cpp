@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "catalogue/msg_file_store.h"
 #include "registry/e2e_info_manage.h"
 #include "registry/field_info_manage.h"
@@ -129,12 +131,10 @@ TEST_F(AppSkeletonTest, NodeRecordsWithE2EEntries) {
     entry.e2eConfig.profile = E2EProfile::kProfile5;
     ASSERT_EQ(Register(NodeRegistration("ghostNode", false, &entry)), 0);
     const auto hasGhost = [] {
-        for (const auto& item : E2EInfoManage::GetInstance()->DdsEntries()) {
-            if (item.first.eventTopicName == "GhostTopic") {
-                return true;
-            }
-        }
-        return false;
+        const auto entries = E2EInfoManage::GetInstance()->DdsEntries();
+        return std::any_of(entries.begin(), entries.end(), [](const auto& item) {
+            return item.first.eventTopicName == "GhostTopic";
+        });
     };
     ASSERT_TRUE(hasGhost());
     EXPECT_EQ(Register(NodeRegistration("ghostNode", false)), 1);

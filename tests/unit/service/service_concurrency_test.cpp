@@ -18,7 +18,9 @@ TEST_F(ServiceConcurrencyTest, RegistrationsAndQueriesRunTogether) {
     constexpr int kWriters = 4;
     constexpr int kRounds = 60;
     std::atomic<bool> writing{true};
+    constexpr int kReaders = 2;
     std::vector<std::thread> threads;
+    threads.reserve(kWriters + kReaders);
     for (int w = 0; w < kWriters; ++w) {
         threads.emplace_back([this, w] {
             const String app = "concApp" + std::to_string(w);
@@ -48,7 +50,7 @@ TEST_F(ServiceConcurrencyTest, RegistrationsAndQueriesRunTogether) {
         });
     }
     std::atomic<int> queries{0};
-    for (int r = 0; r < 2; ++r) {
+    for (int r = 0; r < kReaders; ++r) {
         threads.emplace_back([this, &writing, &queries] {
             while (writing.load()) {
                 (void)tools_->QueryNodeInfo("ALL").get();
