@@ -1,8 +1,7 @@
 #ifndef REGISTRY_EVENT_INFO_MANAGE_H
 #define REGISTRY_EVENT_INFO_MANAGE_H
 
-// Calls the node registry, whose node query calls back in: a cycle by design, see
-// registry/node_info_manage.h.
+// A cycle by design with the node registry, whose node query asks this one back.
 
 #include <cstdint>
 #include <functional>

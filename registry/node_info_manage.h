@@ -1,8 +1,7 @@
 #ifndef REGISTRY_NODE_INFO_MANAGE_H
 #define REGISTRY_NODE_INFO_MANAGE_H
 
-// A cycle by design: the event and method registries update this one on registration, and
-// QueryNodeInfo (registry/node_query.cpp) asks them for a node's lists.
+// A cycle by design: event and method registration update it; its node query asks them back.
 
 #include <cstdint>
 #include <map>
