@@ -27,16 +27,12 @@ String ResolveDataType(const String& name, const std::map<String, String>& msgs)
     }
 }
 
-std::vector<String> GetEventShow(const String& eventType) {
-    std::vector<String> show(3);
+EventShow GetEventShow(const String& eventType) {
     EventInfoWithPubSub found;
     if (!EventInfoManage::GetInstance().QueryEventInfoByType(eventType, found)) {
-        return show;
+        return {};
     }
-    show[0] = found.registerInfo.text;
-    show[1] = found.pubApp;
-    show[2] = found.isOnline ? "ON" : "OFF";
-    return show;
+    return {found.registerInfo.text, found.pubApp, found.isOnline ? "ON" : "OFF"};
 }
 
 MethodTypeNames GetMethodTypeNames(const String& methodName) {
@@ -60,13 +56,13 @@ std::shared_ptr<const std::map<String, String>> MsgFileStore::Snapshot() {
     return SnapshotLocked();
 }
 
-std::vector<String> MsgFileStore::QueryEventType(const String& eventType) {
+EventShow MsgFileStore::QueryEventType(const String& eventType) {
     LogInfo() << "Wardend query event type";
     // Held to the end, across the event registry's lock: dataTypeLock always comes first.
     const std::lock_guard<std::mutex> lock(dataTypeLock);
     const auto msgs = SnapshotLocked();
-    std::vector<String> show = GetEventShow(eventType);
-    show[0] = ResolveDataType(show[0], *msgs);
+    EventShow show = GetEventShow(eventType);
+    show.dataType = ResolveDataType(show.dataType, *msgs);
     return show;
 }
 

@@ -44,9 +44,19 @@ struct MethodTypeDescriptions {
     std::vector<String> replyTypes;
 };
 
-// The publisher side of an event for QueryEventType: its data type name in the catalogue, the
-// publisher's application, and "ON"/"OFF"; three empty strings for an unknown event.
-std::vector<String> GetEventShow(const String& eventType);
+// What QueryEventShow answers of an event; all three empty for an unknown event.
+struct EventShow {
+    String dataType;  // its name in the catalogue; QueryEventType resolves it to the description
+    String pubApp;    // the publisher's application
+    String pubState;  // "ON" or "OFF"
+
+    bool operator==(const EventShow& other) const {
+        return dataType == other.dataType && pubApp == other.pubApp && pubState == other.pubState;
+    }
+};
+
+// The publisher side of an event for QueryEventType.
+EventShow GetEventShow(const String& eventType);
 
 // The data type catalogue: the .msg texts of every type that a registration named, and the
 // list of types each registered root is made of. Loads run on the single reader thread;
@@ -77,7 +87,7 @@ public:
     // Files a domain's description under its decimal id.
     void LoadErrorDomain(const ErrorDomainInfo& domain);
 
-    std::vector<String> QueryEventType(const String& eventType);
+    EventShow QueryEventType(const String& eventType);
     MethodTypeDescriptions QueryMethodType(const String& methodName);
     String QueryDataType(const String& typeName);
     std::map<String, String> QueryAllDataType();

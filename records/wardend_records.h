@@ -305,10 +305,13 @@ struct NodeE2EList {
     WARDEND_RECORD_FIELDS(NodeE2EList, eventE2EInfos)
 };
 
+// What a NodeRegisterInfo carries: the node itself, or (any other value) its E2E entries.
+inline constexpr std::uint16_t kNodeInfoKindNode = 0;
+
 struct NodeRegisterInfo {
     std::int32_t pid{};
     String nodeName;
-    std::uint16_t infoKind{};  // 0: node register or unregister; otherwise E2E entries
+    std::uint16_t infoKind{};  // kNodeInfoKindNode: register or unregister; otherwise E2E entries
     NodeRegisterState registerState;
     NodeE2EList e2eList;
 
@@ -368,8 +371,12 @@ struct LatencyStatus {
     WARDEND_RECORD_FIELDS(LatencyStatus, mode, isPub, isSub)
 };
 
+// What a LatencyAppInfo reports. The field stays a plain byte: any other value arrives from
+// the wire too, and is answered as a failure.
+enum class LatencyInfoKind : std::uint8_t { kAcknowledge = 0, kResult = 1 };
+
 struct LatencyAppInfo {
-    std::uint8_t kind{};  // 0 acknowledges a switch, 1 reports a result
+    std::uint8_t kind{};  // a LatencyInfoKind
     String applicationName;
     LatencyIndex index;
     LatencyStatus status;

@@ -1,47 +1,16 @@
 #include "registry/event_info_manage.h"
 
 #include <algorithm>
-#include <cstdio>
 
 #include "records/wardend_log.h"
 #include "registry/e2e_info_manage.h"
 #include "registry/node_info_manage.h"
+#include "registry/registry_names.h"
 
 namespace vesk::wardend {
 
 namespace {
 
-// The DDS service that never gets a generated short name.
-constexpr std::uint16_t kExemptDdsService = 0xE002;
-
-const char* const kUnnamedDds = "/UnnamedDDSServiceInstance";
-const char* const kUnnamedSomeip = "/UnnamedSOMEIPServiceInstance";
-
-bool IsDds(DriverType driver) {
-    return driver == DriverType::DDS;
-}
-
-String Decimal(unsigned value) {
-    char number[16];
-    std::snprintf(number, sizeof(number), "%d", static_cast<int>(value));
-    return number;
-}
-
-bool StartsWith(const String& text, const char* prefix) {
-    return text.rfind(prefix, 0) == 0;
-}
-
-String UnnamedName(DriverType driver, std::uint16_t serviceId, std::uint16_t instanceId) {
-    return String(IsDds(driver) ? kUnnamedDds : kUnnamedSomeip) + "_" + Decimal(serviceId) + "_" +
-           Decimal(instanceId);
-}
-
-String& ShortName(EventInfo& entry, DriverType driver) {
-    return IsDds(driver) ? entry.dds.instanceShortName : entry.someip.instanceShortName;
-}
-const String& ShortName(const EventInfo& entry, DriverType driver) {
-    return IsDds(driver) ? entry.dds.instanceShortName : entry.someip.instanceShortName;
-}
 std::uint16_t ServiceOf(const EventInfo& entry, DriverType driver) {
     return IsDds(driver) ? entry.dds.serviceId : entry.someip.serviceId;
 }
@@ -88,19 +57,11 @@ String GetInstanceShortName(const EventRegisterInfo& info, DriverType driver) {
         return "/eventMap/is/null";
     }
     const EventInfo& entry = info.eventMap_.begin()->second;
-    const String& name = ShortName(entry, driver);
-    const char* const unnamed = IsDds(driver) ? kUnnamedDds : kUnnamedSomeip;
-    if (StartsWith(name, unnamed)) {
-        return name;
-    }
-    if (!name.empty()) {
-        return name + (IsDds(driver) ? "[DDS]" : "[SOME/IP]");
-    }
-    return UnnamedName(driver, ServiceOf(entry, driver), InstanceOf(entry, driver));
+    return ShownInstanceName(ShortName(entry, driver), driver, ServiceOf(entry, driver),
+                             InstanceOf(entry, driver));
 }
 
-// The publisher-side short name of a record. SOME/IP has no case for an empty name: it gives
-// "[SOME/IP]" alone.
+// The publisher-side short name of a record.
 void GetServiceInstanceInfo(std::set<String>& instances, const EventRecord& record,
                             DriverType driver) {
     const auto& map = record.info.registerInfo.eventMap_;
@@ -109,18 +70,8 @@ void GetServiceInstanceInfo(std::set<String>& instances, const EventRecord& reco
         return;
     }
     const EventInfo& entry = map.begin()->second;
-    const String& name = ShortName(entry, driver);
-    if (!IsDds(driver)) {
-        instances.insert(StartsWith(name, kUnnamedSomeip) ? name : name + "[SOME/IP]");
-        return;
-    }
-    if (StartsWith(name, kUnnamedDds)) {
-        instances.insert(name);
-    } else if (!name.empty()) {
-        instances.insert(name + "[DDS]");
-    } else {
-        instances.insert(UnnamedName(driver, entry.dds.serviceId, entry.dds.instanceId));
-    }
+    AddShownInstance(instances, ShortName(entry, driver), driver, ServiceOf(entry, driver),
+                     InstanceOf(entry, driver));
 }
 
 // The record's own short name from the state of its publisher.

@@ -1,6 +1,8 @@
 #ifndef REGISTRY_EVENT_INFO_MANAGE_H
 #define REGISTRY_EVENT_INFO_MANAGE_H
 
+// A cycle by design with the node registry, whose node query asks this one back.
+
 #include <cstdint>
 #include <functional>
 #include <map>

@@ -39,7 +39,7 @@ struct SomeipLatencyKey {
 };
 
 // The mode reported for a node that has not acknowledged.
-constexpr LatencyMode kUnacknowledgedLatencyMode = static_cast<LatencyMode>(1);
+constexpr LatencyMode kUnacknowledgedLatencyMode = LatencyMode::kOn;
 
 struct LatencyEventStatus {
     String pubName;  // the last publisher that acknowledged; empty at first
@@ -88,9 +88,11 @@ public:
     std::map<String, LatencyResult> QueryLatencyResult(const LatencyQueryInfo& query);
     // Reconciles the status with the event registry, which says who exists.
     LatencyModes QueryLatencyStatus(const LatencyIndex& index);
-    // An application's acknowledgement (kind 0); never creates a status entry.
+    // An application's acknowledgement (LatencyInfoKind::kAcknowledge); never creates a status
+    // entry.
     void UpdateLatencyStatus(const LatencyAppInfo& info);
-    // An application's result (kind 1); keeps at most 3601 samples per application and event.
+    // An application's result (LatencyInfoKind::kResult); keeps at most 3601 samples per
+    // application and event.
     void RecordLatencyResult(const LatencyAppInfo& info);
     // Leaves a handler in the event registry, so that a later registration of the event gets
     // the switch too.

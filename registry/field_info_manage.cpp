@@ -3,21 +3,18 @@
 #include <algorithm>
 
 #include "records/wardend_log.h"
+#include "registry/registry_names.h"
 
 namespace vesk::wardend {
 
 namespace {
-
-bool IsDds(DriverType driver) {
-    return driver == DriverType::DDS;
-}
 
 // Deliberately simpler than the event registry's: no generated name, a missing entry is empty.
 String GetInstanceShortName(const FieldRegisterInfo& info, DriverType driver) {
     const auto drivers = info.drivers;
     const auto it = drivers.find(IsDds(driver) ? DriverType::DDS : DriverType::SOMEIP);
     const String name = it == drivers.end() ? String() : it->second;
-    return name + (IsDds(driver) ? "[DDS]" : "[SOME/IP]");
+    return name + DriverSuffix(driver);
 }
 
 void StoreClient(FieldRecord& record, const FieldRegisterInfo& info, DriverType driver) {

@@ -1,46 +1,14 @@
 #include "registry/method_info_manage.h"
 
 #include <algorithm>
-#include <cstdio>
 
 #include "records/wardend_log.h"
 #include "registry/node_info_manage.h"
+#include "registry/registry_names.h"
 
 namespace vesk::wardend {
 
 namespace {
-
-// The DDS service that never gets a generated short name.
-constexpr std::uint16_t kExemptDdsService = 0xE002;
-
-const char* const kUnnamedDds = "/UnnamedDDSServiceInstance";
-const char* const kUnnamedSomeip = "/UnnamedSOMEIPServiceInstance";
-
-bool IsDds(DriverType driver) {
-    return driver == DriverType::DDS;
-}
-
-String Decimal(unsigned value) {
-    char number[16];
-    std::snprintf(number, sizeof(number), "%d", static_cast<int>(value));
-    return number;
-}
-
-bool StartsWith(const String& text, const char* prefix) {
-    return text.rfind(prefix, 0) == 0;
-}
-
-String UnnamedName(DriverType driver, std::uint16_t serviceId, std::uint16_t instanceId) {
-    return String(IsDds(driver) ? kUnnamedDds : kUnnamedSomeip) + "_" + Decimal(serviceId) + "_" +
-           Decimal(instanceId);
-}
-
-String& ShortName(MethodInfo& entry, DriverType driver) {
-    return IsDds(driver) ? entry.dds.instanceShortName : entry.someip.instanceShortName;
-}
-const String& ShortName(const MethodInfo& entry, DriverType driver) {
-    return IsDds(driver) ? entry.dds.instanceShortName : entry.someip.instanceShortName;
-}
 
 DDSMethodKey MakeKey(const DDSMethodKey& /*tag*/, const MethodRegisterInfo& info,
                      const MethodInfo& entry) {
@@ -72,17 +40,10 @@ String GetInstanceShortName(const MethodRegisterInfo& info, DriverType driver) {
         LogWarn() << "Something is wrong. GetInstanceShortName methodMap_ is null!";
         return "/methodMap_/is/null";
     }
-    const String& name = ShortName(info.methodMap_.begin()->second, driver);
-    if (StartsWith(name, IsDds(driver) ? kUnnamedDds : kUnnamedSomeip)) {
-        return name;
-    }
-    if (!name.empty()) {
-        return name + (IsDds(driver) ? "[DDS]" : "[SOME/IP]");
-    }
-    return UnnamedName(driver, info.serviceId, info.instanceId);
+    return ShownInstanceName(ShortName(info.methodMap_.begin()->second, driver), driver,
+                             info.serviceId, info.instanceId);
 }
 
-// SOME/IP has no case for an empty name: it gives "[SOME/IP]" alone.
 void GetServiceInstanceInfo(std::set<String>& instances, const MethodRecord& record,
                             DriverType driver) {
     const MethodRegisterInfo& info = record.info.registerInfo;
@@ -90,18 +51,8 @@ void GetServiceInstanceInfo(std::set<String>& instances, const MethodRecord& rec
         LogWarn() << "Something is wrong. GetServiceInstanceInfo methodMap_ is null!";
         return;
     }
-    const String& name = ShortName(info.methodMap_.begin()->second, driver);
-    if (!IsDds(driver)) {
-        instances.insert(StartsWith(name, kUnnamedSomeip) ? name : name + "[SOME/IP]");
-        return;
-    }
-    if (StartsWith(name, kUnnamedDds)) {
-        instances.insert(name);
-    } else if (!name.empty()) {
-        instances.insert(name + "[DDS]");
-    } else {
-        instances.insert(UnnamedName(driver, info.serviceId, info.instanceId));
-    }
+    AddShownInstance(instances, ShortName(info.methodMap_.begin()->second, driver), driver,
+                     info.serviceId, info.instanceId);
 }
 
 void StoreClient(MethodRecord& record, const MethodRegisterInfo& own, DriverType driver) {

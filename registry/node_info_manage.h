@@ -1,6 +1,8 @@
 #ifndef REGISTRY_NODE_INFO_MANAGE_H
 #define REGISTRY_NODE_INFO_MANAGE_H
 
+// A cycle by design: event and method registration update it; its node query asks them back.
+
 #include <cstdint>
 #include <map>
 #include <mutex>

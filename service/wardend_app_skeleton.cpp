@@ -136,7 +136,7 @@ std::uint8_t WardendAppSkeleton::RegisterMethodInfo(const MethodRegisterInfo& in
     for (const String& name : info.inputDatatypes) {
         EnqueueTask([name] { MsgFileStore::GetInstance().LoadDataType(name); });
     }
-    if (info.outputSerializeConfig.type == static_cast<SerializationType>(1)) {
+    if (info.outputSerializeConfig.type == SerializationType::kSomeip) {
         EnqueueTask(
             [info] { MsgFileStore::GetInstance().LoadDataType(info.methodOutputDatatype); });
         LogVerbose() << "cm serialize type methodOutputDatatype " << info.methodOutputDatatype;
@@ -168,7 +168,7 @@ std::uint8_t WardendAppSkeleton::RegisterFieldInfo(const FieldRegisterInfo& info
 std::uint8_t WardendAppSkeleton::RegisterNodeInfo(const NodeRegisterInfo& info) const {
     const String nodeName = info.nodeName;
     const std::int32_t pid = info.pid;
-    if (info.infoKind != 0) {
+    if (info.infoKind != kNodeInfoKindNode) {
         E2EInfoManage::GetInstance()->RegisterNodeE2EInfo(info);
         return kSuccess;
     }
@@ -185,11 +185,11 @@ std::uint8_t WardendAppSkeleton::RegisterNodeInfo(const NodeRegisterInfo& info) 
 }
 
 std::uint8_t WardendAppSkeleton::NotifyLatencyInfo(const LatencyAppInfo& info) const {
-    switch (info.kind) {
-        case 1:
+    switch (static_cast<LatencyInfoKind>(info.kind)) {
+        case LatencyInfoKind::kResult:
             EventLatencyManage::GetInstance().RecordLatencyResult(info);
             return kSuccess;
-        case 0:
+        case LatencyInfoKind::kAcknowledge:
             EventLatencyManage::GetInstance().UpdateLatencyStatus(info);
             LogInfo() << "Wardend notify latency mode finished";
             return kSuccess;

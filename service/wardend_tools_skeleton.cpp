@@ -90,12 +90,11 @@ ara::core::Future<WardendToolsSkeleton::QueryEventInfoOutput> WardendToolsSkelet
 
 ara::core::Future<WardendToolsSkeleton::QueryEventShowOutput> WardendToolsSkeleton::QueryEventShow(
     const String& eventType) {
-    std::vector<String> show = MsgFileStore::GetInstance().QueryEventType(eventType);
-    show.resize(3);
+    EventShow show = MsgFileStore::GetInstance().QueryEventType(eventType);
     QueryEventShowOutput output;
-    output.dataTypeDescription = std::move(show[0]);
-    output.pubApp = std::move(show[1]);
-    output.pubState = std::move(show[2]);
+    output.dataTypeDescription = std::move(show.dataType);
+    output.pubApp = std::move(show.pubApp);
+    output.pubState = std::move(show.pubState);
     LogInfo() << "Wardend query event show finished";
     return Ready(std::move(output));
 }
@@ -168,7 +167,7 @@ WardendToolsSkeleton::SwitchLatencyMode(const LatencySwitch& latencySwitch) {
     SwitchLatencyModeOutput output;
     output.result = static_cast<std::uint16_t>(
         EventLatencyManage::GetInstance().SwitchLatencyMode(appSkeleton_, latencySwitch));
-    return Ready(std::move(output));
+    return Ready(output);
 }
 
 }  // namespace vesk::wardend

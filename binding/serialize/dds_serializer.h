@@ -22,6 +22,7 @@
 #include "binding/serialize/read_in_place.h"
 #include "binding/serialize/serialize_log.h"
 #include "binding/serialize/serialize_traits.h"
+#include "platform/compiler/branch_hint.h"
 #include "platform/compiler/force_inline.h"
 #include "platform/core/string.h"
 #include "platform/memory/memcpy_s.h"
@@ -589,7 +590,7 @@ struct FastWalk {
 
     // Content of `bytes` behind a count: false (and the walk failed) when it is not there.
     WARDEND_FORCE_INLINE bool Reserve(std::uint64_t bytes) {
-        if (__builtin_expect(bytes > room, 0)) {
+        if (WARDEND_UNLIKELY(bytes > room)) {
             ok = false;
             return false;
         }

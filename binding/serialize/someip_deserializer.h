@@ -21,6 +21,7 @@
 #include "binding/serialize/serialize_traits.h"
 #include "binding/serialize/someip_common.h"
 #include "binding/serialize/tlv_serialize_helper.h"
+#include "platform/compiler/branch_hint.h"
 #include "platform/compiler/force_inline.h"
 #include "platform/core/string.h"
 
@@ -571,7 +572,7 @@ struct PlainWalk {
     WARDEND_FORCE_INLINE bool TakeLength(std::uint64_t& content) {
         content = Load<std::uint32_t>();
         at += kPlainWidth;
-        if (__builtin_expect(content > room, 0)) {
+        if (WARDEND_UNLIKELY(content > room)) {
             ok = false;
             return false;
         }
@@ -603,7 +604,7 @@ struct PlainWalk {
         if (raw) {
             serialize::detail::AssignText(out, at, content);
         } else {
-            if (__builtin_expect(content < 4 || !StartsWithBom() || at[content - 1] != 0, 0)) {
+            if (WARDEND_UNLIKELY(content < 4 || !StartsWithBom() || at[content - 1] != 0)) {
                 ok = false;
                 return;
             }

@@ -3,8 +3,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <limits>
-
-#include "platform/log/log.h"
+#include <utility>
 
 namespace ara::tessel::common::veskConfigParser {
 
@@ -32,7 +31,7 @@ std::optional<std::uint8_t> ParseLevel(const nlohmann::json& value) {
 
 VeskConfigParser::VeskConfigParser() : VeskConfigParser(ConfigPath()) {}
 
-VeskConfigParser::VeskConfigParser(const String& path) : path_(path) {
+VeskConfigParser::VeskConfigParser(String path) : path_(std::move(path)) {
     std::ifstream in(path_);
     if (!in) {
         return;
@@ -67,21 +66,13 @@ std::optional<LogConfig> VeskConfigParser::GetLogConfig() const {
         config.level = ParseLevel(*it);
     }
     if (const auto it = section->find("sinks"); it != section->end() && it->is_array()) {
-        std::uint8_t mode = 0;
+        std::vector<String> sinks;
         for (const auto& sink : *it) {
-            if (!sink.is_string()) {
-                continue;
-            }
-            const String name = sink.get<String>();
-            if (name == "console") {
-                mode |= log::kModeConsole;
-            } else if (name == "file") {
-                mode |= log::kModeFile;
-            } else if (name == "dlt") {
-                mode |= log::kModeDlt;
+            if (sink.is_string()) {
+                sinks.push_back(sink.get<String>());
             }
         }
-        config.mode = mode;
+        config.sinks = std::move(sinks);
     }
     if (const auto it = section->find("file"); it != section->end() && it->is_string()) {
         config.filePath = it->get<String>();

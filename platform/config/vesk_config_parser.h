@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -16,7 +17,7 @@ using ara::core::String;
 // "file": "/path/to/file"}. Absent keys keep what the program passed.
 struct LogConfig {
     std::optional<std::uint8_t> level;
-    std::optional<std::uint8_t> mode;  // log::LogMode bits
+    std::optional<std::vector<String>> sinks;  // the names as listed; the log knows them
     std::optional<String> filePath;
 };
 
@@ -41,7 +42,7 @@ public:
     static constexpr const char* kPathVariable = "VESK_CONFIG";
 
     VeskConfigParser();
-    explicit VeskConfigParser(const String& path);
+    explicit VeskConfigParser(String path);
 
     static String ConfigPath();
 

@@ -56,8 +56,9 @@ private:
     const nlohmann::json* node_{nullptr};
 };
 
-// One JSON document, parsed from a text.
-class Document {
+// One JSON document, parsed from a text. Its destructor is nlohmann::json's, which may allocate
+// while it takes a deep value apart: only a failed allocation throws there.
+class Document {  // NOLINT(bugprone-exception-escape): only on a failed allocation, as above
 public:
     // Nesting deeper than this is refused, so that no later walk of a document can exhaust
     // the stack.

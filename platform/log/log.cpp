@@ -212,12 +212,28 @@ void LogStream::Flush() {
     log_->Emit(level_, tag_, limit_, buffer_.str());
 }
 
+std::uint8_t SinkMode(const std::vector<String>& names) {
+    std::uint8_t mode = 0;
+    for (const String& name : names) {
+        if (name == "console") {
+            mode |= kModeConsole;
+        } else if (name == "file") {
+            mode |= kModeFile;
+        } else if (name == "dlt") {
+            mode |= kModeDlt;
+        }
+    }
+    return mode;
+}
+
 void Log::InitLogging(const String& appId, const String& description, std::uint8_t level,
                       std::uint8_t mode, const String& path) {
     String filePath = path;
     if (const auto config = veskConfigParser::VeskConfigParser().GetLogConfig()) {
         level = config->level.value_or(level);
-        mode = config->mode.value_or(mode);
+        if (config->sinks) {
+            mode = SinkMode(*config->sinks);
+        }
         filePath = config->filePath.value_or(filePath);
     }
     if (level > static_cast<std::uint8_t>(LogLevel::kVerbose)) {

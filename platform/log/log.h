@@ -32,6 +32,10 @@ enum LogMode : std::uint8_t {
     kModeDlt = 0x04,
 };
 
+// The mode of the sink names that vesk.json's "Log" section lists ("console", "file", "dlt");
+// an unknown name selects nothing.
+std::uint8_t SinkMode(const std::vector<String>& names);
+
 const char* LogLevelName(LogLevel level) noexcept;
 
 // A tagged line is written at most once per period; lines within the period are counted as

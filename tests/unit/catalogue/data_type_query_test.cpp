@@ -8,36 +8,35 @@
 #include "catalogue/msg_file_store.h"
 #include "registry/event_info_manage.h"
 #include "registry/method_info_manage.h"
+#include "tests/support/record_builders.h"
 #include "tests/unit/catalogue/catalogue_fixture.h"
 
 namespace {
 
-using vesk::wardend::DriverType;
 using vesk::wardend::EventInfoManage;
 using vesk::wardend::EventRegisterInfo;
+using vesk::wardend::EventShow;
 using vesk::wardend::MethodInfoManage;
 using vesk::wardend::MethodRegisterInfo;
 using vesk::wardend::ResolveDataType;
 using wardend::test::Alias;
 using wardend::test::CatalogueTest;
+using wardend::test::EventShape;
 using wardend::test::LogLevel;
+using wardend::test::MethodShape;
 using wardend::test::Struct;
 using Texts = std::vector<std::string>;
 
 class DataTypeQueryTest : public CatalogueTest {
 protected:
-    // Registers an event on DDS; a distinct topic per event type keeps tests apart in the
-    // process-wide registry.
+    // An event on DDS; a topic of its own per event type keeps tests apart in the process-wide
+    // registry.
     static EventRegisterInfo Event(const std::string& eventType, const std::string& app,
                                    const std::string& dataType) {
-        EventRegisterInfo info;
-        info.name = eventType;
-        info.eventType = eventType;
-        info.appName = app;
+        EventShape shape{app, eventType, ::getpid(), 0x1234};
+        shape.topic = "topic/" + eventType;
+        EventRegisterInfo info = wardend::test::Event(shape, true, false);
         info.text = dataType;
-        info.pid = ::getpid();
-        info.eventMap_[DriverType::DDS].dds.serviceId = 0x1234;
-        info.eventMap_[DriverType::DDS].dds.topicName = "topic/" + eventType;
         return info;
     }
 };
@@ -106,7 +105,8 @@ TEST_F(DataTypeQueryTest, EventShowGivesTypePublisherAndState) {
     store_->LoadDataType("ShowType");
     auto& events = EventInfoManage::GetInstance();
     ASSERT_TRUE(events.RegisterEventInfo(Event("show/on", "pubApp", "ShowType"), true));
-    EXPECT_EQ(store_->QueryEventType("show/on"), (Texts{Struct("ShowTarget", {}), "pubApp", "ON"}));
+    EXPECT_EQ(store_->QueryEventType("show/on"),
+              (EventShow{Struct("ShowTarget", {}), "pubApp", "ON"}));
     EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend query event type"));
 
     // A publisher gone offline keeps its name; the subscriber keeps the record listed.
@@ -114,10 +114,10 @@ TEST_F(DataTypeQueryTest, EventShowGivesTypePublisherAndState) {
     ASSERT_TRUE(events.RegisterEventInfo(Event("show/off", "subApp", "ShowType"), false));
     ASSERT_TRUE(events.UnregisterEventInfo(Event("show/off", "pubApp", "ShowType"), true));
     EXPECT_EQ(store_->QueryEventType("show/off"),
-              (Texts{Struct("ShowTarget", {}), "pubApp", "OFF"}));
+              (EventShow{Struct("ShowTarget", {}), "pubApp", "OFF"}));
 
     ClearLog();
-    EXPECT_EQ(store_->QueryEventType("show/unknown"), (Texts{"", "", ""}));
+    EXPECT_EQ(store_->QueryEventType("show/unknown"), EventShow{});
     EXPECT_TRUE(Logged(LogLevel::kWarn, "Wardend can't find data type message ")) << LogDump();
 }
 
@@ -127,15 +127,11 @@ TEST_F(DataTypeQueryTest, MethodTypesKeepTheirPositions) {
     store_->LoadDataType("In2");
     store_->LoadDataType("Out");
 
-    MethodRegisterInfo info;
-    info.appName = "server";
-    info.name = "QueryMethodTypeTest/Method";
-    info.serviceId = 0x4321;
-    info.pid = ::getpid();
+    MethodRegisterInfo info = wardend::test::Method(
+        MethodShape{"server", "QueryMethodTypeTest/Method", ::getpid(), 0x4321}, true, false);
     info.inputDatatypes = {"In1", "In2"};
     info.replyDatatypes = {"Out"};
     info.methodOutputDatatype = "In2";
-    info.methodMap_[DriverType::DDS].dds.requestTopicName = "QueryMethodTypeTest/Request";
     ASSERT_TRUE(MethodInfoManage::GetInstance().RegisterMethodInfo(info, true));
 
     const auto types = store_->QueryMethodType(info.name);

@@ -1,7 +1,7 @@
 #include "platform/log/log.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
+#include <cstdlib>
 
 #include <fstream>
 #include <sstream>
@@ -87,6 +87,13 @@ TEST(LogFormatTest, ConsoleLinesCarryAppContextLevelAndText) {
     record.text = "some text";
     const std::string line = ara::tessel::common::log::FormatRecord(record);
     EXPECT_NE(line.find(" WRDN CM [warn] some text"), std::string::npos) << line;
+}
+
+TEST(LogSinkModeTest, SinkNamesSelectTheirBitsAndUnknownNamesNothing) {
+    using namespace ara::tessel::common::log;  // NOLINT(google-build-using-namespace): the bits
+    EXPECT_EQ(SinkMode({"console", "dlt"}), kModeConsole | kModeDlt);
+    EXPECT_EQ(SinkMode({"file", "syslog"}), kModeFile);
+    EXPECT_EQ(SinkMode({}), 0);
 }
 
 // InitLogging reads the "Log" section of vesk.json, which overrides what the program passes.

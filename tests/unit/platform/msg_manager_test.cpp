@@ -7,26 +7,19 @@
 #include <vector>
 
 #include "platform/json/json_parser.h"
+#include "tests/support/msg_documents.h"
 #include "tests/support/temp_dir.h"
 
 namespace {
 
 using ara::tessel::common::jsonParser::Document;
 using vesk::VeskMsgManager::VeskMsgManager;
+using wardend::test::Struct;
 using wardend::test::TempDir;
 using Names = std::vector<std::string>;
 
 std::string ExampleDir() {
     return WARDEND_EXAMPLES_MSG_DIR;
-}
-
-std::string Struct(const std::string& name, const Names& memberTypes) {
-    std::string json = R"({"Name": ")" + name + R"(", "Type": "TYPE_STRUCT", "Members": [)";
-    for (std::size_t i = 0; i < memberTypes.size(); ++i) {
-        json += (i == 0 ? "" : ", ") + std::string(R"({"Name": "m", "Type": ")") + memberTypes[i] +
-                "\"}";
-    }
-    return json + "]}";
 }
 
 Names Walk(VeskMsgManager& manager, const std::string& json) {

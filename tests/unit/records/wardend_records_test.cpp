@@ -125,11 +125,8 @@ TEST(WardendRecordsTest, EnumerateVisitsEveryFieldInWireOrderWithItsWidth) {
     EXPECT_NE(ShapeOf<AppRegisterInfo>().find("map<u16,{str,u32,u32}>"), std::string::npos);
 }
 
-TEST(WardendRecordsTest, WireValuesAndEqualityOverEveryMember) {
-    EXPECT_EQ(static_cast<int>(DriverType::DDS), 0);
-    EXPECT_EQ(static_cast<int>(DriverType::SOMEIP), 1);
-    EXPECT_EQ(static_cast<int>(E2EProfile::kNone), 255);
-
+// The round trips compare records with ==: it must see every member, however deep.
+TEST(WardendRecordsTest, EqualityOverEveryMember) {
     // The last field of a nested record is enough to make two records differ.
     EventRegisterInfo a;
     a.eventMap_[DriverType::SOMEIP].someip.pduConfig.isignals.resize(1);

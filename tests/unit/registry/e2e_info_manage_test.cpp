@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include "tests/support/process.h"
-#include "tests/unit/registry/registry_builders.h"
+#include "tests/support/record_builders.h"
 
 namespace {
 

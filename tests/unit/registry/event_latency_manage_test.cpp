@@ -6,7 +6,7 @@
 #include <tuple>
 
 #include "registry/event_info_manage.h"
-#include "tests/unit/registry/registry_builders.h"
+#include "tests/support/record_builders.h"
 
 namespace {
 
@@ -15,7 +15,6 @@ using wardend::test::Event;
 using wardend::test::EventShape;
 using wardend::test::LogLevel;
 
-constexpr auto kMode1 = static_cast<LatencyMode>(1);
 constexpr auto kMode2 = static_cast<LatencyMode>(2);
 
 class EventLatencyManageTest : public wardend::test::RegistryTest {
@@ -55,7 +54,7 @@ protected:
     }
     LatencyAppInfo Report(const std::string& app, std::uint64_t value, DriverType driver) const {
         LatencyAppInfo info;
-        info.kind = 1;
+        info.kind = static_cast<std::uint8_t>(LatencyInfoKind::kResult);
         info.applicationName = app;
         info.index = Index({driver});
         info.result = LatencyResult{value, value, value};
@@ -85,15 +84,16 @@ TEST_F(EventLatencyManageTest, ASwitchBeforeAnyAcknowledgementListsNobody) {
                                             " instanceId 1topicName is topic eventId is 7"));
 }
 
-TEST_F(EventLatencyManageTest, WithoutASwitchEveryoneTheRegistryKnowsIsInMode1) {
+TEST_F(EventLatencyManageTest, WithoutASwitchEveryoneTheRegistryKnowsIsUnacknowledged) {
     auto& events = EventInfoManage::GetInstance();
     ASSERT_TRUE(events.RegisterEventInfo(Registration("latPub", true, true), true));
     ASSERT_TRUE(events.RegisterEventInfo(Registration("latSubA", true, false), false));
     ASSERT_TRUE(events.RegisterEventInfo(Registration("latSubB", false, true), false));
     const LatencyModes modes =
         sut_.QueryLatencyStatus(Index({DriverType::DDS, DriverType::SOMEIP}));
-    EXPECT_EQ(modes.pubModes, (Modes{{"latPub", kMode1}}));
-    EXPECT_EQ(modes.subModes, (Modes{{"latSubA", kMode1}, {"latSubB", kMode1}}));
+    EXPECT_EQ(modes.pubModes, (Modes{{"latPub", kUnacknowledgedLatencyMode}}));
+    EXPECT_EQ(modes.subModes, (Modes{{"latSubA", kUnacknowledgedLatencyMode},
+                                     {"latSubB", kUnacknowledgedLatencyMode}}));
 }
 
 TEST_F(EventLatencyManageTest, AcknowledgementsAndTheDuplicatePubLine) {

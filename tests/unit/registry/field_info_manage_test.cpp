@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include "tests/unit/registry/registry_builders.h"
+#include "tests/support/record_builders.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 #include <algorithm>
 
 #include "tests/support/process.h"
-#include "tests/unit/registry/registry_builders.h"
+#include "tests/support/record_builders.h"
 
 namespace {
 

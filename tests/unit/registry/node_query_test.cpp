@@ -6,7 +6,7 @@
 #include "registry/method_info_manage.h"
 #include "registry/node_info_manage.h"
 #include "tests/support/process.h"
-#include "tests/unit/registry/registry_builders.h"
+#include "tests/support/record_builders.h"
 
 namespace {
 

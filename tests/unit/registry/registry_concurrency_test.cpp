@@ -28,7 +28,7 @@
 #include "registry/node_info_manage.h"
 #include "service/register_mutex.h"
 #include "tests/support/process.h"
-#include "tests/unit/registry/registry_builders.h"
+#include "tests/support/record_builders.h"
 
 namespace {
 

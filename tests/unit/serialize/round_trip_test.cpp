@@ -100,6 +100,7 @@ using Records = ::testing::Types<
     QueryDataTypeOutput, QueryDataTypeRefListOutput, QueryEventInfoOutput, QueryEventShowOutput,
     QueryLatencyResultOutput, QueryLatencyStatusOutput, QueryMethodInfoOutput,
     QueryMethodTypeOutput, QueryNodeInfoOutput, QuerySubNodeEventInfoOutput>;
+// NOLINTNEXTLINE(clang-diagnostic-gnu-zero-variadic-macro-arguments): GoogleTest's own macro
 TYPED_TEST_SUITE(RoundTripTest, Records);
 
 TYPED_TEST(RoundTripTest, SomeipConfigurations) {

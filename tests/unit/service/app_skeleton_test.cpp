@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "catalogue/msg_file_store.h"
 #include "registry/e2e_info_manage.h"
 #include "registry/field_info_manage.h"
@@ -64,17 +66,20 @@ TEST_F(AppSkeletonTest, EventUnregistrationAnswersByWhatTheRegistryRemoved) {
     EXPECT_EQ(Register(info), 1);  // nothing left to take off
 }
 
-// Input types and error domains are always loaded, the output type only with serialization
-// type 1.
+// Input types and error domains are always loaded, the output type only with SOME/IP
+// serialization.
 TEST_F(AppSkeletonTest, AMethodLoadsItsTypesAndErrorDomains) {
     struct Case {
-        std::uint32_t type;
+        SerializationType type;
         bool loadsOutput;
     };
-    for (const Case& c : {Case{0, false}, Case{2, false}, Case{1, true}}) {
-        const String name = "MethodOut" + std::to_string(c.type);
-        AppRegisterInfo info = MethodRegistration("methodApp", name, 0x2000 + c.type, true);
-        info.methodInfo.outputSerializeConfig.type = static_cast<SerializationType>(c.type);
+    for (const Case& c :
+         {Case{SerializationType::kDefault, false}, Case{SerializationType::kSignalBased, false},
+          Case{SerializationType::kSomeip, true}}) {
+        const auto number = static_cast<std::uint32_t>(c.type);
+        const String name = "MethodOut" + std::to_string(number);
+        AppRegisterInfo info = MethodRegistration("methodApp", name, 0x2000 + number, true);
+        info.methodInfo.outputSerializeConfig.type = c.type;
         info.methodInfo.methodOutputDatatype = "/Norvane/AP/Trajectory";
         info.methodInfo.inputDatatypes = {"/Norvane/AP/Point3D"};
         info.methodInfo.errorDomains = {ErrorDomainInfo{5, "Speed"}};
@@ -86,7 +91,7 @@ TEST_F(AppSkeletonTest, AMethodLoadsItsTypesAndErrorDomains) {
                   c.loadsOutput);
         EXPECT_EQ(tools_->QueryDataTypeRefList().get().refList.count("/Norvane/AP/Trajectory"),
                   c.loadsOutput ? 1U : 0U)
-            << "serialization type " << c.type;
+            << "serialization type " << number;
         EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend register method info finished"));
     }
     EXPECT_EQ(tools_->QueryDataTypeRefList().get().refList.count("/Norvane/AP/Point3D"), 1U);
@@ -126,12 +131,10 @@ TEST_F(AppSkeletonTest, NodeRecordsWithE2EEntries) {
     entry.e2eConfig.profile = E2EProfile::kProfile5;
     ASSERT_EQ(Register(NodeRegistration("ghostNode", false, &entry)), 0);
     const auto hasGhost = [] {
-        for (const auto& item : E2EInfoManage::GetInstance()->DdsEntries()) {
-            if (item.first.eventTopicName == "GhostTopic") {
-                return true;
-            }
-        }
-        return false;
+        const auto entries = E2EInfoManage::GetInstance()->DdsEntries();
+        return std::any_of(entries.begin(), entries.end(), [](const auto& item) {
+            return item.first.eventTopicName == "GhostTopic";
+        });
     };
     ASSERT_TRUE(hasGhost());
     EXPECT_EQ(Register(NodeRegistration("ghostNode", false)), 1);
@@ -139,12 +142,13 @@ TEST_F(AppSkeletonTest, NodeRecordsWithE2EEntries) {
     EXPECT_FALSE(hasGhost());
 }
 
-// Kind 0 acknowledges a switch, kind 1 reports a result the tools then find per application.
+// An acknowledgement, then a result the tools find per application, then neither kind.
 TEST_F(AppSkeletonTest, LatencyReportsAnswerByKind) {
-    AppRegisterInfo info = LatencyRegistration("latencyApp", 0, 0x4000, "LatencyTopic");
+    AppRegisterInfo info =
+        LatencyRegistration("latencyApp", LatencyInfoKind::kAcknowledge, 0x4000, "LatencyTopic");
     EXPECT_EQ(Register(info), 0);
     EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend notify latency mode finished"));
-    info.latencyInfo.kind = 1;
+    info.latencyInfo.kind = static_cast<std::uint8_t>(LatencyInfoKind::kResult);
     info.latencyInfo.result = LatencyResult{100, 300, 50};
     EXPECT_EQ(Register(info), 0);
     LatencyQueryInfo query;
@@ -153,7 +157,7 @@ TEST_F(AppSkeletonTest, LatencyReportsAnswerByKind) {
     const auto results = tools_->QueryLatencyResult(query).get().results;
     ASSERT_EQ(results.count("latencyApp"), 1U);
     EXPECT_EQ(results.at("latencyApp"), (LatencyResult{100, 300, 50}));
-    info.latencyInfo.kind = 2;
+    info.latencyInfo.kind = 2;  // neither kind
     ClearLog();
     EXPECT_EQ(Register(info), 1);
     EXPECT_TRUE(Logged(LogLevel::kInfo, "Start to notify latency result"));

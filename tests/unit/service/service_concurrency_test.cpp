@@ -18,7 +18,9 @@ TEST_F(ServiceConcurrencyTest, RegistrationsAndQueriesRunTogether) {
     constexpr int kWriters = 4;
     constexpr int kRounds = 60;
     std::atomic<bool> writing{true};
+    constexpr int kReaders = 2;
     std::vector<std::thread> threads;
+    threads.reserve(kWriters + kReaders);
     for (int w = 0; w < kWriters; ++w) {
         threads.emplace_back([this, w] {
             const String app = "concApp" + std::to_string(w);
@@ -40,15 +42,15 @@ TEST_F(ServiceConcurrencyTest, RegistrationsAndQueriesRunTogether) {
                     sub.eventInfo.isRegister = false;
                     (void)Register(sub);
                 }
-                AppRegisterInfo latency = LatencyRegistration(app, static_cast<std::uint8_t>(i % 2),
-                                                              service, event + "Topic");
+                AppRegisterInfo latency = LatencyRegistration(
+                    app, static_cast<LatencyInfoKind>(i % 2), service, event + "Topic");
                 latency.latencyInfo.status.isPub = true;
                 (void)Register(latency);
             }
         });
     }
     std::atomic<int> queries{0};
-    for (int r = 0; r < 2; ++r) {
+    for (int r = 0; r < kReaders; ++r) {
         threads.emplace_back([this, &writing, &queries] {
             while (writing.load()) {
                 (void)tools_->QueryNodeInfo("ALL").get();
@@ -58,8 +60,9 @@ TEST_F(ServiceConcurrencyTest, RegistrationsAndQueriesRunTogether) {
                 (void)tools_->QueryMethodType("ConcMethod1").get();
                 (void)tools_->QueryAllDataType().get();
                 (void)tools_
-                    ->QueryLatencyStatus(
-                        LatencyRegistration("", 0, 0x6001, "ConcEvent0_1Topic").latencyInfo.index)
+                    ->QueryLatencyStatus(LatencyRegistration("", LatencyInfoKind::kAcknowledge,
+                                                             0x6001, "ConcEvent0_1Topic")
+                                             .latencyInfo.index)
                     .get();
                 ++queries;
             }

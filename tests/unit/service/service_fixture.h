@@ -11,6 +11,7 @@
 #include "service/wardend_app_skeleton.h"
 #include "service/wardend_tools_skeleton.h"
 #include "tests/support/memory_log.h"
+#include "tests/support/record_builders.h"
 
 namespace wardend::test {
 
@@ -52,78 +53,51 @@ protected:
     static AppRegisterInfo EventRegistration(const String& app, const String& eventType,
                                              std::uint16_t serviceId, bool isPub,
                                              const String& dataType = "/Norvane/AP/Speed") {
-        AppRegisterInfo info;
-        info.isPub = isPub;
-        info.infoType = AppRegisterInfoType::EVENT;
-        info.eventInfo.appName = app;
-        info.eventInfo.eventType = eventType;
+        EventShape shape{app, eventType, getpid(), serviceId};
+        shape.topic = eventType + "Topic";
+        shape.shortName = "/Instance/" + eventType;
+        AppRegisterInfo info = App(AppRegisterInfoType::EVENT, isPub);
+        info.eventInfo = Event(shape, true, false);
         info.eventInfo.text = dataType;
-        info.eventInfo.pid = getpid();
-        info.eventInfo.isRegister = true;
-        EventInfo dds;
-        dds.dds.serviceId = serviceId;
-        dds.dds.instanceId = 1;
-        dds.dds.topicName = eventType + "Topic";
-        dds.dds.instanceShortName = "/Instance/" + eventType;
-        dds.dds.e2eConfig.profile = E2EProfile::kNone;
-        info.eventInfo.eventMap_[DriverType::DDS] = dds;
         return info;
     }
 
     static AppRegisterInfo MethodRegistration(const String& app, const String& name,
                                               std::uint16_t serviceId, bool isPub) {
-        AppRegisterInfo info;
-        info.isPub = isPub;
-        info.infoType = AppRegisterInfoType::METHOD;
-        MethodRegisterInfo& method = info.methodInfo;
-        method.appName = app;
-        method.name = name;
-        method.serviceId = serviceId;
-        method.instanceId = 1;
-        method.pid = getpid();
-        method.isRegister = true;
-        MethodInfo someip;
-        someip.someip.methodId = 7;
-        someip.someip.instanceShortName = "/Instance/" + name;
-        someip.someip.e2eConfig.profile = E2EProfile::kNone;
-        method.methodMap_[DriverType::SOMEIP] = someip;
+        MethodShape shape{app, name, getpid(), serviceId};
+        shape.methodId = 7;
+        shape.shortName = "/Instance/" + name;
+        AppRegisterInfo info = App(AppRegisterInfoType::METHOD, isPub);
+        info.methodInfo = Method(shape, false, true);
         return info;
     }
 
     static AppRegisterInfo FieldRegistration(const String& app, const String& fieldType,
                                              DriverType driver, std::uint16_t instanceId) {
-        AppRegisterInfo info;
-        info.isPub = true;
-        info.infoType = AppRegisterInfoType::FIELD;
-        info.fieldInfo.appName = app;
-        info.fieldInfo.fieldType = fieldType;
-        info.fieldInfo.drivers[driver] = "/Instance/" + fieldType;
-        info.fieldInfo.instanceId = instanceId;
-        info.fieldInfo.pid = getpid();
-        info.fieldInfo.isRegister = true;
+        AppRegisterInfo info = App(AppRegisterInfoType::FIELD, true);
+        info.fieldInfo =
+            Field(app, fieldType, getpid(), instanceId, {{driver, "/Instance/" + fieldType}});
         return info;
     }
 
     // A node record; with an E2E entry it is the E2E kind, which leaves the node table alone.
     static AppRegisterInfo NodeRegistration(const String& name, bool isRegister,
                                             const EventE2EInfo* e2e = nullptr) {
-        AppRegisterInfo info;
-        info.infoType = AppRegisterInfoType::NODE;
+        AppRegisterInfo info = App(AppRegisterInfoType::NODE);
         info.nodeInfo.nodeName = name;
         info.nodeInfo.pid = getpid();
         info.nodeInfo.registerState.isRegister = isRegister;
         if (e2e != nullptr) {
-            info.nodeInfo.infoKind = 1;
+            info.nodeInfo.infoKind = kNodeInfoKindNode + 1;
             info.nodeInfo.e2eList.eventE2EInfos = {*e2e};
         }
         return info;
     }
 
-    static AppRegisterInfo LatencyRegistration(const String& app, std::uint8_t kind,
+    static AppRegisterInfo LatencyRegistration(const String& app, LatencyInfoKind kind,
                                                std::uint16_t serviceId, const String& topic) {
-        AppRegisterInfo info;
-        info.infoType = AppRegisterInfoType::LATENCY;
-        info.latencyInfo.kind = kind;
+        AppRegisterInfo info = App(AppRegisterInfoType::LATENCY);
+        info.latencyInfo.kind = static_cast<std::uint8_t>(kind);
         info.latencyInfo.applicationName = app;
         info.latencyInfo.index.drivers = {DriverType::DDS};
         info.latencyInfo.index.serviceId = serviceId;

@@ -55,17 +55,6 @@ TEST_F(ToolsSkeletonTest, QueryMethodTypeLogsTheEventShowLine) {
     EXPECT_NE(types.replyTypes[0].find("TYPE_STRUCT"), String::npos);
 }
 
-TEST_F(ToolsSkeletonTest, NodeQueryGathersWhatTheNodeRegistered) {
-    ASSERT_EQ(Register(EventRegistration("gatherApp", "GatherEvent", 0x5100, true)), 0);
-    ASSERT_EQ(Register(MethodRegistration("gatherApp", "GatherMethod", 0x5101, true)), 0);
-    const auto nodes = tools_->QueryNodeInfo("gatherApp").get().nodeInfos;
-    ASSERT_EQ(nodes.size(), 1U);
-    EXPECT_EQ(nodes[0].nodeName, "gatherApp");
-    EXPECT_EQ(nodes[0].pid, getpid());
-    EXPECT_FALSE(nodes[0].pubEvents.empty());
-    EXPECT_FALSE(nodes[0].methods.empty());
-}
-
 // The event branch answers for an event without an online publisher whose type differs from
 // the one asked about; the E2E branch logs nothing here.
 TEST_F(ToolsSkeletonTest, SubNodeQueryLogsOnlyOnTheEventBranch) {

@@ -1,5 +1,5 @@
-#ifndef TESTS_UNIT_REGISTRY_REGISTRY_BUILDERS_H
-#define TESTS_UNIT_REGISTRY_REGISTRY_BUILDERS_H
+#ifndef TESTS_SUPPORT_RECORD_BUILDERS_H
+#define TESTS_SUPPORT_RECORD_BUILDERS_H
 
 #include <unistd.h>
 
@@ -8,11 +8,15 @@
 #include <string>
 #include <utility>
 
+// Registration records in the shapes the registry, catalogue and service tests need.
+
 #include "records/wardend_records.h"
 #include "tests/support/memory_log.h"
 
 namespace wardend::test {
 
+using vesk::wardend::AppRegisterInfo;
+using vesk::wardend::AppRegisterInfoType;
 using vesk::wardend::DriverType;
 using vesk::wardend::E2EProfile;
 using vesk::wardend::EventRegisterInfo;
@@ -114,6 +118,14 @@ inline FieldRegisterInfo Field(const std::string& app, const std::string& type, 
     info.instanceId = instanceId;
     info.drivers = std::move(drivers);
     info.isRegister = true;
+    return info;
+}
+
+// A registration as the application service receives it.
+inline AppRegisterInfo App(AppRegisterInfoType type, bool isPub = false) {
+    AppRegisterInfo info;
+    info.infoType = type;
+    info.isPub = isPub;
     return info;
 }
 
