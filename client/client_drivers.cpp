@@ -4,6 +4,7 @@
 
 #include "platform/driver/dds/dds_driver.h"
 #include "platform/driver/proloc/proloc_driver.h"
+#include "platform/driver/someip/someip_driver.h"
 #include "platform/vcc/service_config.h"
 
 namespace vesk::wardend::proxy {
@@ -27,8 +28,9 @@ std::shared_ptr<lumo::vcc::driver::Driver> AcquireDriver(lumo::vcc::driver::Driv
                 lumo::driver::dds::DdsDriverConfig{config.ddsCycloneConfig});
             break;
         }
-        default:
-            return nullptr;
+        case lumo::vcc::driver::DriverType::kSomeip:
+            driver = std::make_shared<lumo::driver::someip::SomeipDriver>();
+            break;
     }
     lumo::vcc::driver::DriverRegistry::Register(driver);
     return driver;

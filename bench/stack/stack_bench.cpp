@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <cstdio>
+#include <cstdlib>
 #include <thread>
 
 #include "client/wardend_proxy.h"
@@ -26,6 +28,17 @@ const ProxyOptions kInProcess{lumo::vcc::api::types::DriverType::kProloc, "1",
 class Stack {
 public:
     Stack() {
+        // In-process only, so that no socket of the default drivers is opened.
+        const char* path = "/tmp/wardend_stack_bench.json";
+        std::FILE* file = std::fopen(path, "w");
+        if (file == nullptr) {
+            std::abort();
+        }
+        std::fputs(
+            R"({"Services": {"App": {"drivers": ["proloc"]}, "Tools": {"drivers": ["proloc"]}})",
+            file);
+        std::fclose(file);
+        setenv("VESK_CONFIG", path, 1);
         ara::tessel::common::log::Log::SetLevel(ara::tessel::common::log::LogLevel::kError);
         vesk::wardend::RegisterDrivers();
         if (!server_.StartService()) {

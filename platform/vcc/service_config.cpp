@@ -205,7 +205,7 @@ std::shared_ptr<api::types::EventInfo> MakeEventInfo(const ara::com::ServiceIden
 }
 
 std::vector<DriverType> ServiceConfig::DefaultDrivers() {
-    return {DriverType::kProloc};
+    return {DriverType::kProloc, DriverType::kSomeip};
 }
 
 ServiceBinding ServiceConfig::Binding(const ara::core::String& serviceName) const {

@@ -61,10 +61,11 @@ TEST_F(DaemonTest, StartsBothServicesInOrderWithTheirThreadsAndStopsInOrder) {
          at = started.find("[SKELETON][Create method][UUID=", at + 1)) {
         ++uuidLines;
     }
-    EXPECT_EQ(uuidLines, 13U) << "one line per method and driver";
+    EXPECT_EQ(uuidLines, 26U) << "one line per method and driver (in-process and SOME/IP)";
 
     const auto threads = ThreadNames(daemon->Pid());
     EXPECT_EQ(threads.count("wrdn_rdmsg"), 1U);
+    EXPECT_EQ(threads.count("someip_io"), 1U);
     EXPECT_GE(threads.count("WardendApp_m"), 1U);
     EXPECT_GE(threads.count("WardendTools_m"), 1U);
 

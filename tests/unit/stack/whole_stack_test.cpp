@@ -9,7 +9,9 @@
 #include "daemon/drivers.h"
 #include "daemon/wardend_server.h"
 #include "platform/error/com_error_domain.h"
-#include "tests/unit/registry/registry_builders.h"
+#include "tests/support/memory_log.h"
+#include "tests/support/record_builders.h"
+#include "tests/support/temp_dir.h"
 
 namespace wardend::test {
 namespace {
@@ -28,6 +30,11 @@ const ProxyOptions kInProcess{lumo::vcc::api::types::DriverType::kProloc, "1", 5
 class WholeStackTest : public MemoryLogTest {
 protected:
     static void SetUpTestSuite() {
+        // In-process only: the sockets of the default drivers belong to the daemon's own tests.
+        config_ = new TempDir();
+        config_->WriteFile("vesk.json", R"({"Services": {"App": {"drivers": ["proloc"]},
+                                                         "Tools": {"drivers": ["proloc"]}}})");
+        setenv("VESK_CONFIG", (config_->Path() + "/vesk.json").c_str(), 1);
         vesk::wardend::RegisterDrivers();
         server_ = new vesk::wardend::WardendServer();
         ASSERT_TRUE(server_->StartService());
@@ -36,6 +43,8 @@ protected:
         server_->StopService();
         delete server_;
         vesk::wardend::UnregisterDrivers();
+        unsetenv("VESK_CONFIG");
+        delete config_;
     }
 
     template <typename Output>
@@ -54,6 +63,7 @@ protected:
         return Answer(app_.RegisterAppInfo(info)).result;
     }
 
+    static TempDir* config_;
     static vesk::wardend::WardendServer* server_;
     VESKWardendAppServiceProxy app_{kInProcess};
     VESKWardendToolsServiceProxy tools_{kInProcess};
@@ -61,6 +71,7 @@ protected:
     const std::int32_t self_ = getpid();
 };
 
+TempDir* WholeStackTest::config_ = nullptr;
 vesk::wardend::WardendServer* WholeStackTest::server_ = nullptr;
 
 TEST_F(WholeStackTest, EveryRegistrationIsAnsweredAndEveryQuerySeesIt) {
