@@ -350,11 +350,13 @@ bool SomeipMethodHandler::Deliver(const SomeipHeader& header, const unsigned cha
             ++refused_;
             return false;
         }
+        // A request of a method without arguments has an empty payload, but never a null one:
+        // the binding takes null with size 0 for a message that failed before it had content.
+        copy = new unsigned char[size == 0 ? 1 : size];
         if (size > 0) {
-            copy = new unsigned char[size];
             std::memcpy(copy, payload, size);
-            loans_.insert(copy);
         }
+        loans_.insert(copy);
     }
     auto msg = std::make_shared<types::MethodMsg>();
     msg->payload = copy;
