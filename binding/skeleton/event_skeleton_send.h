@@ -111,7 +111,8 @@ bool EventSkeleton::SendOut(const std::shared_ptr<driver::EventHandler>& handler
             if (!handler->IsDdsEnabled()) {
                 return SendCommonData(handler, serializer, sampleInfo, driver);
             }
-            const auto keep = handler;  // alive for the whole send
+            // A copy that keeps the handler alive for the whole send.
+            const auto keep = handler;  // NOLINT(performance-unnecessary-copy-initialization)
             const bool sent = SendCommonData(keep, serializer, sampleInfo, driver);
             if (!sent) {
                 logger_->LogError("EventSkeleton_SendOut_1",

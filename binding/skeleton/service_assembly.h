@@ -29,7 +29,7 @@ struct MethodAssembly {
 // The instantiation of EncapsulateAndRegisterMethod for a member function of Skeleton.
 template <typename Skeleton, typename Output, typename... Args>
 std::function<bool(Vcc&, const MethodInfoMap&)> Encapsulate(
-    ara::core::Future<Output> (Skeleton::*)(const Args&...)) {
+    ara::core::Future<Output> (Skeleton::* /*member*/)(const Args&...)) {
     return [](Vcc& vcc, const MethodInfoMap& protocolData) {
         return vcc.EncapsulateAndRegisterMethod<Skeleton, ara::core::Future<Output>,
                                                 std::decay_t<Args>...>(protocolData);

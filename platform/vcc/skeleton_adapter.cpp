@@ -30,7 +30,6 @@ SkeletonAdapter::SkeletonAdapter(const ServiceIdentifierType& service,
     : service_(service),
       instance_(instance),
       skeleton_(std::make_shared<lumo::vcc::Skeleton>(service, instance, mode)),
-      configError_(),
       config_(lumo::vcc::ServiceConfig::Load(configError_)) {
     if (!config_.has_value()) {
         Logger()->LogError() << "[SkeletonAdapter][Invalid \"Services\" section in "

@@ -19,13 +19,18 @@ Registry& TheRegistry() {
 
 }  // namespace
 
+// Sinks of the interface, taken by value for the in-process driver that keeps them; the other
+// drivers keep nothing.
 void MethodHandler::SetProlocMemory(
+    // NOLINTNEXTLINE(performance-unnecessary-value-param)
     std::shared_ptr<lumo::driver::proloc::ProlocMethodManager> /*memory*/) {}
 
 void MethodClient::SetProlocMemory(
+    // NOLINTNEXTLINE(performance-unnecessary-value-param)
     std::shared_ptr<lumo::driver::proloc::ProlocMethodManager> /*memory*/) {}
 
 void EventClient::SetProlocMemory(
+    // NOLINTNEXTLINE(performance-unnecessary-value-param)
     std::shared_ptr<lumo::driver::proloc::ProlocMemoryManager> /*memory*/) {}
 
 const char* CallStatusName(CallStatus status) noexcept {
