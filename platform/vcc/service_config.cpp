@@ -108,7 +108,7 @@ bool ParseSomeip(const json& entry, ServiceConfig& config, ara::core::String& er
             ok = ParseString(value, config.sdMulticast);
         }
         if (!ok) {
-            error = "\"someip\": bad or unknown key \"" + key + "\"";
+            error = R"("someip": bad or unknown key ")" + key + "\"";
             return false;
         }
     }
@@ -126,7 +126,7 @@ bool ParseDds(const json& entry, ServiceConfig& config, ara::core::String& error
                             ? ParseNumber(value, config.ddsDomain) && config.ddsDomain <= 232
                             : key == "cycloneConfig" && ParseString(value, config.ddsCycloneConfig);
         if (!ok) {
-            error = "\"dds\": bad or unknown key \"" + key + "\"";
+            error = R"("dds": bad or unknown key ")" + key + "\"";
             return false;
         }
     }
@@ -245,7 +245,10 @@ std::optional<ServiceConfig> ServiceConfig::Parse(const nlohmann::json* section,
         binding.drivers = DefaultDrivers();
         ara::core::String detail;
         if (!ParseService(value, binding, detail)) {
-            error = "\"" + key + "\": " + detail;
+            error = "\"";
+            error += key;
+            error += "\": ";
+            error += detail;
             return std::nullopt;
         }
         config.services[key] = binding;

@@ -124,6 +124,8 @@ bool Vcc::InitializeEvent(std::uint32_t entityId, const EventInfoMap& protocolDa
     return true;
 }
 
+// Not const: attaching a policy changes how the service behaves, though not this object.
+// NOLINTNEXTLINE(readability-make-member-function-const)
 void Vcc::SetMethodTrafficCtrl(const std::shared_ptr<vesk::TrafficCtrlPolicy>& policy,
                                std::uint32_t entityId) {
     if (auto method = FindMethod(entityId)) {
@@ -131,6 +133,7 @@ void Vcc::SetMethodTrafficCtrl(const std::shared_ptr<vesk::TrafficCtrlPolicy>& p
     }
 }
 
+// NOLINTNEXTLINE(readability-make-member-function-const)
 void Vcc::SetEventTrafficCtrl(const std::shared_ptr<vesk::TrafficCtrlPolicy>& policy,
                               std::uint32_t entityId) {
     if (auto event = FindEvent(entityId)) {
