@@ -11,10 +11,10 @@
 
 namespace ara::com::internal::skeleton {
 
-namespace method::impl {
+namespace detail {
 
-// Names one method of a service: its skeleton and entity number.
-class MethodAdapterImpl {
+// Names one entity of a service: its skeleton and entity number.
+class EntityAdapter {
 public:
     void Initialize(std::shared_ptr<lumo::vcc::Skeleton> skeleton, std::uint32_t entityId) {
         skeleton_ = std::move(skeleton);
@@ -28,6 +28,10 @@ private:
     std::uint32_t entityId_{0};
 };
 
+}  // namespace detail
+
+namespace method::impl {
+class MethodAdapterImpl : public detail::EntityAdapter {};
 }  // namespace method::impl
 
 namespace method {
@@ -35,22 +39,7 @@ class MethodAdapter : public impl::MethodAdapterImpl {};
 }  // namespace method
 
 namespace event::impl {
-
-// Names one event of a service: its skeleton and entity number.
-class EventAdapterImpl {
-public:
-    void Initialize(std::shared_ptr<lumo::vcc::Skeleton> skeleton, std::uint32_t entityId) {
-        skeleton_ = std::move(skeleton);
-        entityId_ = entityId;
-    }
-    std::uint32_t GetEntityId() const noexcept { return entityId_; }
-    const std::shared_ptr<lumo::vcc::Skeleton>& GetSkeleton() const noexcept { return skeleton_; }
-
-private:
-    std::shared_ptr<lumo::vcc::Skeleton> skeleton_;
-    std::uint32_t entityId_{0};
-};
-
+class EventAdapterImpl : public detail::EntityAdapter {};
 }  // namespace event::impl
 
 // Builds one service instance on the drivers of the "Services" section of vesk.json and offers
