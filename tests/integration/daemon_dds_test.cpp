@@ -35,6 +35,13 @@ protected:
         config["Services"]["dds"]["domain"] = domain_.Id();
         // The test's loopback setup, with a discovery tag of its own, comes from CYCLONEDDS_URI.
         config["Services"]["dds"].erase("cycloneConfig");
+        if (instance != "1") {
+            // A second daemon on the same host shares its network: the SOME/IP ports are the
+            // first one's.
+            for (const char* service : {"App", "Tools"}) {
+                config["Services"][service]["drivers"] = {"proloc", "dds"};
+            }
+        }
         dir_.WriteFile(name, config.dump());
     }
 
