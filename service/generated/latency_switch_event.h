@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "binding/skeleton/event_adapter.h"
+#include "records/service_interfaces.h"
 #include "records/wardend_records.h"
 
 namespace vesk::wardend::skeleton::events {
@@ -14,9 +15,7 @@ class LatencySwitchEvent : public ara::com::internal::skeleton::event::EventAdap
 public:
     using SampleType = LatencySwitch;
 
-    static constexpr std::uint32_t kEventId = 30161;
-    static constexpr std::uint16_t kSomeipEventId = 0x8001;
-    static constexpr std::uint16_t kSomeipEventgroupId = 0x0001;
+    static constexpr std::uint32_t kEventId = AppServiceIds::kLatencySwitchEvent;
 };
 
 }  // namespace vesk::wardend::skeleton::events

@@ -6,6 +6,7 @@
 
 #include "platform/core/future.h"
 #include "platform/vcc/skeleton_adapter.h"
+#include "records/service_interfaces.h"
 #include "records/service_outputs.h"
 #include "records/wardend_records.h"
 #include "service/generated/latency_switch_event.h"
@@ -18,8 +19,8 @@ class VESKWardendAppServiceSkeleton {
 public:
     using RegisterAppInfoOutput = vesk::wardend::RegisterAppInfoOutput;
 
-    static constexpr std::uint16_t kServiceId = 0x5700;
-    static constexpr std::uint16_t kRegisterAppInfoId = 60621;
+    static constexpr std::uint16_t kServiceId = AppServiceIds::kServiceId;
+    static constexpr std::uint16_t kRegisterAppInfoId = AppServiceIds::kRegisterAppInfo;
 
     // The service interface with its entities and wire ids.
     static const ara::com::ServiceIdentifierType& ServiceIdentifier();

@@ -7,6 +7,7 @@
 
 #include "platform/core/future.h"
 #include "platform/vcc/skeleton_adapter.h"
+#include "records/service_interfaces.h"
 #include "records/service_outputs.h"
 #include "records/wardend_records.h"
 
@@ -30,19 +31,20 @@ public:
     using QuerySubNodeEventInfoOutput = vesk::wardend::QuerySubNodeEventInfoOutput;
     using SwitchLatencyModeOutput = vesk::wardend::SwitchLatencyModeOutput;
 
-    static constexpr std::uint16_t kServiceId = 0x5701;
-    static constexpr std::uint16_t kQueryAllDataTypeId = 56963;
-    static constexpr std::uint16_t kQueryDataTypeId = 32777;
-    static constexpr std::uint16_t kQueryDataTypeRefListId = 60394;
-    static constexpr std::uint16_t kQueryEventInfoId = 40538;
-    static constexpr std::uint16_t kQueryEventShowId = 23108;
-    static constexpr std::uint16_t kQueryLatencyResultId = 58300;
-    static constexpr std::uint16_t kQueryLatencyStatusId = 3562;
-    static constexpr std::uint16_t kQueryMethodInfoId = 38078;
-    static constexpr std::uint16_t kQueryMethodTypeId = 12452;
-    static constexpr std::uint16_t kQueryNodeInfoId = 47109;
-    static constexpr std::uint16_t kQuerySubNodeEventInfoId = 7391;
-    static constexpr std::uint16_t kSwitchLatencyModeId = 63267;
+    static constexpr std::uint16_t kServiceId = ToolsServiceIds::kServiceId;
+    static constexpr std::uint16_t kQueryAllDataTypeId = ToolsServiceIds::kQueryAllDataType;
+    static constexpr std::uint16_t kQueryDataTypeId = ToolsServiceIds::kQueryDataType;
+    static constexpr std::uint16_t kQueryDataTypeRefListId = ToolsServiceIds::kQueryDataTypeRefList;
+    static constexpr std::uint16_t kQueryEventInfoId = ToolsServiceIds::kQueryEventInfo;
+    static constexpr std::uint16_t kQueryEventShowId = ToolsServiceIds::kQueryEventShow;
+    static constexpr std::uint16_t kQueryLatencyResultId = ToolsServiceIds::kQueryLatencyResult;
+    static constexpr std::uint16_t kQueryLatencyStatusId = ToolsServiceIds::kQueryLatencyStatus;
+    static constexpr std::uint16_t kQueryMethodInfoId = ToolsServiceIds::kQueryMethodInfo;
+    static constexpr std::uint16_t kQueryMethodTypeId = ToolsServiceIds::kQueryMethodType;
+    static constexpr std::uint16_t kQueryNodeInfoId = ToolsServiceIds::kQueryNodeInfo;
+    static constexpr std::uint16_t kQuerySubNodeEventInfoId =
+        ToolsServiceIds::kQuerySubNodeEventInfo;
+    static constexpr std::uint16_t kSwitchLatencyModeId = ToolsServiceIds::kSwitchLatencyMode;
 
     // The method ids in the order of the method table.
     static constexpr std::array<std::uint16_t, 12> kMethodIds{

@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "platform/log/log.h"
+#include "platform/vcc/utils/stop_signals.h"
 
 namespace lumo::driver::dds {
 
@@ -27,15 +28,8 @@ void RunGuarded(const DdsExecutor::Task& task) {
 }  // namespace
 
 DdsExecutor::DdsExecutor(const ara::core::String& threadName) : state_(std::make_shared<State>()) {
-    // SIGTERM and SIGINT stay with the main thread, whose handler stops the daemon.
-    sigset_t blocked;
-    sigset_t previous;
-    sigemptyset(&blocked);
-    sigaddset(&blocked, SIGTERM);
-    sigaddset(&blocked, SIGINT);
-    pthread_sigmask(SIG_BLOCK, &blocked, &previous);
-    thread_ = std::thread([state = state_] { Run(state); });
-    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    vcc::utils::WithoutStopSignals(
+        [this] { thread_ = std::thread([state = state_] { Run(state); }); });
     pthread_setname_np(thread_.native_handle(), threadName.substr(0, kThreadNameMax).c_str());
     threadId_ = thread_.get_id();
 }

@@ -6,6 +6,7 @@
 #include <exception>
 
 #include "platform/log/log.h"
+#include "platform/vcc/utils/stop_signals.h"
 
 namespace lumo::vcc::utils {
 
@@ -16,19 +17,13 @@ constexpr std::size_t kThreadNameMax = 15;
 ThreadPool::ThreadPool(std::uint32_t threadNumber, std::uint32_t queueSize,
                        const ara::core::String& name)
     : queueSize_(queueSize), name_(name.substr(0, kThreadNameMax)) {
-    // Workers leave SIGTERM and SIGINT to the main thread, whose handler stops the daemon.
-    sigset_t blocked;
-    sigset_t previous;
-    sigemptyset(&blocked);
-    sigaddset(&blocked, SIGTERM);
-    sigaddset(&blocked, SIGINT);
-    pthread_sigmask(SIG_BLOCK, &blocked, &previous);
-    threads_.reserve(threadNumber);
-    for (std::uint32_t i = 0; i < threadNumber; ++i) {
-        threads_.emplace_back([this] { Work(); });
-        pthread_setname_np(threads_.back().native_handle(), name_.c_str());
-    }
-    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+    WithoutStopSignals([this, threadNumber] {
+        threads_.reserve(threadNumber);
+        for (std::uint32_t i = 0; i < threadNumber; ++i) {
+            threads_.emplace_back([this] { Work(); });
+            pthread_setname_np(threads_.back().native_handle(), name_.c_str());
+        }
+    });
 }
 
 ThreadPool::~ThreadPool() {
