@@ -366,7 +366,7 @@ private:
         switch (static_cast<api::types::SerializeType>(msg->serializeType)) {
             case api::types::SerializeType::kDds: {
                 serialize::dds::Serializer<Output> serializer(value, info->replyConfig);
-                Write(serializer, msg, false);
+                Write(serializer, msg);
                 return;
             }
             case api::types::SerializeType::kSomeip: {
@@ -387,11 +387,11 @@ private:
                                    msg);
                         return;
                     }
-                    Write(serializer, msg, false);
+                    Write(serializer, msg);
                     return;
                 }
                 serialize::someip::Serializer<Output> serializer(value, info->replyConfig);
-                Write(serializer, msg, false);
+                Write(serializer, msg);
                 return;
             }
             default:
@@ -425,7 +425,7 @@ private:
     }
 
     template <typename Serializer>
-    void Write(Serializer& serializer, const driver::MethodMsgPtr& msg, bool isError) {
+    void Write(Serializer& serializer, const driver::MethodMsgPtr& msg) {
         const std::uint64_t size = serializer.GetSize();
         if (size > serialize::kSizeMax) {
             logger_->LogError("MethodSkeleton_ReplyData", LogLimit())
@@ -434,7 +434,7 @@ private:
                 << entityId_ << "]";
             return;
         }
-        msg->isErrorReply = isError;
+        msg->isErrorReply = false;
         auto handler = Driver(msg->driverType);
         if (handler == nullptr) {
             return;
