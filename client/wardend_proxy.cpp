@@ -1,5 +1,10 @@
 #include "client/wardend_proxy.h"
 
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+#include <utility>
+
 #include "binding/proxy/event_proxy.h"
 #include "binding/proxy/method_proxy.h"
 #include "client/client_drivers.h"
@@ -53,10 +58,79 @@ ara::core::String DescribeError(const ara::core::ErrorCode& error) {
     return ara::core::String(error.Domain().Name()) + " error " + std::to_string(error.Value());
 }
 
+// Runs the application's handler on a thread of its own: the driver's notification comes on a
+// driver thread, where waiting for a call's answer would wait for that very thread.
+class FoundRunner {
+public:
+    FoundRunner() = default;
+    FoundRunner(const FoundRunner&) = delete;
+    FoundRunner& operator=(const FoundRunner&) = delete;
+    ~FoundRunner() {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            stop_ = true;
+        }
+        wake_.notify_all();
+        if (thread_.joinable()) {
+            thread_.join();
+        }
+    }
+
+    void SetHandler(std::function<void()> handler) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        handler_ = std::move(handler);
+        if (!thread_.joinable()) {
+            thread_ = std::thread([this] { Run(); });
+        }
+    }
+
+    // Any thread; never blocks beyond the short lock.
+    void Found() {
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            found_ = true;
+        }
+        wake_.notify_all();
+    }
+
+private:
+    void Run() {
+        std::unique_lock<std::mutex> lock(mutex_);
+        for (;;) {
+            wake_.wait(lock, [this] { return stop_ || found_; });
+            if (stop_) {
+                return;
+            }
+            found_ = false;
+            auto handler = handler_;
+            lock.unlock();
+            if (handler) {
+                handler();
+            }
+            lock.lock();
+        }
+    }
+
+    std::mutex mutex_;  // guards every member below but thread_'s join
+    std::condition_variable wake_;
+    std::function<void()> handler_;
+    bool found_{false};
+    bool stop_{false};
+    std::thread thread_;
+};
+
 struct VESKWardendAppServiceProxy::Impl {
     ProxyOptions options;
+    // Destroyed after the method proxy, whose client may notify it until then.
+    FoundRunner foundRunner;
     std::unique_ptr<MethodProxy<RegisterAppInfoOutput, AppRegisterInfo>> registerAppInfo;
     std::unique_ptr<EventProxy<LatencySwitch>> latencySwitch;
+
+    ~Impl() {
+        if (registerAppInfo != nullptr) {
+            (void)registerAppInfo->SetServiceFoundHandler(nullptr);
+        }
+    }
 };
 
 VESKWardendAppServiceProxy::VESKWardendAppServiceProxy(const ProxyOptions& options)
@@ -95,6 +169,12 @@ bool VESKWardendAppServiceProxy::IsLatencySwitchSubscribed() const {
 
 bool VESKWardendAppServiceProxy::WaitForService(std::chrono::milliseconds timeout) {
     return impl_->registerAppInfo->WaitForService(timeout);
+}
+
+bool VESKWardendAppServiceProxy::SetDaemonFoundHandler(std::function<void()> handler) {
+    impl_->foundRunner.SetHandler(std::move(handler));
+    auto* runner = &impl_->foundRunner;
+    return impl_->registerAppInfo->SetServiceFoundHandler([runner] { runner->Found(); });
 }
 
 struct VESKWardendToolsServiceProxy::Impl {

@@ -50,6 +50,12 @@ public:
     // Waits until the daemon offers the service.
     bool WaitForService(std::chrono::milliseconds timeout);
 
+    // Runs handler on a thread of the proxy each time the daemon is found: once it is reachable,
+    // and again after every restart of the daemon, which forgets what applications registered.
+    // Register (again) from it; it may call RegisterAppInfo and wait for the answers. Replaces
+    // an earlier handler; not from within the handler. False when the driver is not available.
+    bool SetDaemonFoundHandler(std::function<void()> handler);
+
 private:
     struct Impl;
     std::unique_ptr<Impl> impl_;

@@ -72,6 +72,15 @@ public:
         return client_ != nullptr && client_->WaitForService(timeout);
     }
 
+    // See MethodClient::SetServiceFoundHandler. False when there is no client to watch.
+    bool SetServiceFoundHandler(std::function<void()> handler) {
+        if (client_ == nullptr) {
+            return false;
+        }
+        client_->SetServiceFoundHandler(std::move(handler));
+        return true;
+    }
+
 private:
     static constexpr unsigned char kUnwritable = 0xFF;
 

@@ -25,11 +25,14 @@ std::uint64_t NewClientId() {
     return id;
 }
 
+bool IsTarget(const String& userData, const String& target) {
+    const auto instance = UserDataValue(userData.data(), userData.size(), "instance");
+    return instance && *instance == target;
+}
+
 bool TargetAmong(const std::vector<String>& userData, const String& target) {
-    return std::any_of(userData.begin(), userData.end(), [&](const String& data) {
-        const auto instance = UserDataValue(data.data(), data.size(), "instance");
-        return instance && *instance == target;
-    });
+    return std::any_of(userData.begin(), userData.end(),
+                       [&](const String& data) { return IsTarget(data, target); });
 }
 
 MethodReply FailedReply(CallStatus status, const String& reason) {
@@ -140,13 +143,29 @@ void DdsMethodClient::PostRecheck() {
 
 void DdsMethodClient::RecheckMatch() {
     // Both halves: a request reaches the target, and its reply reaches us.
-    const bool matched = TargetAmong(MatchedUserData(writer_, true), target_) &&
-                         TargetAmong(MatchedUserData(reader_, false), target_);
+    bool newReader = false;
+    bool anyReader = false;
+    for (const auto& endpoint : MatchedEndpoints(writer_, true)) {
+        if (IsTarget(endpoint.userData, target_)) {
+            anyReader = true;
+            newReader = knownReaders_.insert(endpoint.handle).second || newReader;
+        }
+    }
+    const bool matched = anyReader && TargetAmong(MatchedUserData(reader_, false), target_);
     std::deque<QueuedRequest> waiting;
+    bool found = false;
     {
         std::lock_guard<std::mutex> lock(mutex_);
         if (closed_) {
             return;
+        }
+        // A request reader of the target never seen before is a daemon that (re)started, even
+        // while the lease of the old one has not yet run out.
+        pendingFound_ = pendingFound_ || newReader;
+        found = matched && pendingFound_;
+        if (found) {
+            pendingFound_ = false;
+            foundTold_ = true;
         }
         matched_ = matched;
         if (matched) {
@@ -177,6 +196,38 @@ void DdsMethodClient::RecheckMatch() {
     }
     // A reply that came while nobody listened yet, at creation.
     TakeReplies();
+    if (found) {
+        found_->Notify();
+    }
+}
+
+void DdsMethodClient::SetServiceFoundHandler(std::function<void()> handler) {
+    const bool watch = static_cast<bool>(handler);
+    found_->Set(std::move(handler));
+    if (!watch) {
+        return;
+    }
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        foundTold_ = false;
+    }
+    std::weak_ptr<DdsMethodClient> weak = weak_from_this();
+    executor_->Post([weak] {
+        auto self = weak.lock();
+        if (self == nullptr) {
+            return;
+        }
+        bool tell = false;
+        {
+            // Unless a match since the handler was set has told it already.
+            std::lock_guard<std::mutex> lock(self->mutex_);
+            tell = self->matched_ && !self->foundTold_;
+            self->foundTold_ = self->foundTold_ || tell;
+        }
+        if (tell) {
+            self->found_->Notify();
+        }
+    });
 }
 
 void DdsMethodClient::Call(const unsigned char* payload, std::uint64_t size,

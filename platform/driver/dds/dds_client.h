@@ -17,6 +17,7 @@
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <unordered_map>
 #include <vector>
 
@@ -49,6 +50,7 @@ public:
     // False while the target daemon is not matched.
     bool CallNoReturn(const unsigned char* payload, std::uint64_t size) override;
     bool WaitForService(std::chrono::milliseconds timeout) override;
+    void SetServiceFoundHandler(std::function<void()> handler) override;
     std::uint8_t GetSerializeType() const override { return 0; }
 
     // The high word of this client's uuids.
@@ -100,10 +102,16 @@ private:
     dds_entity_t writer_{0};
     dds_entity_t reader_{0};
     std::atomic<std::uint64_t> nextSequence_{1};
+    // Driver thread only: the target's request readers seen so far, one per daemon run.
+    std::set<dds_instance_handle_t> knownReaders_;
+    const std::shared_ptr<vcc::driver::ServiceFoundSignal> found_ =
+        std::make_shared<vcc::driver::ServiceFoundSignal>();
 
     std::mutex mutex_;  // guards every member below
     std::condition_variable matchedChanged_;
     bool matched_{false};
+    bool pendingFound_{false};  // a new daemon matched on the request topic, not yet told
+    bool foundTold_{false};     // the found handler has heard of the match since it was set
     bool closed_{false};
     std::unordered_map<std::uint64_t, PendingCall> pending_;
     std::deque<QueuedRequest> queued_;

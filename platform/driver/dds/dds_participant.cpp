@@ -161,7 +161,7 @@ EndpointQos::~EndpointQos() {
     dds_delete_qos(qos_);
 }
 
-std::vector<String> MatchedUserData(dds_entity_t entity, bool entityIsWriter) {
+std::vector<MatchedEndpoint> MatchedEndpoints(dds_entity_t entity, bool entityIsWriter) {
     std::vector<dds_instance_handle_t> handles(16);
     for (;;) {
         const dds_return_t n =
@@ -176,7 +176,7 @@ std::vector<String> MatchedUserData(dds_entity_t entity, bool entityIsWriter) {
         }
         handles.resize(static_cast<std::size_t>(n));
     }
-    std::vector<String> result;
+    std::vector<MatchedEndpoint> result;
     result.reserve(handles.size());
     for (const dds_instance_handle_t handle : handles) {
         dds_builtintopic_endpoint_t* endpoint =
@@ -189,12 +189,20 @@ std::vector<String> MatchedUserData(dds_entity_t entity, bool entityIsWriter) {
         std::size_t size = 0;
         if (endpoint->qos != nullptr && dds_qget_userdata(endpoint->qos, &data, &size) &&
             data != nullptr) {
-            result.emplace_back(static_cast<const char*>(data), size);
+            result.push_back({handle, String(static_cast<const char*>(data), size)});
             dds_free(data);
         } else {
-            result.emplace_back();
+            result.push_back({handle, String()});
         }
         dds_builtintopic_free_endpoint(endpoint);
+    }
+    return result;
+}
+
+std::vector<String> MatchedUserData(dds_entity_t entity, bool entityIsWriter) {
+    std::vector<String> result;
+    for (auto& endpoint : MatchedEndpoints(entity, entityIsWriter)) {
+        result.push_back(std::move(endpoint.userData));
     }
     return result;
 }

@@ -81,8 +81,14 @@ private:
     dds_qos_t* qos_;
 };
 
-// The user data of every endpoint matched with a writer (its readers) or with a reader (its
-// writers). Not to be called on a Cyclone listener thread.
+// Every endpoint matched with a writer (its readers) or with a reader (its writers): its
+// instance handle and user data. Not to be called on a Cyclone listener thread.
+struct MatchedEndpoint {
+    dds_instance_handle_t handle{0};
+    ara::core::String userData;
+};
+std::vector<MatchedEndpoint> MatchedEndpoints(dds_entity_t entity, bool entityIsWriter);
+// The user data of MatchedEndpoints alone.
 std::vector<ara::core::String> MatchedUserData(dds_entity_t entity, bool entityIsWriter);
 
 // Takes every sample reader holds, a batch at a time, and calls fn with each envelope that

@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <algorithm>
 #include <atomic>
 #include <climits>
 #include <sstream>
@@ -129,6 +130,16 @@ public:
         }
     }
 
+    void SetServiceFoundHandler(std::function<void()> handler) override {
+        const bool watch = static_cast<bool>(handler);
+        found_->Set(std::move(handler));
+        auto driver = driver_.lock();
+        if (watch && driver != nullptr &&
+            driver->WatchOffer(index_.serviceId, index_.instanceId, found_)) {
+            found_->Notify();
+        }
+    }
+
     std::uint8_t GetSerializeType() const override { return kSerializeType; }
 
     void SetProlocMemory(std::shared_ptr<ProlocMethodManager> memory) override {
@@ -158,6 +169,8 @@ private:
     const ProlocEntityIndex index_;
     mutable std::mutex mutex_;  // guards requestMemory_
     std::shared_ptr<ProlocMethodManager> requestMemory_;
+    const std::shared_ptr<vcc::driver::ServiceFoundSignal> found_ =
+        std::make_shared<vcc::driver::ServiceFoundSignal>();
 };
 
 class ProlocEventClient final : public vcc::driver::EventClient,
@@ -297,9 +310,38 @@ std::shared_ptr<vcc::driver::EventHandler> ProlocDriver::CreateEventHandler(
 }
 
 bool ProlocDriver::OfferService(std::uint16_t serviceId, const ara::core::String& instanceId) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    offered_.emplace(serviceId, instanceId);
+    std::vector<std::shared_ptr<vcc::driver::ServiceFoundSignal>> found;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (!offered_.emplace(serviceId, instanceId).second) {
+            return true;
+        }
+        auto& watchers = watchers_[{serviceId, instanceId}];
+        watchers.erase(std::remove_if(watchers.begin(), watchers.end(),
+                                      [](const auto& watcher) { return watcher.expired(); }),
+                       watchers.end());
+        for (const auto& watcher : watchers) {
+            if (auto live = watcher.lock()) {
+                found.push_back(std::move(live));
+            }
+        }
+    }
+    for (const auto& signal : found) {
+        signal->Notify();
+    }
     return true;
+}
+
+bool ProlocDriver::WatchOffer(std::uint16_t serviceId, const ara::core::String& instanceId,
+                              const std::shared_ptr<vcc::driver::ServiceFoundSignal>& signal) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    auto& watchers = watchers_[{serviceId, instanceId}];
+    const auto known = std::any_of(watchers.begin(), watchers.end(),
+                                   [&signal](const auto& other) { return other.lock() == signal; });
+    if (!known) {
+        watchers.push_back(signal);
+    }
+    return offered_.count({serviceId, instanceId}) != 0;
 }
 
 void ProlocDriver::StopOfferService(std::uint16_t serviceId, const ara::core::String& instanceId) {

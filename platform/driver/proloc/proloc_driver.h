@@ -47,6 +47,9 @@ public:
         const vcc::api::types::EventInfo& info) override;
 
     bool IsOffered(std::uint16_t serviceId, const ara::core::String& instanceId) const;
+    // Notifies signal at every later offer of the service; true when it is offered now.
+    bool WatchOffer(std::uint16_t serviceId, const ara::core::String& instanceId,
+                    const std::shared_ptr<vcc::driver::ServiceFoundSignal>& signal);
     // The server of an offered method, or null.
     std::shared_ptr<ProlocMethodHandler> FindOfferedServer(const ProlocEntityIndex& index) const;
     // Completes the call with kTimeout at the deadline unless it completed before.
@@ -61,9 +64,12 @@ private:
 
     void RunTimer();
 
-    mutable std::mutex mutex_;  // guards servers_ and offered_
+    mutable std::mutex mutex_;  // guards servers_, offered_ and watchers_
     std::map<ProlocEntityIndex, std::weak_ptr<ProlocMethodHandler>> servers_;
     std::set<std::pair<std::uint16_t, ara::core::String>> offered_;
+    std::map<std::pair<std::uint16_t, ara::core::String>,
+             std::vector<std::weak_ptr<vcc::driver::ServiceFoundSignal>>>
+        watchers_;
 
     std::mutex timerMutex_;  // guards deadlines_, timerStopping_ and timer_'s start
     std::condition_variable timerWake_;

@@ -1,6 +1,7 @@
 // The client side of the SOME/IP driver: finding services, connections, calls and
 // subscriptions.
 
+#include <algorithm>
 #include <cstring>
 #include <sstream>
 
@@ -209,6 +210,18 @@ bool SomeipMethodClient::WaitForService(std::chrono::milliseconds timeout) {
     return availability.changed.wait_for(lock, timeout, [&] { return availability.available; });
 }
 
+void SomeipMethodClient::SetServiceFoundHandler(std::function<void()> handler) {
+    const bool watch = static_cast<bool>(handler);
+    found_->Set(std::move(handler));
+    if (!watch) {
+        return;
+    }
+    auto* core = core_.get();
+    auto remote = remote_;
+    std::weak_ptr<vcc::driver::ServiceFoundSignal> signal = found_;
+    (void)core_->Post([core, remote, signal] { core->WatchFound(remote, signal); });
+}
+
 // ---- SomeipEventClient ----
 
 SomeipEventClient::SomeipEventClient(std::shared_ptr<Core> core,
@@ -314,6 +327,21 @@ void SomeipDriver::Core::Want(const std::shared_ptr<RemoteService>& remote) {
         remote->findDelay = options.findDelayMin;
         remote->nextFind = Clock::now() + remote->findDelay;
         SendFind(*remote);
+    }
+}
+
+void SomeipDriver::Core::WatchFound(const std::shared_ptr<RemoteService>& remote,
+                                    const std::weak_ptr<vcc::driver::ServiceFoundSignal>& signal) {
+    auto& signals = remote->foundSignals;
+    const auto known = std::any_of(signals.begin(), signals.end(), [&signal](const auto& other) {
+        return !other.owner_before(signal) && !signal.owner_before(other);
+    });
+    if (!known) {
+        signals.push_back(signal);
+    }
+    Want(remote);
+    if (auto live = signal.lock(); live != nullptr && remote->available) {
+        live->Notify();
     }
 }
 
@@ -702,6 +730,15 @@ void SomeipDriver::Core::MakeAvailable(RemoteService& remote) {
     for (const auto& subscription : remote.subscriptions) {
         if (subscription->state == EventSubscription::State::kWaitService) {
             Subscribe(remote, *subscription);
+        }
+    }
+    auto& signals = remote.foundSignals;
+    signals.erase(std::remove_if(signals.begin(), signals.end(),
+                                 [](const auto& signal) { return signal.expired(); }),
+                  signals.end());
+    for (const auto& signal : signals) {
+        if (auto live = signal.lock()) {
+            live->Notify();
         }
     }
 }

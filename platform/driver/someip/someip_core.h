@@ -359,6 +359,7 @@ struct RemoteService {
     mutable std::mutex linkMutex;  // guards link
     std::shared_ptr<ClientConnection> link;
     std::vector<std::shared_ptr<EventSubscription>> subscriptions;
+    std::vector<std::weak_ptr<vcc::driver::ServiceFoundSignal>> foundSignals;
 };
 
 class ClientConnection final : public Connection {
@@ -456,6 +457,7 @@ public:
               vcc::driver::ReplyHandler handler) override;
     bool CallNoReturn(const unsigned char* payload, std::uint64_t size) override;
     bool WaitForService(std::chrono::milliseconds timeout) override;
+    void SetServiceFoundHandler(std::function<void()> handler) override;
     std::uint8_t GetSerializeType() const override { return 2; }
 
 private:
@@ -466,6 +468,8 @@ private:
     std::shared_ptr<RemoteService> remote_;  // fixed fields only, outside the I/O thread
     std::uint16_t methodId_;
     bool udp_;
+    std::shared_ptr<vcc::driver::ServiceFoundSignal> found_ =
+        std::make_shared<vcc::driver::ServiceFoundSignal>();
 };
 
 class SomeipEventClient final : public vcc::driver::EventClient,
@@ -555,6 +559,9 @@ public:
     // Client side (I/O thread).
     std::shared_ptr<RemoteService> Remote(const vcc::api::types::SomeipEntityConfig& config);
     void Want(const std::shared_ptr<RemoteService>& remote);
+    // Notifies signal now if the service is available, and each time it is found again.
+    void WatchFound(const std::shared_ptr<RemoteService>& remote,
+                    const std::weak_ptr<vcc::driver::ServiceFoundSignal>& signal);
     void Call(const std::shared_ptr<RemoteService>& remote, QueuedCall call, PendingCall pending);
     bool SendNoReturn(const std::shared_ptr<RemoteService>& remote, OutMessagePtr message,
                       bool udp);

@@ -2,6 +2,7 @@
 
 #include <map>
 #include <mutex>
+#include <utility>
 
 namespace lumo::vcc::driver {
 
@@ -32,6 +33,18 @@ void MethodClient::SetProlocMemory(
 void EventClient::SetProlocMemory(
     // NOLINTNEXTLINE(performance-unnecessary-value-param)
     std::shared_ptr<lumo::driver::proloc::ProlocMemoryManager> /*memory*/) {}
+
+void ServiceFoundSignal::Set(std::function<void()> handler) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    handler_ = std::move(handler);
+}
+
+void ServiceFoundSignal::Notify() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (handler_) {
+        handler_();
+    }
+}
 
 const char* CallStatusName(CallStatus status) noexcept {
     switch (status) {

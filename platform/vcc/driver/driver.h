@@ -20,6 +20,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 
 #include "platform/core/string.h"
 #include "platform/vcc/api/types/driver_type.h"
@@ -128,6 +129,20 @@ struct MethodReply {
 };
 using ReplyHandler = std::function<void(const MethodReply&)>;
 
+// The handler a client calls each time its service is found. Set and Notify may be called on
+// any threads; the handler runs on the notifying thread, one call at a time.
+class ServiceFoundSignal {
+public:
+    // Replaces the handler; an empty one clears it. When Set returns, an earlier handler is not
+    // running and will not run again. Never from within the handler.
+    void Set(std::function<void()> handler);
+    void Notify();
+
+private:
+    std::mutex mutex_;  // guards handler_, and is held while it runs
+    std::function<void()> handler_;
+};
+
 // Client side of one method on one driver.
 class MethodClient {
 public:
@@ -147,6 +162,13 @@ public:
     // Waits up to timeout until the service is found (offered, matched). Blocks; any thread
     // but a driver thread.
     virtual bool WaitForService(std::chrono::milliseconds timeout) = 0;
+    // Calls handler each time the service is found: soon after this call when it is available
+    // already, and again whenever a restarted server offers it anew, since that server has lost
+    // what clients told the old one. Keeps looking for the service while a handler is set. The
+    // handler runs on a driver thread (in-process: on the thread that offers the service or sets
+    // the handler) and must not block on a call of this driver. Any thread but a driver thread;
+    // replaces an earlier handler, an empty one clears it (see ServiceFoundSignal::Set).
+    virtual void SetServiceFoundHandler(std::function<void()> handler) = 0;
     virtual std::uint8_t GetSerializeType() const = 0;
     // In-process driver only: the request store of the method's argument list, which gets the
     // request back when the server is done with it.

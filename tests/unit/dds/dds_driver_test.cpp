@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 
 #include "platform/driver/dds/dds_client.h"
 #include "platform/driver/dds/dds_driver.h"
@@ -129,6 +130,27 @@ TEST_F(DdsRoundTripTest, UnansweredCallsEndAfterTheirTimeout) {
     EXPECT_EQ(unreachable->status, CallStatus::kNotReachable);
     EXPECT_NE(unreachable->reason.find("no daemon instance \"9\""), std::string::npos);
     EXPECT_FALSE(toNobody->CallNoReturn(reinterpret_cast<const unsigned char*>("x"), 1));
+}
+
+TEST_F(DdsRoundTripTest, TheFoundHandlerHearsOfEveryNewDaemonOfItsInstance) {
+    std::atomic<int> found{0};
+    auto client = client_.CreateMethodClient(AppMethod(domain_.Id(), "1"));
+    client->SetServiceFoundHandler([&found] { ++found; });
+    Replier replier(Serve(server_, "1"), "1");
+    server_.OfferService(kAppService, "1");
+    ASSERT_TRUE(WaitUntil([&] { return found.load() == 1; }, 10s)) << found.load();
+
+    // A daemon of another instance is not this client's; a restarted one of its own is, even
+    // while the old one still lives.
+    DdsDriver other;
+    Replier otherReplier(Serve(other, "2"), "2");
+    other.OfferService(kAppService, "2");
+    DdsDriver restarted;
+    Replier restartedReplier(Serve(restarted, "1"), "1");
+    restarted.OfferService(kAppService, "1");
+    EXPECT_TRUE(WaitUntil([&] { return found.load() == 2; }, 10s));
+    client->SetServiceFoundHandler(nullptr);
+    EXPECT_EQ(found.load(), 2);
 }
 
 TEST_F(DdsRoundTripTest, AfterStopOfferServiceCallsAreNotReachable) {

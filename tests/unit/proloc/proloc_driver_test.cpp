@@ -143,10 +143,14 @@ TEST_F(ProlocDriverTest, CallsFailAtOnceWhenNotOfferedAndTimeOutWhenNobodyAnswer
     auto handler = driver_->CreateMethodHandler(method_);
     auto client = driver_->CreateMethodClient(method_);
     client->SetProlocMemory(requests_);
+    int found = 0;
+    client->SetServiceFoundHandler([&found] { ++found; });
     EXPECT_FALSE(client->WaitForService(10ms));
     EXPECT_EQ(CallAndWait(*client, "x", 5s).status, CallStatus::kNotReachable);
 
     ASSERT_TRUE(driver_->OfferService(kService, "1"));
+    ASSERT_TRUE(driver_->OfferService(kService, "1"));
+    EXPECT_EQ(found, 1) << "a second offer of an offered service finds nothing new";
     EXPECT_EQ(CallAndWait(*client, "x", 5s).status, CallStatus::kNotReachable)
         << "offered but without a receive handler";
 
@@ -166,6 +170,12 @@ TEST_F(ProlocDriverTest, CallsFailAtOnceWhenNotOfferedAndTimeOutWhenNobodyAnswer
 
     driver_->StopOfferService(kService, "1");
     EXPECT_EQ(CallAndWait(*client, "x", 5s).status, CallStatus::kNotReachable);
+    ASSERT_TRUE(driver_->OfferService(kService, "1"));
+    EXPECT_EQ(found, 2);
+    int foundLater = 0;
+    client->SetServiceFoundHandler([&foundLater] { ++foundLater; });
+    EXPECT_EQ(foundLater, 1) << "a handler set while the service is offered hears of it at once";
+    client->SetServiceFoundHandler(nullptr);
 }
 
 TEST_F(ProlocDriverTest, AnEventReachesTwoClientsAndStopsAtUnsubscribe) {

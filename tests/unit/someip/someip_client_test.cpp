@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <future>
 #include <thread>
 
@@ -211,10 +212,13 @@ TEST_F(SomeipClientTest, SubscriptionIsRenewedBeforeItsTtlRunsOut) {
 TEST_F(SomeipClientTest, AfterTheServerRestartsCallsAndSubscriptionsComeBackByThemselves) {
     auto client = MethodClient();
     auto events = EventClient(false);
+    std::atomic<int> found{0};
+    client->SetServiceFoundHandler([&found] { ++found; });
     Samples samples;
     ASSERT_TRUE(events->Subscribe(samples.Handler()));
     ASSERT_EQ(CallAndWait(*client, {}).status, CallStatus::kOk);
     ASSERT_TRUE(WaitUntil([&] { return events->IsSubscribed(); }));
+    EXPECT_EQ(found.load(), 1);
 
     const std::uint16_t port = server_->port;
     const std::uint16_t sdPort = server_->sdPort;
@@ -228,6 +232,9 @@ TEST_F(SomeipClientTest, AfterTheServerRestartsCallsAndSubscriptionsComeBackByTh
     ASSERT_TRUE(WaitUntil([&] { return events->IsSubscribed(); }));
     ASSERT_TRUE(server_->SendEvent({3}));
     EXPECT_TRUE(samples.WaitFor({3}));
+    // The restarted server lost what the client told it: the client hears of it once.
+    EXPECT_EQ(found.load(), 2);
+    client->SetServiceFoundHandler(nullptr);
 }
 
 TEST_F(SomeipClientTest, PendingCallsEndWhenTheConnectionCloses) {

@@ -192,6 +192,38 @@ TEST_F(WholeStackTest, TrafficControlRefusesPastTheCountOfAWindow) {
     EXPECT_GE(refused, 100);
 }
 
+TEST_F(WholeStackTest, TheDaemonFoundHandlerRegistersAtOnceAndAgainAfterARestart) {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<std::uint16_t> results;
+    VESKWardendAppServiceProxy app(kInProcess);
+    // The handler waits for the answer of its own call, as an application's would.
+    ASSERT_TRUE(app.SetDaemonFoundHandler([&] {
+        AppRegisterInfo info;
+        info.infoType = AppRegisterInfoType::NODE;
+        info.nodeInfo.nodeName = "foundNode";
+        info.nodeInfo.pid = self_;
+        info.nodeInfo.registerState.isRegister = true;
+        auto answer = app.RegisterAppInfo(info).GetResult();
+        std::lock_guard<std::mutex> lock(mutex);
+        results.push_back(answer.HasValue() ? answer.Value().result : 0xFFFF);
+        changed.notify_all();
+    }));
+    auto waitFor = [&](std::size_t count) {
+        std::unique_lock<std::mutex> lock(mutex);
+        return changed.wait_for(lock, 10s, [&] { return results.size() >= count; });
+    };
+    ASSERT_TRUE(waitFor(1));
+
+    server_->StopService();
+    delete server_;
+    server_ = new vesk::wardend::WardendServer();
+    ASSERT_TRUE(server_->StartService());
+    ASSERT_TRUE(waitFor(2));
+    std::lock_guard<std::mutex> lock(mutex);
+    EXPECT_EQ(results, (std::vector<std::uint16_t>{0, 0}));
+}
+
 TEST_F(WholeStackTest, AServiceThatIsNotOfferedGivesTheComError) {
     VESKWardendToolsServiceProxy elsewhere({lumo::vcc::api::types::DriverType::kProloc, "2", 1s});
     auto result = elsewhere.QueryNodeInfo("ALL").GetResult();
