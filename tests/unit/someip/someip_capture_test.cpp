@@ -4,17 +4,12 @@
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
-#include <csignal>
-#include <fstream>
 #include <future>
-#include <sstream>
 #include <thread>
 
-#include "tests/support/process.h"
 #include "tests/support/temp_dir.h"
 #include "tests/unit/someip/someip_test_server.h"
+#include "tests/unit/someip/tshark_capture.h"
 
 namespace wardend::test::someip {
 namespace {
@@ -28,51 +23,6 @@ using namespace std::chrono_literals;
 // free there whatever else runs on 127.0.0.1.
 constexpr const char* kServerAddress = "127.0.0.3";
 constexpr std::uint16_t kSdPort = 30490;
-
-bool MayCapture() {
-    if (::geteuid() == 0) {
-        return true;
-    }
-    std::ifstream status("/proc/self/status");
-    std::string line;
-    while (std::getline(status, line)) {
-        if (line.rfind("CapEff:", 0) == 0) {
-            const unsigned long long caps = std::stoull(line.substr(7), nullptr, 16);
-            return (caps & (1ULL << 13U)) != 0;  // CAP_NET_RAW
-        }
-    }
-    return false;
-}
-
-std::string Tshark() {
-    for (const char* path : {"/usr/bin/tshark", "/usr/local/bin/tshark"}) {
-        if (::access(path, X_OK) == 0) {
-            return path;
-        }
-    }
-    return {};
-}
-
-std::uintmax_t FileSize(const std::string& path) {
-    std::ifstream file(path, std::ios::binary | std::ios::ate);
-    return file ? static_cast<std::uintmax_t>(file.tellg()) : 0;
-}
-
-// The capture runs a little after tshark says so: probe datagrams (to the discard port, which
-// nobody serves) until the first one is in the file.
-bool WaitCapturing(const std::string& capture) {
-    RawUdpPeer probe;
-    const std::uintmax_t empty = FileSize(capture);
-    const auto deadline = std::chrono::steady_clock::now() + 10s;
-    while (std::chrono::steady_clock::now() < deadline) {
-        probe.SendTo(kServerAddress, 9, {0});
-        std::this_thread::sleep_for(20ms);
-        if (FileSize(capture) > empty && FileSize(capture) > 0) {
-            return true;
-        }
-    }
-    return false;
-}
 
 CallStatus Call(lumo::vcc::driver::MethodClient& client, const Bytes& payload) {
     std::promise<CallStatus> done;
@@ -90,12 +40,9 @@ TEST(SomeipCaptureTest, AWholeExchangeDecodesInTsharkWithoutMalformedFrames) {
     const std::string tshark = Tshark();
     ASSERT_FALSE(tshark.empty()) << "tshark is missing: scripts/bootstrap installs it";
     TempDir dir;
-    const std::string capture = dir.Path() + "/someip.pcapng";
     const std::uint16_t port = FreePort();
-    const std::string filter = std::string("host ") + kServerAddress;
-    ChildProcess capturing(tshark, {"-i", "lo", "-f", filter, "-w", capture});
-    ASSERT_TRUE(capturing.WaitForStderr("Capturing on", 10s)) << capturing.Stderr();
-    ASSERT_TRUE(WaitCapturing(capture)) << capturing.Stderr();
+    LoopbackCapture capture(tshark, kServerAddress, dir.Path() + "/someip.pcapng");
+    ASSERT_TRUE(capture.Started()) << capture.Stderr();
 
     {
         auto options = QuickOptions();
@@ -138,39 +85,12 @@ TEST(SomeipCaptureTest, AWholeExchangeDecodesInTsharkWithoutMalformedFrames) {
         }
         EXPECT_EQ(samples.load(), 2);
     }
-    // The last frames (StopOffer, StopSubscribe) are written before tshark stops.
-    std::this_thread::sleep_for(300ms);
-    capturing.Signal(SIGINT);
-    ASSERT_TRUE(capturing.WaitExit(10s));
+    ASSERT_TRUE(capture.Stop());
 
-    const std::string port_ = std::to_string(port);
-    const std::vector<std::string> decodeAs = {
-        "-d", "udp.port==" + std::to_string(kSdPort) + ",someip",
-        "-d", "tcp.port==" + port_ + ",someip",
-        "-d", "udp.port==" + port_ + ",someip"};
-    std::vector<std::string> verbose = {"-r", capture, "-V"};
-    verbose.insert(verbose.end(), decodeAs.begin(), decodeAs.end());
-    const RunResult detail = RunToEnd(tshark, verbose);
+    const RunResult detail = capture.Detail({port}, kSdPort);
     ASSERT_EQ(detail.exitCode, 0) << detail.err;
-    for (const char* mark : {"Malformed", "malformed", "truncated", "Truncated",
-                             "Expert Info (Error", "Expert Info (Warning"}) {
-        EXPECT_EQ(detail.out.find(mark), std::string::npos)
-            << "tshark marks a frame: " << mark << "\n"
-            << detail.out.substr(detail.out.find(mark) > 2000 ? detail.out.find(mark) - 2000 : 0,
-                                 4000);
-    }
-
-    std::vector<std::string> fields = {"-r", capture,
-                                       "-Y", "someip",
-                                       "-T", "fields",
-                                       "-E", "separator=;",
-                                       "-e", "ip.proto",
-                                       "-e", "someip.messagetype",
-                                       "-e", "someip.returncode",
-                                       "-e", "someipsd.entry.type",
-                                       "-e", "someip.serviceid"};
-    fields.insert(fields.end(), decodeAs.begin(), decodeAs.end());
-    const RunResult table = RunToEnd(tshark, fields);
+    EXPECT_EQ(LoopbackCapture::FirstMark(detail.out), "");
+    const RunResult table = capture.Rows({port}, kSdPort);
     ASSERT_EQ(table.exitCode, 0) << table.err;
     // What must be there: SD find, offer, subscribe, ack; a request, a response, an error, and
     // a notification over TCP (6) and over UDP (17).
