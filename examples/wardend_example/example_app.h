@@ -21,7 +21,7 @@ struct ExampleEvent {
     bool published{};
     std::uint16_t serviceId{};
     std::uint16_t instanceId{};
-    String topic;  // DDS
+    String topic;             // DDS
     std::uint16_t eventId{};  // SOME/IP
 };
 
@@ -65,7 +65,7 @@ private:
     };
 
     const String node_;
-    std::mutex mutex_;  // guards events_
+    std::mutex mutex_;                        // guards events_
     std::map<std::size_t, Measured> events_;  // by position in ExampleEvents()
 };
 

@@ -71,9 +71,10 @@ private:
 }  // namespace
 
 int main(int argc, char** argv) {
-    CLI::App app{"wardend-example: registers a node, its events, a method and a field with "
-                 "wardend, follows latency switches and reports results, until SIGTERM or "
-                 "SIGINT."};
+    CLI::App app{
+        "wardend-example: registers a node, its events, a method and a field with "
+        "wardend, follows latency switches and reports results, until SIGTERM or "
+        "SIGINT."};
     std::string node = "example";
     std::string driver = "someip";
     std::string instance = "1";
@@ -127,8 +128,8 @@ int main(int argc, char** argv) {
         std::cerr << "wardend-example: the " << driver << " driver is not available" << std::endl;
         return 1;
     }
-    std::cout << "wardend-example: node " << node << " (pid " << pid << ") looking for wardend over "
-              << driver << std::endl;
+    std::cout << "wardend-example: node " << node << " (pid " << pid
+              << ") looking for wardend over " << driver << std::endl;
 
     // The measured loop: how late each tick wakes up, a stand-in for a publish cycle.
     const auto tick = std::chrono::milliseconds(tickMs);

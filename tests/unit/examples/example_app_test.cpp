@@ -25,20 +25,22 @@ TEST(ExampleAppTest, ASwitchMatchesAnEventOnlyOnTheDriversWhoseKeyIsItsOwn) {
         std::vector<DriverType> expected;
     };
     const std::vector<Case> cases{
-        {"both keys", Switch(LatencyMode::kOn, {DriverType::SOMEIP, DriverType::DDS}, 0x1234,
-                             "example/pose", 0x8001),
+        {"both keys",
+         Switch(LatencyMode::kOn, {DriverType::SOMEIP, DriverType::DDS}, 0x1234, "example/pose",
+                0x8001),
          {DriverType::SOMEIP, DriverType::DDS}},
         {"DDS topic of another event",
          Switch(LatencyMode::kOn, {DriverType::SOMEIP, DriverType::DDS}, 0x1234,
                 "example/trajectory", 0x8001),
          {DriverType::SOMEIP}},
-        {"SOME/IP event of another", Switch(LatencyMode::kOn, {DriverType::SOMEIP}, 0x1234,
-                                            "example/pose", 0x8002),
+        {"SOME/IP event of another",
+         Switch(LatencyMode::kOn, {DriverType::SOMEIP}, 0x1234, "example/pose", 0x8002),
          {}},
-        {"another service", Switch(LatencyMode::kOn, {DriverType::DDS}, 0x1300, "example/pose", 0),
+        {"another service",
+         Switch(LatencyMode::kOn, {DriverType::DDS}, 0x1300, "example/pose", 0),
          {}},
-        {"a driver twice", Switch(LatencyMode::kOn, {DriverType::DDS, DriverType::DDS}, 0x1234,
-                                  "example/pose", 0),
+        {"a driver twice",
+         Switch(LatencyMode::kOn, {DriverType::DDS, DriverType::DDS}, 0x1234, "example/pose", 0),
          {DriverType::DDS}},
     };
     for (const auto& c : cases) {
@@ -51,8 +53,8 @@ TEST(ExampleAppTest, ReportsCoverTheSamplesSinceTheLastOnesWhileTheModeIsOn) {
     reporter.Record(5);  // before any switch: nothing to measure for
     EXPECT_TRUE(reporter.TakeReports().empty());
 
-    const auto acks = reporter.OnSwitch(
-        Switch(LatencyMode::kOn, {DriverType::SOMEIP}, 0x1300, "", 0x8001));
+    const auto acks =
+        reporter.OnSwitch(Switch(LatencyMode::kOn, {DriverType::SOMEIP}, 0x1300, "", 0x8001));
     ASSERT_EQ(acks.size(), 1U) << "the subscribed VehicleSpeed alone";
     const auto& ack = acks[0].latencyInfo;
     EXPECT_EQ(ack.kind, static_cast<std::uint8_t>(LatencyInfoKind::kAcknowledge));
@@ -94,8 +96,7 @@ TEST(ExampleAppTest, UnregistrationsUndoTheRegistrationsNodeLast) {
     EXPECT_FALSE(unregistrations.back().nodeInfo.registerState.isRegister);
     for (const auto& info : unregistrations) {
         const bool registers = info.eventInfo.isRegister || info.methodInfo.isRegister ||
-                               info.fieldInfo.isRegister ||
-                               info.nodeInfo.registerState.isRegister;
+                               info.fieldInfo.isRegister || info.nodeInfo.registerState.isRegister;
         EXPECT_FALSE(registers) << "info type " << static_cast<int>(info.infoType);
     }
 }
