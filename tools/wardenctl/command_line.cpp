@@ -123,7 +123,7 @@ ParseOutcome ParseCommandLine(const std::vector<std::string>& args) {
     app.add_option("--driver", driver, "how to reach the daemon: someip (default) or dds")
         ->check(CLI::IsMember({"someip", "dds"}));
     app.add_option("--instance", command.instance,
-                   "the daemon's instance id, \"Wardend\".\"instanceId\" of its vesk.json")
+                   R"(the daemon's instance id, "Wardend"."instanceId" of its vesk.json)")
         ->capture_default_str();
     app.add_option("--timeout", timeoutMs, "how long to wait for the daemon, in milliseconds")
         ->check(CLI::Range(1U, 3600000U))
@@ -137,6 +137,12 @@ ParseOutcome ParseCommandLine(const std::vector<std::string>& args) {
         sub->parse_complete_callback([&command, kind] { command.kind = kind; });
         return sub;
     };
+    // A leaf that takes one name: the node, event type, method or data type asked about.
+    const auto named = [&command, &leaf](CLI::App& parent, const std::string& name,
+                                         const std::string& description, CommandKind kind,
+                                         const std::string& argument, const std::string& help) {
+        leaf(parent, name, description, kind)->add_option(argument, command.name, help)->required();
+    };
     const auto group = [&app](const std::string& name, const std::string& description) {
         CLI::App* sub = app.add_subcommand(name, description);
         sub->require_subcommand(1);
@@ -147,25 +153,19 @@ ParseOutcome ParseCommandLine(const std::vector<std::string>& args) {
     CLI::App* node = group("node", "nodes: the applications registered with the daemon");
     AddWatch(*leaf(*node, "list", "live nodes and their process ids", CommandKind::kNodeList),
              watchSeconds);
-    leaf(*node, "info",
-         "what a node publishes, subscribes to, serves and uses; nothing when it is unknown or "
-         "its process has ended",
-         CommandKind::kNodeInfo)
-        ->add_option("NAME", command.name, "node name")
-        ->required();
+    named(*node, "info",
+          "what a node publishes, subscribes to, serves and uses; nothing when it is unknown or "
+          "its process has ended",
+          CommandKind::kNodeInfo, "NAME", "node name");
 
     CLI::App* event = group("event", "events: publishers, subscribers and data types");
     AddWatch(*leaf(*event, "list", "every event with a live publisher or subscriber",
                    CommandKind::kEventList),
              watchSeconds);
-    leaf(*event, "info", "the records of one event type, one for each driver",
-         CommandKind::kEventInfo)
-        ->add_option("TYPE", command.name, "event type")
-        ->required();
-    leaf(*event, "show", "the data type of an event, its publisher and whether it is online",
-         CommandKind::kEventShow)
-        ->add_option("TYPE", command.name, "event type")
-        ->required();
+    named(*event, "info", "the records of one event type, one for each driver",
+          CommandKind::kEventInfo, "TYPE", "event type");
+    named(*event, "show", "the data type of an event, its publisher and whether it is online",
+          CommandKind::kEventShow, "TYPE", "event type");
     CLI::App* sub = leaf(*event, "sub",
                          "an event that has subscribers but no online publisher: its "
                          "subscribers and last publisher; empty while a publisher is online",
@@ -181,21 +181,16 @@ ParseOutcome ParseCommandLine(const std::vector<std::string>& args) {
     CLI::App* method = group("method", "methods: servers and data types");
     AddWatch(*leaf(*method, "list", "every method with a live server", CommandKind::kMethodList),
              watchSeconds);
-    leaf(*method, "info", "the records of one method, one for each driver",
-         CommandKind::kMethodInfo)
-        ->add_option("NAME", command.name, "method name")
-        ->required();
-    leaf(*method, "type", "the request and reply data types of a method", CommandKind::kMethodType)
-        ->add_option("NAME", command.name, "method name")
-        ->required();
+    named(*method, "info", "the records of one method, one for each driver",
+          CommandKind::kMethodInfo, "NAME", "method name");
+    named(*method, "type", "the request and reply data types of a method", CommandKind::kMethodType,
+          "NAME", "method name");
 
     CLI::App* type = group("type", "data types read from the .msg files");
     AddWatch(*leaf(*type, "list", "every data type the daemon has read", CommandKind::kTypeList),
              watchSeconds);
-    leaf(*type, "show", "the description of a data type, references followed",
-         CommandKind::kTypeShow)
-        ->add_option("NAME", command.name, "data type name")
-        ->required();
+    named(*type, "show", "the description of a data type, references followed",
+          CommandKind::kTypeShow, "NAME", "data type name");
     leaf(*type, "refs", "each root data type and the types it refers to", CommandKind::kTypeRefs);
 
     CLI::App* latency = group("latency", "latency measurement of an event in its applications");

@@ -1,11 +1,12 @@
 #include "tools/wardenctl/record_json.h"
 
-// The member list of each record, written once: nlohmann's own field macro also defines a reader,
-// which wardenctl has no use for.
-#define WARDENCTL_TO_JSON(Type, ...)                                             \
-    void to_json(Json& nlohmann_json_j, const Type& nlohmann_json_t) {           \
-        nlohmann_json_j = Json::object();                                        \
-        NLOHMANN_JSON_EXPAND(NLOHMANN_JSON_PASTE(NLOHMANN_JSON_TO, __VA_ARGS__)) \
+// The member list of each record, written once. nlohmann's own field macro would also define a
+// reader, which wardenctl has no use for.
+#define WARDENCTL_JSON_MEMBER(member) json[#member] = value.member;
+#define WARDENCTL_TO_JSON(Type, ...)                                                  \
+    void to_json(Json& json, const Type& value) {                                     \
+        json = Json::object();                                                        \
+        NLOHMANN_JSON_EXPAND(NLOHMANN_JSON_PASTE(WARDENCTL_JSON_MEMBER, __VA_ARGS__)) \
     }
 
 namespace vesk::wardend {
