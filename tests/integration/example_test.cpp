@@ -1,46 +1,40 @@
+// The sample application against the real daemon, seen through the real wardenctl.
+
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <functional>
+#include <nlohmann/json.hpp>
 #include <thread>
 
-#include "client/wardend_proxy.h"
 #include "tests/integration/daemon_fixture.h"
 
 namespace {
 
-using vesk::wardend::DriverType;
-using vesk::wardend::LatencyIndex;
-using vesk::wardend::LatencyMode;
-using vesk::wardend::proxy::VESKWardendToolsServiceProxy;
+using nlohmann::json;
 using wardend::test::ChildProcess;
+using wardend::test::RunResult;
 using namespace std::chrono_literals;
 
 constexpr auto kSettle = 15s;
+// The example's published /Norvane/AP/Pose on both drivers.
+const std::vector<std::string> kPose = {"--service", "0x1234",  "--event-id",
+                                        "0x8001",    "--topic", "example/pose"};
 
-// The daemon with the example types, the sample application, and a tool's view over SOME/IP.
 class ExampleTest : public wardend::test::DaemonTest {
 protected:
     void SetUp() override {
         DaemonTest::SetUp();
-        setenv("VESK_CONFIG", (dir_.Path() + "/vesk.json").c_str(), 1);
         daemon_ = StartDaemon({"-p", WARDEND_SOURCE_DIR "/examples/msg"});
         ASSERT_TRUE(WaitReady(*daemon_)) << daemon_->Stderr();
         example_ = std::make_unique<ChildProcess>(
-            WARDEND_EXAMPLE_BINARY,
-            std::vector<std::string>{"--node", "example", "--report", "200"}, Env());
-        ASSERT_TRUE(WaitForStdout(*example_, "node example registered with wardend"))
+            WARDEND_EXAMPLE_BINARY, std::vector<std::string>{"--report", "200"}, Env());
+        ASSERT_TRUE(WaitForStdout("node example registered with wardend"))
             << example_->Stdout() << example_->Stderr();
     }
-    void TearDown() override {
-        example_.reset();
-        unsetenv("VESK_CONFIG");
-    }
 
-    static bool WaitForStdout(const ChildProcess& child, const std::string& text,
-                              std::size_t times = 1) {
+    bool WaitForStdout(const std::string& text, std::size_t times = 1) const {
         return Eventually([&] {
-            const auto out = child.Stdout();
+            const auto out = example_->Stdout();
             std::size_t found = 0;
             for (auto at = out.find(text); at != std::string::npos; at = out.find(text, at + 1)) {
                 ++found;
@@ -60,97 +54,105 @@ protected:
         return true;
     }
 
-    // The example's node as the daemon reports it, or nothing.
-    std::optional<vesk::wardend::NodeInfo> ExampleNode() {
-        auto result = tools_.QueryNodeInfo("ALL").GetResult();
-        if (!result.HasValue()) {
-            return std::nullopt;
-        }
-        for (const auto& node : result.Value().nodeInfos) {
-            if (node.nodeName == "example") {
+    RunResult Ctl(std::vector<std::string> args) const {
+        args.insert(args.end(), {"--timeout", "10000"});
+        return wardend::test::RunToEnd(WARDENCTL_BINARY, args, Env(), 30s);
+    }
+
+    // The answer of wardenctl --json; null when it gave none.
+    json CtlJson(std::vector<std::string> args) const {
+        args.emplace_back("--json");
+        const RunResult run = Ctl(args);
+        EXPECT_EQ(run.exitCode, 0) << run.err;
+        const json document = json::parse(run.out, nullptr, false);
+        return document.is_discarded() ? json() : document;
+    }
+
+    static std::vector<std::string> With(std::vector<std::string> args,
+                                         const std::vector<std::string>& more) {
+        args.insert(args.end(), more.begin(), more.end());
+        return args;
+    }
+
+    // The example's row of `node list`, or null.
+    json ListedExample() const {
+        for (const auto& node : CtlJson({"node", "list"}).value("nodeInfos", json::array())) {
+            if (node.value("nodeName", "") == "example") {
                 return node;
             }
         }
-        return std::nullopt;
-    }
-
-    // The published event /Norvane/AP/Pose, on both drivers.
-    static LatencyIndex PoseIndex() {
-        LatencyIndex index;
-        index.drivers = {DriverType::SOMEIP, DriverType::DDS};
-        index.serviceId = 0x1234;
-        index.instanceId = 1;
-        index.topicName = "example/pose";
-        index.eventId = 0x8001;
-        return index;
+        return json();
     }
 
     std::unique_ptr<ChildProcess> daemon_;
     std::unique_ptr<ChildProcess> example_;
-    VESKWardendToolsServiceProxy tools_;
 };
 
-TEST_F(ExampleTest, ItsNodeIsListedWithWhatItDeclaredAndGoesWithSigkill) {
-    const auto listed = ExampleNode();
-    ASSERT_TRUE(listed.has_value());
-    EXPECT_EQ(listed->pid, example_->Pid());
-    // The lists come with a query by name only.
-    auto detail = tools_.QueryNodeInfo("example").GetResult();
-    ASSERT_TRUE(detail.HasValue());
-    ASSERT_EQ(detail.Value().nodeInfos.size(), 1U);
-    const auto* node = &detail.Value().nodeInfos[0];
-    auto has = [](const std::vector<std::string>& names, const std::string& name) {
-        return std::find(names.begin(), names.end(), name) != names.end();
-    };
-    EXPECT_TRUE(has(node->pubEvents, "/Norvane/AP/Pose"));
-    EXPECT_TRUE(has(node->pubEvents, "/Norvane/AP/Trajectory"));
-    EXPECT_TRUE(has(node->subEvents, "/Norvane/AP/VehicleSpeed"));
-    EXPECT_FALSE(node->methods.empty());
-    EXPECT_FALSE(node->fields.empty());
+TEST_F(ExampleTest, WardenctlSeesWhatItDeclaredAndItsNodeGoesWithSigkill) {
+    EXPECT_EQ(ListedExample().value("pid", 0), example_->Pid());
+    const RunResult table = Ctl({"node", "list"});
+    EXPECT_NE(table.out.find("example"), std::string::npos) << table.out;
+
+    const json node = CtlJson({"node", "info", "example"})["nodeInfos"][0];
+    for (const auto& [list, name] : {std::pair{"pubEvents", "/Norvane/AP/Pose"},
+                                     std::pair{"pubEvents", "/Norvane/AP/Trajectory"},
+                                     std::pair{"subEvents", "/Norvane/AP/VehicleSpeed"},
+                                     std::pair{"methods", ""}, std::pair{"fields", ""}}) {
+        const auto& names = node[list];
+        EXPECT_TRUE(*name == '\0' ? !names.empty()
+                                  : std::find(names.begin(), names.end(), name) != names.end())
+            << list << " " << name << " in " << node;
+    }
+    // Every command answers while the example runs; its types were read from examples/msg.
+    const json types = CtlJson({"type", "list"});
+    EXPECT_TRUE(types["dataTypes"].contains("/Norvane/AP/Trajectory")) << types;
+    for (const auto& args : std::vector<std::vector<std::string>>{
+             {"event", "list"},
+             {"event", "info", "/Norvane/AP/Pose"},
+             {"event", "show", "/Norvane/AP/Pose"},
+             {"method", "list"},
+             {"method", "info", "SetGear"},
+             {"method", "type", "SetGear"},
+             {"type", "show", "/Norvane/AP/GearState"},
+             {"type", "refs"},
+             {"e2e", "--service", "0x1300", "--event-id", "0x8001"},
+             {"event", "sub", "--service", "0x1300", "--topic", "vehicle/speed"}}) {
+        const RunResult run = Ctl(args);
+        EXPECT_EQ(run.exitCode, 0) << args[0] << " " << args[1] << ": " << run.err;
+        EXPECT_FALSE(CtlJson(args).is_null()) << args[0] << " " << args[1];
+    }
 
     ASSERT_TRUE(example_->Signal(SIGKILL));
     (void)example_->WaitExit(5s);
-    EXPECT_TRUE(Eventually([&] { return !ExampleNode().has_value(); }))
+    EXPECT_TRUE(Eventually([&] { return ListedExample().is_null(); }))
         << "a killed application's node is still listed";
     StopAndExpectCleanExit(*daemon_);
 }
 
-TEST_F(ExampleTest, ALatencySwitchIsAcknowledgedReportedAndSwitchedOff) {
-    vesk::wardend::LatencySwitch on;
-    on.mode = LatencyMode::kOn;
-    on.index = PoseIndex();
+TEST_F(ExampleTest, LatencyOnReachesItAndItsAcknowledgementAndReportsShow) {
     // The example subscribes asynchronously: switch until it acknowledges.
     ASSERT_TRUE(Eventually([&] {
-        (void)tools_.SwitchLatencyMode(on).GetResult();
-        return WaitForStdout(*example_, "latency mode 1 acknowledged");
+        EXPECT_EQ(Ctl(With({"latency", "on"}, kPose)).exitCode, 0);
+        return WaitForStdout("latency mode 1 acknowledged");
     })) << example_->Stdout();
 
-    auto status = tools_.QueryLatencyStatus(PoseIndex()).GetResult();
-    ASSERT_TRUE(status.HasValue());
-    ASSERT_EQ(status.Value().pubStatus.count("example"), 1U);
-    EXPECT_EQ(status.Value().pubStatus.at("example"), LatencyMode::kOn);
+    const json status = CtlJson(With({"latency", "status"}, kPose));
+    EXPECT_EQ(status["pubStatus"]["example"], 1) << status;
+    const RunResult table = Ctl(With({"latency", "status"}, kPose));
+    EXPECT_NE(table.out.find("example"), std::string::npos) << table.out;
 
-    vesk::wardend::LatencyQueryInfo query;
-    query.period = 60;
-    query.index = PoseIndex();
-    std::optional<vesk::wardend::LatencyResult> measured;
+    json result;
     ASSERT_TRUE(Eventually([&] {
-        auto result = tools_.QueryLatencyResult(query).GetResult();
-        if (result.HasValue() && result.Value().results.count("example") != 0) {
-            measured = result.Value().results.at("example");
-        }
-        return measured.has_value();
+        result =
+            CtlJson(With({"latency", "result", "--period", "60"}, kPose))["results"]["example"];
+        return !result.is_null();
     })) << "no latency result of the example";
-    EXPECT_LE(measured->minimum, measured->average);
-    EXPECT_LE(measured->average, measured->maximum);
+    EXPECT_LE(result["minimum"], result["average"]);
+    EXPECT_LE(result["average"], result["maximum"]);
 
-    vesk::wardend::LatencySwitch off = on;
-    off.mode = LatencyMode::kOff;
-    ASSERT_TRUE(tools_.SwitchLatencyMode(off).GetResult().HasValue());
+    ASSERT_EQ(Ctl(With({"latency", "off"}, kPose)).exitCode, 0);
     EXPECT_TRUE(Eventually([&] {
-        auto after = tools_.QueryLatencyStatus(PoseIndex()).GetResult();
-        return after.HasValue() && after.Value().pubStatus.count("example") == 1 &&
-               after.Value().pubStatus.at("example") == LatencyMode::kOff;
+        return CtlJson(With({"latency", "status"}, kPose))["pubStatus"]["example"] == 0;
     }));
     StopAndExpectCleanExit(*daemon_);
 }
@@ -161,14 +163,14 @@ TEST_F(ExampleTest, ItRegistersAgainWhenTheDaemonRestarts) {
     daemon_ = StartDaemon({"-p", WARDEND_SOURCE_DIR "/examples/msg"});
     ASSERT_TRUE(WaitReady(*daemon_)) << daemon_->Stderr();
 
-    EXPECT_TRUE(WaitForStdout(*example_, "node example registered with wardend", 2))
+    EXPECT_TRUE(WaitForStdout("node example registered with wardend", 2))
         << example_->Stdout() << example_->Stderr();
-    EXPECT_TRUE(Eventually([&] { return ExampleNode().has_value(); }));
+    EXPECT_TRUE(Eventually([&] { return !ListedExample().is_null(); }));
 
     // A clean stop of the example unregisters its node.
     ASSERT_TRUE(example_->Signal(SIGTERM));
     EXPECT_EQ(example_->WaitExit(10s), 0);
-    EXPECT_FALSE(ExampleNode().has_value());
+    EXPECT_TRUE(ListedExample().is_null());
     StopAndExpectCleanExit(*daemon_);
 }
 
