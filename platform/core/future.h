@@ -1,6 +1,7 @@
 #ifndef PLATFORM_CORE_FUTURE_H
 #define PLATFORM_CORE_FUTURE_H
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <functional>
@@ -12,6 +13,7 @@
 
 #include "platform/core/error_code.h"
 #include "platform/core/result.h"
+#include "platform/core/spin_wait.h"
 #include "platform/error/future_error_domain.h"
 
 namespace ara::core {
@@ -44,6 +46,7 @@ public:
             result_.emplace(std::move(result));
             continuation = std::move(continuation_);
             continuation_ = nullptr;
+            isReady_.store(true, std::memory_order_release);
         }
         ready_.notify_all();
         if (continuation) {
@@ -58,6 +61,10 @@ public:
     }
 
     void Wait() const {
+        // A reply of the in-process driver comes within microseconds.
+        if (SpinUntil([this] { return isReady_.load(std::memory_order_acquire); }, kSpin)) {
+            return;
+        }
         std::unique_lock<std::mutex> lock(mutex_);
         ready_.wait(lock, [this] { return result_.has_value(); });
     }
@@ -94,8 +101,11 @@ public:
     }
 
 private:
+    static constexpr std::chrono::microseconds kSpin{50};
+
     mutable std::mutex mutex_;  // guards result_, continuation_ and retrieved_
     mutable std::condition_variable ready_;
+    std::atomic<bool> isReady_{false};  // result_ is set: a look without the lock
     std::optional<Result<T, E>> result_;
     std::function<void()> continuation_;
     bool retrieved_{false};

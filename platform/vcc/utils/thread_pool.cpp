@@ -5,6 +5,7 @@
 #include <csignal>
 #include <exception>
 
+#include "platform/core/spin_wait.h"
 #include "platform/log/log.h"
 #include "platform/vcc/utils/stop_signals.h"
 
@@ -12,7 +13,9 @@ namespace lumo::vcc::utils {
 
 namespace {
 constexpr std::size_t kThreadNameMax = 15;
-}
+// How long a worker that has just finished a task polls for the next one.
+constexpr std::chrono::microseconds kPoll{50};
+}  // namespace
 
 ThreadPool::ThreadPool(std::uint32_t threadNumber, std::uint32_t queueSize,
                        const ara::core::String& name)
@@ -37,6 +40,11 @@ bool ThreadPool::Enqueue(Task task, TaskSoureceId sourceId) {
             return false;
         }
         queue_.push_back(Entry{std::move(task), sourceId});
+        queued_.store(queue_.size(), std::memory_order_release);
+        // A polling worker takes a single task without being woken.
+        if (sleeping_ == 0 || (queue_.size() == 1 && polling_.load(std::memory_order_acquire))) {
+            return true;
+        }
     }
     available_.notify_one();
     return true;
@@ -48,8 +56,10 @@ void ThreadPool::Stop() {
     {
         std::lock_guard<std::mutex> lock(mutex_);
         stopped_ = true;
+        stopping_.store(true, std::memory_order_release);
         dropped_ += queue_.size();
         dropped.swap(queue_);
+        queued_.store(0, std::memory_order_release);
     }
     available_.notify_all();
     for (auto& thread : threads_) {
@@ -103,18 +113,33 @@ void ThreadPool::LogTaskFailure(const TaskSoureceId& id, const char* what) const
 }
 
 void ThreadPool::Work() {
+    bool justWorked = false;
     for (;;) {
         Entry entry;
+        if (justWorked && queued_.load(std::memory_order_acquire) == 0 &&
+            !polling_.exchange(true, std::memory_order_acq_rel)) {
+            (void)ara::core::detail::SpinUntil(
+                [this] {
+                    return queued_.load(std::memory_order_acquire) > 0 ||
+                           stopping_.load(std::memory_order_acquire);
+                },
+                kPoll);
+            polling_.store(false, std::memory_order_release);
+        }
         {
             std::unique_lock<std::mutex> lock(mutex_);
+            ++sleeping_;
             available_.wait(lock, [this] { return stopped_ || !queue_.empty(); });
+            --sleeping_;
             if (stopped_) {
                 return;
             }
             entry = std::move(queue_.front());
             queue_.pop_front();
+            queued_.store(queue_.size(), std::memory_order_release);
         }
         RunGuarded(entry);
+        justWorked = true;
     }
 }
 

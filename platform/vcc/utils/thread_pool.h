@@ -1,6 +1,7 @@
 #ifndef PLATFORM_VCC_UTILS_THREAD_POOL_H
 #define PLATFORM_VCC_UTILS_THREAD_POOL_H
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <deque>
@@ -26,7 +27,9 @@ struct TaskSoureceId {
 };
 
 // A fixed number of named threads over one bounded FIFO queue. With one thread, tasks run in
-// the order they were queued. An exception that escapes a task is logged at error with the
+// the order they were queued. A worker that has just finished a task polls for the next one for
+// a few microseconds before it sleeps, so that a stream of requests costs no wake-ups; an idle
+// pool sleeps. An exception that escapes a task is logged at error with the
 // pool's name and its text; the worker goes on with the next task.
 class ThreadPool {
 public:
@@ -63,10 +66,15 @@ private:
 
     const std::uint32_t queueSize_;
     const ara::core::String name_;
-    mutable std::mutex mutex_;  // guards queue_, stopped_, dropped_ and failed_
+    mutable std::mutex mutex_;  // guards queue_, stopped_, dropped_, failed_ and sleeping_
     std::condition_variable available_;
     std::deque<Entry> queue_;
     bool stopped_{false};
+    std::uint32_t sleeping_{0};  // workers blocked on available_
+    // Looks without the lock for the worker that polls for the next task.
+    std::atomic<std::size_t> queued_{0};
+    std::atomic<bool> stopping_{false};
+    std::atomic<bool> polling_{false};  // one worker at a time polls
     std::uint64_t dropped_{0};
     std::uint64_t failed_{0};
     std::vector<std::thread> threads_;

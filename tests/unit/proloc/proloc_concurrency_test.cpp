@@ -23,7 +23,8 @@ TEST(ProlocEventMemoryConcurrencyTest, ClientsAddReadReturnAndEraseWhilePublishi
     std::atomic<std::uint64_t> read{0};
 
     std::thread publisher([&] {
-        for (std::uint64_t i = 1; i <= 3000; ++i) {
+        // On until the clients have read some, however the threads are scheduled.
+        for (std::uint64_t i = 1; i <= 3000 || (read.load() < 100 && i <= 3000000); ++i) {
             sut.AddProlocData(Sample{i}, index, (i % 2) == 0);
         }
         stop = true;
