@@ -220,6 +220,9 @@ public:
     HostilePeer(const HostilePeer&) = delete;
     HostilePeer& operator=(const HostilePeer&) = delete;
 
+    // Connections the daemon closed on a stream it could not frame.
+    std::size_t Reconnects() const { return reconnects_; }
+
     std::size_t Run(std::size_t frames, Clock::duration limit) {
         const auto deadline = Clock::now() + limit;
         std::size_t sent = 0;
@@ -253,6 +256,7 @@ private:
         int& fd = tcp_[slot];
         if (fd < 0) {
             fd = ConnectTcp(port);
+            ++reconnects_;
         }
         if (fd < 0) {
             return;
@@ -282,6 +286,7 @@ private:
     Seeds seeds_;
     int udp_{-1};
     int tcp_[2] = {-1, -1};
+    std::size_t reconnects_{0};
 };
 
 class DaemonLoadTest : public wardend::test::DaemonTest {
@@ -314,12 +319,16 @@ TEST_F(DaemonLoadTest, MutatedFramesOnEveryPortLeaveTheDaemonAnsweringWithNoDesc
     const std::size_t frames = EnvOr("WARDEND_HOSTILE_FRAMES", 20000);
     const std::size_t seconds = EnvOr("WARDEND_HOSTILE_SECONDS", 8);
     std::size_t sent = 0;
+    std::size_t connections = 0;
+    const auto start = Clock::now();
     {
         HostilePeer peer(20261123U);
         sent = peer.Run(frames, std::chrono::seconds(seconds));
+        connections = peer.Reconnects();
     }
-    std::printf("hostile input: %zu mutated frames and SD datagrams in at most %zu s\n", sent,
-                seconds);
+    std::printf("hostile input: %zu mutated frames and SD datagrams in %.1f s, over %zu TCP "
+                "connections\n",
+                sent, std::chrono::duration<double>(Clock::now() - start).count(), connections);
     ASSERT_FALSE(daemon->WaitExit(0ms).has_value()) << daemon->Stderr();
     // Traffic control may still refuse within its window: ask until an answer comes.
     bool answered = false;
