@@ -16,7 +16,6 @@
 #include <fcntl.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
-#include <signal.h>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -28,6 +27,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cinttypes>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -104,7 +104,8 @@ Figures Summarise(std::vector<ClientResult>& results, double seconds) {
     if (!all.empty()) {
         std::sort(all.begin(), all.end());
         const auto at = [&all](double q) {
-            const auto index = std::min(all.size() - 1, static_cast<std::size_t>(q * all.size()));
+            const auto index = std::min(
+                all.size() - 1, static_cast<std::size_t>(q * static_cast<double>(all.size())));
             return all[index] / 1000.0;
         };
         figures.p50Us = at(0.5);
@@ -174,8 +175,10 @@ Child Spawn(const std::function<ClientResult()>& work, bool stayAlive = false) {
                                        result.latencyNs.size()};
         WriteAll(fds[1], head, sizeof head);
         WriteAll(fds[1], result.latencyNs.data(), result.latencyNs.size() * sizeof(std::uint32_t));
-        while (stayAlive) {
-            ::pause();
+        if (stayAlive) {
+            for (;;) {
+                ::pause();
+            }
         }
         // Skips the destructors of what the driver left behind: the result is out.
         ::_exit(0);
@@ -202,6 +205,7 @@ ClientResult Collect(Child& child) {
 
 std::vector<ClientResult> RunAll(std::vector<Child> children) {
     std::vector<ClientResult> results;
+    results.reserve(children.size());
     for (auto& child : children) {
         results.push_back(Collect(child));
     }
@@ -317,8 +321,11 @@ public:
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        ::bind(listen_, reinterpret_cast<sockaddr*>(&address), sizeof address);
-        ::listen(listen_, 64);
+        if (::bind(listen_, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0 ||
+            ::listen(listen_, 64) != 0) {
+            std::perror("echo server");
+            std::exit(1);
+        }
         socklen_t length = sizeof address;
         ::getsockname(listen_, reinterpret_cast<sockaddr*>(&address), &length);
         port_ = ntohs(address.sin_port);
@@ -347,7 +354,7 @@ private:
 
     void Run() {
         std::vector<std::size_t> pending(1024, 0);
-        std::vector<char> buffer(64 * 1024);
+        std::vector<char> buffer(std::size_t{64} * 1024);
         epoll_event events[64];
         while (!stop_) {
             const int ready = ::epoll_wait(epoll_, events, 64, 50);
@@ -500,6 +507,7 @@ std::vector<ClientResult> RegisterPhase(const Options& options, int clients, boo
     const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                              std::chrono::duration<double>(options.seconds));
     std::vector<Child> children;
+    children.reserve(static_cast<std::size_t>(clients));
     for (int c = 0; c < clients; ++c) {
         children.push_back(Spawn([&options, c, deadline] {
             VESKWardendAppServiceProxy app(ClientOptions(options, std::chrono::seconds(2)));
@@ -541,6 +549,7 @@ std::vector<ClientResult> RegisterPhase(const Options& options, int clients, boo
 std::vector<pid_t> StartApps(const Options& options, int count, int events,
                              const std::string& prefix) {
     std::vector<Child> children;
+    children.reserve(static_cast<std::size_t>(count));
     for (int a = 0; a < count; ++a) {
         children.push_back(Spawn(
             [&options, a, events, &prefix] {
@@ -721,6 +730,7 @@ int main(int argc, char** argv) {
         const auto deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(
                                                  std::chrono::duration<double>(options.seconds));
         std::vector<Child> children;
+        children.reserve(static_cast<std::size_t>(options.clients));
         for (int c = 0; c < options.clients; ++c) {
             const std::uint16_t port = server.Port();
             children.push_back(
@@ -766,7 +776,7 @@ int main(int argc, char** argv) {
         return result;
     });
     std::vector<ClientResult> queryResults{Collect(query)};
-    const double queryCount = static_cast<double>(queryResults[0].answered);
+    const auto queryCount = static_cast<double>(queryResults[0].answered);
     Figures all = Summarise(queryResults, 1.0);
     all.perSecond = queryCount;
     std::printf("%-34s %9s %9s %8.1f %8.1f %9.1f %8" PRIu64 " %7" PRIu64 "  (%" PRIu64

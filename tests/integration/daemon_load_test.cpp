@@ -245,7 +245,7 @@ public:
     }
 
 private:
-    void SendUdp(std::uint16_t port, const Bytes& frame) {
+    void SendUdp(std::uint16_t port, const Bytes& frame) const {
         const sockaddr_in address = Loopback(port);
         (void)::sendto(udp_, frame.data(), frame.size(), 0,
                        reinterpret_cast<const sockaddr*>(&address), sizeof address);
@@ -326,9 +326,10 @@ TEST_F(DaemonLoadTest, MutatedFramesOnEveryPortLeaveTheDaemonAnsweringWithNoDesc
         sent = peer.Run(frames, std::chrono::seconds(seconds));
         connections = peer.Reconnects();
     }
-    std::printf("hostile input: %zu mutated frames and SD datagrams in %.1f s, over %zu TCP "
-                "connections\n",
-                sent, std::chrono::duration<double>(Clock::now() - start).count(), connections);
+    std::printf(
+        "hostile input: %zu mutated frames and SD datagrams in %.1f s, over %zu TCP "
+        "connections\n",
+        sent, std::chrono::duration<double>(Clock::now() - start).count(), connections);
     ASSERT_FALSE(daemon->WaitExit(0ms).has_value()) << daemon->Stderr();
     // Traffic control may still refuse within its window: ask until an answer comes.
     bool answered = false;
@@ -395,6 +396,7 @@ TEST_F(DaemonLoadTest, SigtermWhileEightClientsHammerExitsCleanlyAndPromptly) {
     std::atomic<bool> stop{false};
     std::atomic<int> answered{0};
     std::vector<std::thread> clients;
+    clients.reserve(8);
     for (int c = 0; c < 8; ++c) {
         clients.emplace_back([&stop, &answered, c] {
             ProxyOptions options;
