@@ -31,6 +31,52 @@ String MsgFileName(String name) {
     return name;
 }
 
+// A name from a registration must not reach a file outside the msg directories. The directory
+// is put in front of every file name, so a leading '/' stays inside it; what leaves it is a ".."
+// segment, and a NUL would cut the path short of what was checked.
+bool LeavesMsgDirectory(const String& fileName) {
+    if (fileName.find('\0') != String::npos) {
+        return true;
+    }
+    std::size_t start = 0;
+    while (start <= fileName.size()) {
+        std::size_t end = fileName.find('/', start);
+        if (end == String::npos) {
+            end = fileName.size();
+        }
+        if (fileName.compare(start, end - start, "..") == 0) {
+            return true;
+        }
+        start = end + 1;
+    }
+    return false;
+}
+
+// The refused name for the log: control bytes (a NUL among them) as \xNN.
+String Printable(const String& name) {
+    String text;
+    for (const char c : name) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte == 0x7F) {
+            char escaped[8];
+            std::snprintf(escaped, sizeof(escaped), "\\x%02X", byte);
+            text += escaped;
+        } else {
+            text += c;
+        }
+    }
+    return text;
+}
+
+bool RefuseEscape(const String& fileName) {
+    if (!LeavesMsgDirectory(fileName)) {
+        return false;
+    }
+    LogWarn() << "Wardend refuses msg file " << Printable(fileName)
+              << ": it would leave the msg directories";
+    return true;
+}
+
 String StringMember(const Document& document, const char* key) {
     if (!document.HasMember(key) || !document[key].IsString()) {
         return {};
@@ -70,6 +116,9 @@ const String& MsgFileStore::UserDir() const noexcept {
 
 String MsgFileStore::ReadMsgFile(String name) const {
     const String fileName = MsgFileName(std::move(name));
+    if (RefuseEscape(fileName)) {
+        return {};
+    }
     const String& userDir = UserDir();
     if (!userDir.empty()) {
         const String path = userDir + fileName;
@@ -108,6 +157,9 @@ void MsgFileStore::LoadDataType(const String& rootName) {
 }
 
 String MsgFileStore::ReadErrorDomainFile(const String& relativeName) const {
+    if (RefuseEscape(relativeName)) {
+        return {};
+    }
     const String defaultPath = defaultDir_ + relativeName;
     const String& userDir = UserDir();
     if (!userDir.empty()) {

@@ -349,10 +349,11 @@ bool EventInfoManage::UnregisterSubLocked(Map& map, const typename Map::key_type
     return true;
 }
 
-bool EventInfoManage::CheckEventAliveLocked(EventRecord& record, DriverType driver) {
+bool EventInfoManage::CheckEventAliveLocked(EventRecord& record, DriverType driver,
+                                            ProcessLiveness& liveness) {
     bool alive = false;
     if (!record.info.pubApp.empty() && record.info.isOnline) {
-        if (NodeInfoManage::IsProcessAlive(record.info.registerInfo.pid)) {
+        if (liveness.IsAlive(record.info.registerInfo.pid)) {
             alive = true;
         } else {
             record.info.isOnline = false;
@@ -360,7 +361,7 @@ bool EventInfoManage::CheckEventAliveLocked(EventRecord& record, DriverType driv
             LogInfo() << (IsDds(driver) ? "DDS pub is offline" : "SOMEIP pub is offline");
         }
     }
-    RemoveDeadSubsLocked(record, alive, driver);
+    RemoveDeadSubsLocked(record, alive, driver, liveness);
     if (!record.info.pubApp.empty()) {
         // A record that once had a publisher passes, however dead that publisher is.
         LogInfo() << "Not no pub event.[pub=" << record.info.pubApp << "]";
@@ -369,12 +370,13 @@ bool EventInfoManage::CheckEventAliveLocked(EventRecord& record, DriverType driv
     return alive;
 }
 
-void EventInfoManage::RemoveDeadSubsLocked(EventRecord& record, bool& alive, DriverType driver) {
+void EventInfoManage::RemoveDeadSubsLocked(EventRecord& record, bool& alive, DriverType driver,
+                                           ProcessLiveness& liveness) {
     auto& subApps = record.info.subApps;
     std::size_t index = 0;
     while (index < subApps.size()) {
         const auto pid = record.subPids.find(subApps[index]);
-        if (NodeInfoManage::IsProcessAlive(pid == record.subPids.end() ? 0 : pid->second)) {
+        if (liveness.IsAlive(pid == record.subPids.end() ? 0 : pid->second)) {
             alive = true;
             ++index;
             continue;
@@ -387,13 +389,14 @@ void EventInfoManage::RemoveDeadSubsLocked(EventRecord& record, bool& alive, Dri
 
 template <typename Map>
 void EventInfoManage::QueryMapLocked(Map& map, const String& eventType, bool all, DriverType driver,
+                                     ProcessLiveness& liveness,
                                      std::vector<EventInfoWithPubSub>& result) {
     const char* const word = IsDds(driver) ? "DDS" : "SOMEIP";
     for (auto& [key, record] : map) {
         if (!all && record.info.registerInfo.eventType != eventType) {
             continue;
         }
-        if (CheckEventAliveLocked(record, driver)) {
+        if (CheckEventAliveLocked(record, driver, liveness)) {
             result.push_back(record.info);
             LogVerbose() << word << " Event type is " << record.info.registerInfo.eventType
                          << " InstanceID is " << RecordInstance(record, driver);
@@ -412,8 +415,13 @@ std::vector<EventInfoWithPubSub> EventInfoManage::QueryEventInfo(const String& e
         LogInfo() << "Wardend query eventinfo " << eventType;
     }
     std::vector<EventInfoWithPubSub> result;
-    QueryMapLocked(ddsEventMap_, eventType, all, DriverType::DDS, result);
-    QueryMapLocked(someipEventMap_, eventType, all, DriverType::SOMEIP, result);
+    if (all) {
+        // Records are large: growing the vector would copy each of them again.
+        result.reserve(ddsEventMap_.size() + someipEventMap_.size());
+    }
+    ProcessLiveness liveness;
+    QueryMapLocked(ddsEventMap_, eventType, all, DriverType::DDS, liveness, result);
+    QueryMapLocked(someipEventMap_, eventType, all, DriverType::SOMEIP, liveness, result);
     return result;
 }
 
@@ -424,7 +432,8 @@ EventInfoWithPubSub EventInfoManage::QuerySubEventInfo(const QuerySubEventInfoIn
     // Answers only for a record without an online publisher whose event type differs from the
     // index's.
     const auto matches = [&index](EventRecord& record, DriverType driver) {
-        return CheckEventAliveLocked(record, driver) && !record.info.isOnline &&
+        ProcessLiveness liveness;
+        return CheckEventAliveLocked(record, driver, liveness) && !record.info.isOnline &&
                record.info.registerInfo.eventType != index.eventType;
     };
     if (index.driver != DriverType::DDS) {

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "records/wardend_records.h"
+#include "registry/node_info_manage.h"
 
 namespace vesk::wardend {
 
@@ -114,11 +115,13 @@ private:
     template <typename Map>
     bool UnregisterSubLocked(Map& map, const typename Map::key_type& key, const String& appName,
                              DriverType driver);
-    static bool CheckEventAliveLocked(EventRecord& record, DriverType driver);
-    static void RemoveDeadSubsLocked(EventRecord& record, bool& alive, DriverType driver);
+    static bool CheckEventAliveLocked(EventRecord& record, DriverType driver,
+                                      ProcessLiveness& liveness);
+    static void RemoveDeadSubsLocked(EventRecord& record, bool& alive, DriverType driver,
+                                     ProcessLiveness& liveness);
     template <typename Map>
     void QueryMapLocked(Map& map, const String& eventType, bool all, DriverType driver,
-                        std::vector<EventInfoWithPubSub>& result);
+                        ProcessLiveness& liveness, std::vector<EventInfoWithPubSub>& result);
     template <typename Map>
     void GetNodeEventInfoLocked(const Map& map, const String& nodeName, std::int32_t pid,
                                 std::set<String>& instances, std::set<String>& pubTypes,

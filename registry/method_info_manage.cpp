@@ -225,11 +225,12 @@ bool MethodInfoManage::UnregisterSubLocked(Map& map, const typename Map::key_typ
     return true;
 }
 
-bool MethodInfoManage::CheckMethodAliveLocked(MethodRecord& record, DriverType driver) {
+bool MethodInfoManage::CheckMethodAliveLocked(MethodRecord& record, DriverType driver,
+                                              ProcessLiveness& liveness) {
     if (record.info.pubApp.empty() || !record.info.isOnline) {
         return false;
     }
-    if (NodeInfoManage::IsProcessAlive(record.info.registerInfo.pid)) {
+    if (liveness.IsAlive(record.info.registerInfo.pid)) {
         return true;
     }
     record.info.isOnline = false;
@@ -239,6 +240,7 @@ bool MethodInfoManage::CheckMethodAliveLocked(MethodRecord& record, DriverType d
 
 template <typename Map>
 void MethodInfoManage::QueryMapLocked(Map& map, const String& name, bool all, DriverType driver,
+                                      ProcessLiveness& liveness,
                                       std::vector<MethodRegisterInfo>& result) {
     const char* const word = IsDds(driver) ? "DDS" : "SOMEIP";
     for (auto& [key, record] : map) {
@@ -247,7 +249,7 @@ void MethodInfoManage::QueryMapLocked(Map& map, const String& name, bool all, Dr
                 : (record.info.registerInfo.name != name || !record.info.isOnline)) {
             continue;
         }
-        if (!CheckMethodAliveLocked(record, driver)) {
+        if (!CheckMethodAliveLocked(record, driver, liveness)) {
             LogInfo() << "Wardend " << word << " methodinfo is gone";
             continue;
         }
@@ -270,8 +272,9 @@ std::vector<MethodRegisterInfo> MethodInfoManage::QueryMethodInfo(const String& 
         LogInfo() << "Wardend query methodinfo " << name;
     }
     std::vector<MethodRegisterInfo> result;
-    QueryMapLocked(ddsMethodMap_, name, all, DriverType::DDS, result);
-    QueryMapLocked(someipMethodMap_, name, all, DriverType::SOMEIP, result);
+    ProcessLiveness liveness;
+    QueryMapLocked(ddsMethodMap_, name, all, DriverType::DDS, liveness, result);
+    QueryMapLocked(someipMethodMap_, name, all, DriverType::SOMEIP, liveness, result);
     return result;
 }
 

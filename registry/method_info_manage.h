@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "records/wardend_records.h"
+#include "registry/node_info_manage.h"
 
 namespace vesk::wardend {
 
@@ -112,10 +113,11 @@ private:
     template <typename Map>
     static bool UnregisterSubLocked(Map& map, const typename Map::key_type& key,
                                     const String& appName);
-    static bool CheckMethodAliveLocked(MethodRecord& record, DriverType driver);
+    static bool CheckMethodAliveLocked(MethodRecord& record, DriverType driver,
+                                       ProcessLiveness& liveness);
     template <typename Map>
     static void QueryMapLocked(Map& map, const String& name, bool all, DriverType driver,
-                               std::vector<MethodRegisterInfo>& result);
+                               ProcessLiveness& liveness, std::vector<MethodRegisterInfo>& result);
     template <typename Map>
     static void GetNodeMethodInfoLocked(const Map& map, const String& nodeName, std::int32_t pid,
                                         std::set<String>& instances, std::set<String>& methods,

@@ -25,6 +25,16 @@ bool NodeInfoManage::IsProcessAlive(const std::int32_t& pid) {
     return false;
 }
 
+bool ProcessLiveness::IsAlive(std::int32_t pid) {
+    const auto it = known_.find(pid);
+    if (it != known_.end()) {
+        return it->second;
+    }
+    const bool alive = NodeInfoManage::IsProcessAlive(pid);
+    known_.emplace(pid, alive);
+    return alive;
+}
+
 bool NodeInfoManage::UpdateNodeInfo(const String& nodeName, const std::int32_t& pid,
                                     const bool& isRegister) {
     std::lock_guard<std::mutex> lock(mutex_);

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <unordered_map>
 #include <vector>
 
 #include "records/wardend_records.h"
@@ -13,6 +14,16 @@
 namespace vesk::wardend {
 
 using ara::core::String;
+
+// The liveness of each process named during one query: /proc is looked at once per pid however
+// many records name it, and again by the next query. Not shared between threads.
+class ProcessLiveness {
+public:
+    bool IsAlive(std::int32_t pid);
+
+private:
+    std::unordered_map<std::int32_t, bool> known_;
+};
 
 // Which application nodes are known and the pid each last reported; and the /proc liveness
 // test that the other registries use.

@@ -1,10 +1,17 @@
 // Event registration and the two queries that walk the whole event registry, over 10,000
-// events. Logging is at warn, so that the info and verbose lines of these paths are not
-// formatted; the registry work and the /proc checks are what is measured.
+// events of 100 nodes, each node a live process of its own (a paused child), so that the /proc
+// checks look at 100 processes as they would on a machine. Logging is at warn, so that the info
+// and verbose lines of these paths are not formatted; the registry work and the /proc checks are
+// what is measured.
 #include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
+#include <cstdlib>
 #include <set>
+#include <vector>
 
 #include "platform/log/log.h"
 #include "registry/event_info_manage.h"
@@ -17,11 +24,41 @@ using namespace vesk::wardend;  // NOLINT(google-build-using-namespace): the reg
 constexpr int kEvents = 10000;
 constexpr int kPerService = 100;  // events per (service, node): 100 nodes of 100 events
 
+// One paused child per node, made before any thread exists and killed at exit. The list is
+// never destroyed, so that the exit handler can still read it.
+const std::vector<pid_t>& NodePids() {
+    static const auto* const pids = [] {
+        auto* made = new std::vector<pid_t>();  // NOLINT(cppcoreguidelines-owning-memory)
+        for (int node = 0; node < kEvents / kPerService; ++node) {
+            const pid_t pid = fork();
+            if (pid == 0) {
+                // Not holding the output open for whoever reads it.
+                const int null = open("/dev/null", O_RDWR);
+                dup2(null, STDOUT_FILENO);
+                dup2(null, STDERR_FILENO);
+                for (;;) {
+                    pause();
+                }
+            }
+            made->push_back(pid);
+        }
+        std::atexit([] {
+            for (const pid_t pid : NodePids()) {
+                kill(pid, SIGKILL);
+                waitpid(pid, nullptr, 0);
+            }
+        });
+        return made;
+    }();
+    return *pids;
+}
+
 EventRegisterInfo MakeEvent(int n, bool someip) {
     EventRegisterInfo info;
+    const auto& pids = NodePids();
     info.appName = "benchNode" + std::to_string(n / kPerService);
     info.eventType = "BenchType" + std::to_string(n);
-    info.pid = getpid();
+    info.pid = pids[static_cast<std::size_t>(n / kPerService) % pids.size()];
     info.isRegister = true;
     EventInfo entry;
     const auto service = static_cast<std::uint16_t>(100 + n / kPerService);

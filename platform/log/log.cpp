@@ -176,7 +176,11 @@ LogStream::LogStream(const Log* log, LogLevel level, String tag, LogLimitConfig 
       level_(level),
       tag_(std::move(tag)),
       limit_(limit),
-      enabled_(log != nullptr && log->CheckLogLevel(level)) {}
+      enabled_(log != nullptr && log->CheckLogLevel(level)) {
+    if (enabled_) {
+        buffer_ = std::make_unique<std::ostringstream>();
+    }
+}
 
 LogStream::LogStream(LogStream&& other) noexcept
     : log_(other.log_),
@@ -209,7 +213,7 @@ void LogStream::Flush() {
         return;
     }
     enabled_ = false;
-    log_->Emit(level_, tag_, limit_, buffer_.str());
+    log_->Emit(level_, tag_, limit_, buffer_->str());
 }
 
 std::uint8_t SinkMode(const std::vector<String>& names) {

@@ -90,7 +90,7 @@ public:
     template <typename T>
     LogStream& operator<<(const T& value) {
         if (enabled_) {
-            buffer_ << value;
+            *buffer_ << value;
         }
         return *this;
     }
@@ -107,7 +107,9 @@ private:
     String tag_;
     LogLimitConfig limit_;
     bool enabled_;
-    std::ostringstream buffer_;
+    // Made only for a line that is written: a disabled line, the common case on hot paths,
+    // costs no stream construction.
+    std::unique_ptr<std::ostringstream> buffer_;
 };
 
 // A log context. One object per context id, shared by everybody who asks for it.

@@ -313,6 +313,7 @@ std::shared_ptr<RemoteService> SomeipDriver::Core::Remote(const types::SomeipEnt
     remote->majorVersion = config.majorVersion;
     remote->sdServer = udp::endpoint(address, config.sdPort);
     remote->maxMessageSize = config.maxMessageSize;
+    remote->maxReplySize = config.maxReplySize;
     remote->udpMaxSize = config.udpMaxSize;
     remotes_[key] = remote;
     return remote;
@@ -433,7 +434,7 @@ std::shared_ptr<ClientConnection> SomeipDriver::Core::ConnectionTo(RemoteService
         return it->second;
     }
     auto connection = std::make_shared<ClientConnection>(*this, tcp::socket(io), remote.tcpEndpoint,
-                                                         remote.maxMessageSize);
+                                                         remote.maxReplySize);
     clientConnections_[remote.tcpEndpoint] = connection;
     connection->Connect();
     return connection;

@@ -329,6 +329,7 @@ struct RemoteService {
     std::uint8_t majorVersion{1};
     udp::endpoint sdServer;  // where FindService goes
     std::uint32_t maxMessageSize{1U << 20U};
+    std::uint32_t maxReplySize{32U << 20U};
     std::uint32_t udpMaxSize{1400};
     std::shared_ptr<Availability> availability = std::make_shared<Availability>();
 

@@ -32,13 +32,14 @@ struct SomeipDriverOptions {
     // The local address of the client's UDP and SD sockets (the address subscriptions name).
     ara::core::String clientAddress{"127.0.0.1"};
 
-    // Server side robustness limits.
-    std::size_t maxConnections{64};                         // per service endpoint
+    // Server side robustness limits. Connections and SD peers are sized for a machine of a few
+    // hundred applications, each keeping its connection and renewing its offers.
+    std::size_t maxConnections{256};                        // per service endpoint
     std::size_t maxSendQueueBytes{4U << 20U};               // per connection, then it is dropped
     std::chrono::milliseconds partialMessageTimeout{5000};  // half a message, then closed
     std::chrono::milliseconds sendStallTimeout{10000};      // unsent bytes with no progress
     std::size_t maxOutstandingRequests{4096};               // per method, loaned to the binding
-    std::size_t maxSdPeers{64};                             // SD peers that receive cyclic offers
+    std::size_t maxSdPeers{256};                            // SD peers that receive cyclic offers
 
     // Timing of the housekeeping tick: timeouts, expiries and offers are looked at this often.
     std::chrono::milliseconds tick{10};

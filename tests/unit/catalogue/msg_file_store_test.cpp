@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <filesystem>
 #include <map>
@@ -175,6 +176,52 @@ TEST_F(MsgFileStoreTest, DomainAndTypeWithTheSameNumberShareOneEntry) {
     EXPECT_EQ(store_->QueryDataType("5"), "domain");
     store_->LoadDataType("5");
     EXPECT_EQ(store_->QueryDataType("5"), Struct("5", {}));
+}
+
+// Every file below sits where a name that escapes would find it, so a missed refusal reads it.
+TEST_F(MsgFileStoreTest, NamesThatWouldLeaveTheMsgDirectoriesAreRefusedWithAWarning) {
+    TempDir root;
+    root.WriteFile("secret.msg", "secret");
+    root.WriteFile("msg/secret", "cut at the NUL");
+    root.WriteFile("msg/errors/error_domain-1-x/keep", "");
+    root.WriteFile("msg/x/..-secret.msg", "inside");
+    root.WriteFile("msg//Lead-Slash.msg", "lead");
+    root.WriteFile("msg/a..b/c.msg", "dots");
+    const MsgFileStore store(root.Path() + "/msg/", "");
+    const std::string refusal = ": it would leave the msg directories";
+    const auto refusals = [&] {
+        const auto records = sink_->Records();
+        return std::count_if(records.begin(), records.end(), [&](const auto& record) {
+            return record.level == LogLevel::kWarn &&
+                   record.text.find(refusal) != std::string::npos;
+        });
+    };
+    const struct {
+        std::string name;
+        const char* expected;
+        bool refused;
+    } rows[] = {
+        {"../secret", "", true},
+        {"..", "", false},  // "...msg", inside
+        {std::string("secret\0x", 8), "", true},
+        {"x/../secret", "inside", false},  // later slashes become '-'
+        {"/Lead/Slash", "lead", false},    // the directory goes in front of a leading '/'
+        {"a..b/c", "dots", false},
+    };
+    for (const auto& row : rows) {
+        ClearLog();
+        EXPECT_EQ(store.ReadMsgFile(row.name), row.expected) << row.name;
+        EXPECT_EQ(refusals(), row.refused ? 1 : 0) << LogDump();
+    }
+    ClearLog();
+    EXPECT_EQ(store.ReadErrorDomainFile("errors/error_domain-1-x/../../../secret.msg"), "");
+    EXPECT_TRUE(Logged(LogLevel::kWarn,
+                       "Wardend refuses msg file "
+                       "errors/error_domain-1-x/../../../secret.msg" +
+                           refusal));
+    ClearLog();
+    store.ReadMsgFile(std::string("secret\0x", 8));
+    EXPECT_TRUE(Logged(LogLevel::kWarn, "Wardend refuses msg file secret\\x00x.msg" + refusal));
 }
 
 TEST(ParseMsgTypeHeadTest, ReadsTypeAndOnlyAReferenceReadsDefinition) {

@@ -222,6 +222,18 @@ TEST_F(EventInfoManageTest, DeadProcessesInAQuery) {
     EXPECT_EQ(record.subPids.count("deadSub"), 1U);
 }
 
+// A query looks at /proc once for each process however many records name it, and the next
+// query looks again.
+TEST_F(EventInfoManageTest, AQueryChecksEachProcessOnce) {
+    ASSERT_TRUE(Register("oncePub", true, true, true));
+    ASSERT_TRUE(Register("onceSub", true, true, false));
+    const std::string alive = "Node is alive.[pid=" + std::to_string(self_) + "]";
+    for (std::size_t round = 1; round <= 2; ++round) {
+        ASSERT_EQ(sut_.QueryEventInfo(type_).size(), 2U);
+        EXPECT_EQ(LogCount(LogLevel::kVerbose, alive), round);
+    }
+}
+
 TEST_F(EventInfoManageTest, QueriesListDdsBeforeSomeipAndFilterByType) {
     EventShape a = Shape("orderPub", self_);
     a.instanceId = 2;

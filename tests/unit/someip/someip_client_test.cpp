@@ -151,6 +151,27 @@ TEST_F(SomeipClientTest, ReplyKindsReachTheHandler) {
     EXPECT_NE(big.reason.find("exceeds the maximum of 1400"), std::string::npos) << big.reason;
 }
 
+// Requests are bounded by the message size, replies by the larger reply size: a query over a
+// fleet's tables answers with megabytes.
+TEST_F(SomeipClientTest, RepliesAreBoundedByTheReplySizeNotTheRequestSize) {
+    auto info = MethodOn(kService, kMethod, 0, server_->sdPort);
+    info.someip.maxReplySize = 3U << 20U;
+    auto client = client_->CreateMethodClient(info);
+    ASSERT_TRUE(client->WaitForService(5s));
+    const Reply big = CallAndWait(*client, BigReplyRequest(2U << 20U), 10s);
+    EXPECT_EQ(big.status, CallStatus::kOk) << big.reason;
+    EXPECT_EQ(big.payload.size(), 2U << 20U);
+
+    const Reply tooBig = CallAndWait(*client, BigReplyRequest(4U << 20U), 10s);
+    EXPECT_NE(tooBig.status, CallStatus::kOk);
+    EXPECT_TRUE(WaitUntil([this] {
+        const auto records = sink_->Records();
+        return std::any_of(records.begin(), records.end(), [](const auto& record) {
+            return record.text.find("message too large") != std::string::npos;
+        });
+    })) << LogDump();
+}
+
 TEST_F(SomeipClientTest, AServiceNobodyOffersIsNotReachable) {
     auto info = MethodOn(0x7777, 1, 0, server_->sdPort);
     auto client = client_->CreateMethodClient(info);

@@ -28,6 +28,9 @@ struct SomeipEntityConfig {
     bool udp{false};                          // a client calls over UDP instead of TCP
     std::uint32_t maxMessageSize{1U << 20U};  // TCP, header included
     std::uint32_t udpMaxSize{1400};           // one datagram, header included
+    // What a client takes in over TCP. Larger: a query over a whole fleet's tables answers with
+    // megabytes, while requests stay small and a server reads them from anyone.
+    std::uint32_t maxReplySize{32U << 20U};
 };
 
 // Where an entity lives on DDS: its topic stem ("wardend/App/RegisterAppInfo") and domain.
