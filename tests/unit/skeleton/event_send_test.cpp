@@ -46,7 +46,7 @@ protected:
     }
 
     void Build(const std::vector<DriverType>& drivers, bool isField = false,
-               std::shared_ptr<lumo::vcc::api::types::Pdu> pdu = nullptr) {
+               const std::shared_ptr<lumo::vcc::api::types::Pdu>& pdu = nullptr) {
         vcc_ = std::make_unique<lumo::vcc::Vcc>(
             ara::com::ServiceIdentifierType{0x5700, "App", nullptr},
             lumo::vcc::api::types::InstanceIdentifier("1"),
@@ -147,7 +147,9 @@ TEST_F(EventSendTest, TrafficPolicyAndLatencyStampShapeWhatIsSent) {
 // A serializer whose size is beyond what a sample may take.
 struct HugeSerializer {
     std::uint64_t GetSize() { return 0xFFFFFFECULL; }
-    void Serialize(unsigned char*) { ADD_FAILURE() << "an oversized sample was written"; }
+    void Serialize(unsigned char* /*buffer*/) {
+        ADD_FAILURE() << "an oversized sample was written";
+    }
 };
 
 TEST_F(EventSendTest, ASampleAboveTheSizeLimitIsRefused) {
