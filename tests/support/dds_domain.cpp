@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <thread>
 
 namespace wardend::test {
 
@@ -62,17 +61,6 @@ std::set<std::string> DdsTestDomain::WaitForTopics(const std::set<std::string>& 
         timeout);
     dds_delete(participant);
     return seen;
-}
-
-bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (!condition()) {
-        if (std::chrono::steady_clock::now() >= deadline) {
-            return condition();
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return true;
 }
 
 }  // namespace wardend::test

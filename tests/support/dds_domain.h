@@ -3,10 +3,11 @@
 
 #include <chrono>
 #include <cstdint>
-#include <functional>
 #include <set>
 #include <string>
 #include <vector>
+
+#include "tests/support/wait.h"
 
 namespace wardend::test {
 
@@ -33,9 +34,6 @@ private:
     std::uint32_t id_;
     std::string config_;
 };
-
-// Polls condition every millisecond until it holds or timeout has passed; its last answer.
-bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout);
 
 }  // namespace wardend::test
 

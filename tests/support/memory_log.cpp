@@ -1,5 +1,7 @@
 #include "tests/support/memory_log.h"
 
+#include "tests/support/wait.h"
+
 namespace wardend::test {
 
 using ara::tessel::common::log::Log;
@@ -16,6 +18,21 @@ void MemoryLogTest::SetUp() {
 void MemoryLogTest::TearDown() {
     Log::RemoveSink(sink_);
     Log::SetLevel(previousLevel_);
+}
+
+std::size_t MemoryLogTest::CountContaining(const std::string& part,
+                                           std::optional<LogLevel> level) const {
+    std::size_t count = 0;
+    for (const auto& record : sink_->Records()) {
+        if ((!level || record.level == *level) && record.text.find(part) != std::string::npos) {
+            ++count;
+        }
+    }
+    return count;
+}
+
+bool MemoryLogTest::WaitContaining(const std::string& part, std::optional<LogLevel> level) const {
+    return WaitUntil([&] { return CountContaining(part, level) > 0; }, std::chrono::seconds(10));
 }
 
 std::string MemoryLogTest::LogDump() const {

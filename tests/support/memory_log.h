@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <optional>
+#include <string>
 
 #include "platform/log/log.h"
 
@@ -25,6 +27,12 @@ protected:
         return sink_->Count(level, text);
     }
     void ClearLog() { sink_->Clear(); }
+    // Lines that contain part, at level (at any level when none is given).
+    std::size_t CountContaining(const std::string& part,
+                                std::optional<LogLevel> level = std::nullopt) const;
+    // Waits up to ten seconds for such a line, which another thread writes.
+    bool WaitContaining(const std::string& part,
+                        std::optional<LogLevel> level = std::nullopt) const;
     // Every line, one a row, for failure messages.
     std::string LogDump() const;
 

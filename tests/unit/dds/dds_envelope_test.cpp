@@ -95,13 +95,13 @@ TEST_P(DdsMalformedEnvelopeTest, IsRefusedWithOneRateLimitedLine) {
         (c.toClient ? "DdsReplyRefused:" : "DdsRequestRefused:") + info.dds.topic;
     ASSERT_TRUE(WaitUntil(
         [&] {
-            return CountContaining(LogLevel::kWarn, "refused") +
+            return CountContaining("refused", LogLevel::kWarn) +
                        ara::tessel::common::log::Log::SuppressedCount(tag) ==
                    3;
         },
         10s))
         << LogDump();
-    EXPECT_EQ(CountContaining(LogLevel::kWarn, line), 1U) << LogDump();
+    EXPECT_EQ(CountContaining(line, LogLevel::kWarn), 1U) << LogDump();
     EXPECT_EQ(replier.Count(), 1);
     EXPECT_EQ(catcher.Count(), 1);
 }
@@ -136,9 +136,10 @@ TEST_F(DdsDriverTest, TruncatedEnvelopeIsDroppedWithCyclonesLineInOurLog) {
                       {std::to_string(domain_.Id()), "wardend/App/RegisterAppInfo/Request"},
                       domain_.ChildEnv());
     EXPECT_EQ(peer.WaitExit(20s), 0) << peer.Stderr();
-    EXPECT_TRUE(WaitForLine(LogLevel::kWarn, "deserialization wardend/App/RegisterAppInfo/Request"))
+    EXPECT_TRUE(
+        WaitContaining("deserialization wardend/App/RegisterAppInfo/Request", LogLevel::kWarn))
         << LogDump();
-    EXPECT_EQ(CountContaining(LogLevel::kWarn, "deserialization"), 1U);
+    EXPECT_EQ(CountContaining("deserialization", LogLevel::kWarn), 1U);
     EXPECT_EQ(replier.Count(), 0);
 }
 

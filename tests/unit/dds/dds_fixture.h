@@ -115,18 +115,6 @@ private:
 
 class DdsDriverTest : public MemoryLogTest {
 protected:
-    // Lines that contain part, at level.
-    std::size_t CountContaining(LogLevel level, const std::string& part) const {
-        std::size_t count = 0;
-        for (const auto& record : sink_->Records()) {
-            count += record.level == level && record.text.find(part) != std::string::npos ? 1 : 0;
-        }
-        return count;
-    }
-    bool WaitForLine(LogLevel level, const std::string& part) const {
-        return WaitUntil([&] { return CountContaining(level, part) > 0; }, 10s);
-    }
-
     DdsTestDomain domain_;
 };
 

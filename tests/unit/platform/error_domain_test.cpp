@@ -102,13 +102,6 @@ TEST(ErrorDomainDeathTest, UnknownCoreAndFutureCodesAbort) {
     EXPECT_DEATH(ara::core::GetFutureErrorDomain().Message(999), "unknown future error");
 }
 
-TEST(ErrorCodeTest, DefaultIsInvalidArgumentOfTheCoreDomain) {
-    const ErrorCode code;
-    EXPECT_EQ(code.Domain(), ara::core::GetCoreErrorDomain());
-    EXPECT_EQ(code.Value(), 22);
-    EXPECT_EQ(code.SupportData(), 0);
-}
-
 TEST(ErrorCodeTest, EqualityIgnoresSupportDataButNotTheDomain) {
     EXPECT_EQ(ErrorCode(3, GetComErrorDomain(), 1), ErrorCode(3, GetComErrorDomain(), 2));
     EXPECT_NE(ErrorCode(3, GetComErrorDomain()), ErrorCode(3, GetE2EErrorDomain()));

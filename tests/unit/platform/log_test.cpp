@@ -23,13 +23,6 @@ protected:
     std::shared_ptr<Log> log_ = Log::GetLog("TEST");
 };
 
-TEST_F(LogTest, GetLogReturnsOneSharedObjectPerContext) {
-    EXPECT_EQ(Log::GetLog("TEST"), log_);
-    EXPECT_NE(Log::GetLog("OTHR"), log_);
-    EXPECT_TRUE(log_->IsValid());
-    EXPECT_FALSE(Log("").IsValid());
-}
-
 TEST_F(LogTest, LinesAboveTheLevelAreNotWritten) {
     Log::SetLevel(LogLevel::kWarn);
     log_->LogInfo() << "hidden";
@@ -87,13 +80,6 @@ TEST(LogFormatTest, ConsoleLinesCarryAppContextLevelAndText) {
     record.text = "some text";
     const std::string line = ara::tessel::common::log::FormatRecord(record);
     EXPECT_NE(line.find(" WRDN CM [warn] some text"), std::string::npos) << line;
-}
-
-TEST(LogSinkModeTest, SinkNamesSelectTheirBitsAndUnknownNamesNothing) {
-    using namespace ara::tessel::common::log;  // NOLINT(google-build-using-namespace): the bits
-    EXPECT_EQ(SinkMode({"console", "dlt"}), kModeConsole | kModeDlt);
-    EXPECT_EQ(SinkMode({"file", "syslog"}), kModeFile);
-    EXPECT_EQ(SinkMode({}), 0);
 }
 
 // InitLogging reads the "Log" section of vesk.json, which overrides what the program passes.

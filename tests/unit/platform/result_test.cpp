@@ -15,19 +15,6 @@ ErrorCode ComError(ComErrc code) {
     return lumo::vcc::api::types::MakeErrorCode(code, 0);
 }
 
-TEST(ResultTest, HoldsAValueOrAnError) {
-    const Result<int> value(5);
-    EXPECT_TRUE(value.HasValue());
-    EXPECT_EQ(value.Value(), 5);
-    EXPECT_EQ(value.ErrorOr(ComError(ComErrc::kOk)), ComError(ComErrc::kOk));
-
-    const auto error = Result<int>::FromError(ComError(ComErrc::kNetworkBindingFailure));
-    EXPECT_FALSE(error.HasValue());
-    EXPECT_EQ(error.Error(), ComError(ComErrc::kNetworkBindingFailure));
-    EXPECT_EQ(error.ValueOr(9), 9);
-    EXPECT_TRUE(error.CheckError(ComError(ComErrc::kNetworkBindingFailure)));
-}
-
 TEST(ResultTest, ValueOrThrowRaisesTheDomainException) {
     const auto error = Result<int>::FromError(ComError(ComErrc::kServiceNotOffered));
     EXPECT_THROW(error.ValueOrThrow(), ComException);

@@ -65,15 +65,6 @@ TEST_F(DdsSerializerTest, KnownAnswers) {
     EXPECT_EQ(Write(names), (Bytes{2, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 'q'}));
 }
 
-TEST_F(DdsSerializerTest, EmptyStringAndVectorAreFourZeroBytes) {
-    EXPECT_EQ(Write(String{}), (Bytes{0, 0, 0, 0}));
-    EXPECT_EQ(Write(std::vector<std::uint16_t>{}), (Bytes{0, 0, 0, 0}));
-    const Bytes four = {0, 0, 0, 0};
-    Deserializer<std::vector<std::uint16_t>> reader(four.data(), four.size());
-    EXPECT_EQ(reader.GetSize(), 4U);
-    EXPECT_TRUE(reader.GetValue().empty());
-}
-
 // The buffer is checked once, before the first copy: a null one is refused with the line of that
 // copy's kind and nothing is written.
 TEST_F(DdsSerializerTest, ANullBufferIsRefusedWithTheLineOfTheFirstCopy) {

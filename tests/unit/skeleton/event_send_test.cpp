@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "binding/skeleton/vcc_methods.h"
-#include "platform/driver/proloc/proloc_driver.h"
 #include "platform/vcc/utils/tlv_helper.h"
 #include "records/wardend_records.h"
 #include "tests/support/memory_log.h"
@@ -47,7 +46,7 @@ protected:
     }
 
     void Build(const std::vector<DriverType>& drivers, bool isField = false,
-               std::shared_ptr<lumo::vcc::api::types::Pdu> pdu = nullptr) {
+               const std::shared_ptr<lumo::vcc::api::types::Pdu>& pdu = nullptr) {
         vcc_ = std::make_unique<lumo::vcc::Vcc>(
             ara::com::ServiceIdentifierType{0x5700, "App", nullptr},
             lumo::vcc::api::types::InstanceIdentifier("1"),
@@ -148,7 +147,9 @@ TEST_F(EventSendTest, TrafficPolicyAndLatencyStampShapeWhatIsSent) {
 // A serializer whose size is beyond what a sample may take.
 struct HugeSerializer {
     std::uint64_t GetSize() { return 0xFFFFFFECULL; }
-    void Serialize(unsigned char*) { ADD_FAILURE() << "an oversized sample was written"; }
+    void Serialize(unsigned char* /*buffer*/) {
+        ADD_FAILURE() << "an oversized sample was written";
+    }
 };
 
 TEST_F(EventSendTest, ASampleAboveTheSizeLimitIsRefused) {
@@ -203,29 +204,6 @@ TEST_F(EventSendTest, ASignalEventNeedsAPduOfFourSignals) {
     // Signal 2 (serviceId 7) sits at bits 32..47, Intel order.
     EXPECT_EQ(sent[0][4], 7);
     EXPECT_EQ(sent[0][5], 0);
-}
-
-TEST_F(EventSendTest, AnInProcessEventReachesASubscriber) {
-    auto proloc = std::make_shared<lumo::driver::proloc::ProlocDriver>();
-    lumo::vcc::driver::DriverRegistry::Register(proloc);
-    registered_.push_back(DriverType::kProloc);
-    Build({DriverType::kProloc});
-    ASSERT_TRUE(vcc_->OfferService());
-    lumo::vcc::api::types::EventInfo info;
-    info.serviceId = 0x5700;
-    info.instanceId = "1";
-    info.entityId = kEventId;
-    auto client = proloc->CreateEventClient(info);
-    client->SetProlocMemory(
-        lumo::driver::proloc::ProlocMemoryFactory::GetEventInstance<LatencySwitch>());
-    std::vector<LatencySwitch> seen;
-    ASSERT_TRUE(client->Subscribe([&seen](const unsigned char* sample, std::uint64_t) {
-        seen.push_back(*reinterpret_cast<const LatencySwitch*>(sample));
-    }));
-    ASSERT_TRUE(Send(Switch(9)).HasValue());
-    ASSERT_EQ(seen.size(), 1U);
-    EXPECT_EQ(seen[0], Switch(9));
-    client->Unsubscribe();
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "tests/support/memory_log.h"
+#include "tests/support/wait.h"
 #include "tests/unit/someip/someip_test_server.h"
 
 namespace wardend::test::someip {
@@ -66,17 +67,6 @@ private:
     std::condition_variable changed_;
     std::vector<Bytes> samples_;
 };
-
-bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout = 5s) {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (condition()) {
-            return true;
-        }
-        std::this_thread::sleep_for(5ms);
-    }
-    return condition();
-}
 
 class SomeipClientTest : public MemoryLogTest {
 protected:

@@ -3,8 +3,6 @@
 
 #include <gtest/gtest.h>
 
-#include <thread>
-
 #include "platform/driver/someip/someip_header.h"
 #include "tests/support/memory_log.h"
 #include "tests/unit/someip/someip_test_server.h"
@@ -39,26 +37,6 @@ protected:
     void TearDown() override {
         server_.reset();
         MemoryLogTest::TearDown();
-    }
-
-    bool LoggedContaining(const std::string& part) const {
-        for (const auto& record : sink_->Records()) {
-            if (record.text.find(part) != std::string::npos) {
-                return true;
-            }
-        }
-        return false;
-    }
-    // Log lines come from the I/O thread: wait for one.
-    bool WaitLogged(const std::string& part) const {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-        while (std::chrono::steady_clock::now() < deadline) {
-            if (LoggedContaining(part)) {
-                return true;
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-        return false;
     }
 
     SdEntry Subscribe(std::uint16_t eventgroup, std::uint32_t ttl, SdMessage& message,
@@ -121,48 +99,6 @@ TEST_F(SomeipServerTest, TcpRequestGetsResponseWithTheRequestIdsAndTheMessageGet
     EXPECT_EQ(seen[0].payload, (Bytes{1, 2, 3}));
 }
 
-struct ErrorCase {
-    const char* name;
-    Bytes request;
-    std::uint8_t type;        // of the answer
-    std::uint8_t returnCode;  // of the answer
-    Bytes payload;            // of the answer
-};
-
-std::vector<ErrorCase> ErrorCases() {
-    return {
-        {"unknown service", Request(0x1234, kMethod, 1), 0x81, 0x02, {}},
-        {"unknown method", Request(kService, 0x0055, 2), 0x81, 0x03, {}},
-        {"event id as method", Request(kService, kEvent, 3), 0x81, 0x03, {}},
-        {"interface version 2", Request(kService, kMethod, 4, {}, 0x00, 1, 2), 0x81, 0x08, {}},
-        {"a RESPONSE sent to the server", Request(kService, kMethod, 5, {}, 0x80), 0x81, 0x0A, {}},
-        {"binding error reply", Request(kService, kMethod, 6, {'E'}), 0x81, 0x01,
-         ErrorReplyPayload()},
-    };
-}
-
-TEST_F(SomeipServerTest, EveryErrorCodeGoesBackOnTcpAndUdp) {
-    RawTcpPeer tcp;
-    ASSERT_TRUE(tcp.Connect(server_->port));
-    RawUdpPeer udp;
-    for (const ErrorCase& c : ErrorCases()) {
-        ASSERT_TRUE(tcp.Send(c.request));
-        ASSERT_TRUE(udp.SendTo(server_->port, c.request));
-        for (auto answer : {tcp.Receive(), udp.Receive()}) {
-            ASSERT_TRUE(answer) << c.name;
-            const auto header = DecodeHeader(answer->data());
-            const auto asked = DecodeHeader(c.request.data());
-            EXPECT_EQ(header.messageType, c.type) << c.name;
-            EXPECT_EQ(header.returnCode, c.returnCode) << c.name;
-            EXPECT_EQ(header.RequestId(), asked.RequestId()) << c.name;
-            EXPECT_EQ(header.methodId, asked.methodId) << c.name;
-            EXPECT_EQ(header.interfaceVersion, asked.interfaceVersion) << c.name;
-            EXPECT_EQ(Bytes(answer->begin() + 16, answer->end()), c.payload) << c.name;
-        }
-    }
-    EXPECT_TRUE(WaitLogged("Request refused: unknown method")) << LogDump();
-}
-
 TEST_F(SomeipServerTest, NoErrorAnswersNotificationsRequestsWithoutReturnOrErrors) {
     RawTcpPeer peer;
     ASSERT_TRUE(peer.Connect(server_->port));
@@ -208,7 +144,7 @@ TEST_F(SomeipServerTest, UdpReplyAboveTheDatagramSizeBecomesAnErrorWithoutPayloa
     EXPECT_EQ(answer->size(), 16U);
     EXPECT_EQ(DecodeHeader(answer->data()).messageType, 0x81);
     EXPECT_EQ(DecodeHeader(answer->data()).returnCode, 0x01);
-    EXPECT_TRUE(WaitLogged("UDP reply too large")) << LogDump();
+    EXPECT_TRUE(WaitContaining("UDP reply too large")) << LogDump();
     // The same over TCP is a normal reply.
     RawTcpPeer tcp;
     ASSERT_TRUE(tcp.Connect(server_->port));
@@ -232,24 +168,6 @@ TEST_F(SomeipServerTest, MagicCookiesAreDropped) {
     EXPECT_EQ(DecodeHeader(answer->data()).sessionId, 1);
 }
 
-TEST_F(SomeipServerTest, AStreamThatCannotBeFramedIsClosedAndTheNextClientIsServed) {
-    for (const Bytes& bad : {Bytes{0x57, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0x07,  // length 7
-                                   0x42, 0x42, 0x00, 0x01, 0x01, 0x01, 0x00, 0x00},
-                             Bytes{0x57, 0x00, 0x00, 0x01, 0x7F, 0xFF, 0xFF, 0xFF,  // 2 GiB
-                                   0x42, 0x42, 0x00, 0x01, 0x01, 0x01, 0x00, 0x00}}) {
-        RawTcpPeer broken;
-        ASSERT_TRUE(broken.Connect(server_->port));
-        ASSERT_TRUE(broken.Send(bad));
-        EXPECT_TRUE(broken.WaitClosed());
-        RawTcpPeer next;
-        ASSERT_TRUE(next.Connect(server_->port));
-        ASSERT_TRUE(next.Send(Request(kService, kMethod, 2)));
-        EXPECT_TRUE(next.Receive());
-    }
-    EXPECT_TRUE(WaitLogged("Connection closed: length below 8")) << LogDump();
-    EXPECT_TRUE(WaitLogged("Connection closed: message too large")) << LogDump();
-}
-
 TEST_F(SomeipServerTest, HalfAMessageThatStallsIsClosedAfterTheTimeout) {
     RawTcpPeer peer;
     ASSERT_TRUE(peer.Connect(server_->port));
@@ -257,7 +175,7 @@ TEST_F(SomeipServerTest, HalfAMessageThatStallsIsClosedAfterTheTimeout) {
     request.resize(60);
     ASSERT_TRUE(peer.Send(request));
     EXPECT_TRUE(peer.WaitClosed(std::chrono::seconds(3)));
-    EXPECT_TRUE(WaitLogged("incomplete message timed out")) << LogDump();
+    EXPECT_TRUE(WaitContaining("incomplete message timed out")) << LogDump();
 }
 
 TEST_F(SomeipServerTest, ConnectionsAboveTheLimitAreRefused) {
@@ -272,7 +190,7 @@ TEST_F(SomeipServerTest, ConnectionsAboveTheLimitAreRefused) {
     RawTcpPeer extra;
     ASSERT_TRUE(extra.Connect(server_->port));
     EXPECT_TRUE(extra.WaitClosed());
-    EXPECT_TRUE(WaitLogged("Connection refused: limit of 4 reached")) << LogDump();
+    EXPECT_TRUE(WaitContaining("Connection refused: limit of 4 reached")) << LogDump();
     peers.pop_back();
     RawTcpPeer again;
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
@@ -299,10 +217,10 @@ TEST_F(SomeipServerTest, AClientThatNeverReadsIsDroppedWhileOthersAreServed) {
         if (i % 50 == 0) {
             ASSERT_TRUE(busy.Send(Request(kService, kMethod, static_cast<std::uint16_t>(i + 2))));
             ASSERT_TRUE(busy.Receive()) << "request " << i;
-            dropped = LoggedContaining("Send queue full, connection dropped");
+            dropped = CountContaining("Send queue full, connection dropped") > 0;
         }
     }
-    EXPECT_TRUE(WaitLogged("Send queue full, connection dropped")) << LogDump();
+    EXPECT_TRUE(WaitContaining("Send queue full, connection dropped")) << LogDump();
 }
 
 TEST_F(SomeipServerTest, FindServiceGetsAUnicastOfferWithBothEndpoints) {
@@ -379,7 +297,7 @@ TEST_F(SomeipServerTest, TcpSubscriptionNeedsItsConnectionAndGetsEventsOnIt) {
     auto unknown = SubscribeFrom(sd, 3, 0x0077, 3, L4Protocol::kTcp, tcp.LocalPort());
     ASSERT_TRUE(unknown);
     EXPECT_EQ(unknown->ttl, 0U);
-    EXPECT_TRUE(WaitLogged("Subscription refused: unknown eventgroup")) << LogDump();
+    EXPECT_TRUE(WaitContaining("Subscription refused: unknown eventgroup")) << LogDump();
 }
 
 TEST_F(SomeipServerTest, SubscriptionEndsAtTtlExpiry) {
@@ -404,7 +322,7 @@ TEST_F(SomeipServerTest, APeerThatRebootsLosesItsSubscriptions) {
     // The same peer starts again: reboot flag with a session that does not grow.
     const SdMessage find = Find(0x9999, 0xFFFF, 0xFF);
     ASSERT_TRUE(sd.SendTo(server_->sdPort, SdDatagram(find, 1)));
-    EXPECT_TRUE(WaitLogged("SD peer restarted")) << LogDump();
+    EXPECT_TRUE(WaitContaining("SD peer restarted")) << LogDump();
     ASSERT_TRUE(server_->SendEvent({1}));
     EXPECT_FALSE(events.Receive(std::chrono::milliseconds(200)));
 }
@@ -458,14 +376,14 @@ TEST_F(SomeipServerTest, BrokenSdDatagramsAreLoggedAndDropped) {
     broken[16 + 7] = 0x20;  // entries array longer than the datagram
     ASSERT_TRUE(sd.SendTo(server_->sdPort, broken));
     ASSERT_TRUE(sd.SendTo(server_->sdPort, {0x01, 0x02}));
-    EXPECT_TRUE(WaitLogged("SD message dropped: bad entries length")) << LogDump();
-    EXPECT_TRUE(WaitLogged("SD datagram dropped: length below 8")) << LogDump();
+    EXPECT_TRUE(WaitContaining("SD message dropped: bad entries length")) << LogDump();
+    EXPECT_TRUE(WaitContaining("SD datagram dropped: length below 8")) << LogDump();
 }
 
 TEST_F(SomeipServerTest, ATakenPortFailsTheHandlerCreation) {
     lumo::driver::someip::SomeipDriver other(QuickOptions());
     EXPECT_EQ(other.CreateMethodHandler(MethodOn(0x5701, 1, server_->port, FreePort())), nullptr);
-    EXPECT_TRUE(LoggedContaining("Create method handler failed")) << LogDump();
+    EXPECT_GT(CountContaining("Create method handler failed"), 0U) << LogDump();
 }
 
 }  // namespace
