@@ -47,6 +47,9 @@ protected:
 
     std::unique_ptr<wardend::test::ChildProcess> Start(const std::vector<std::string>& command,
                                                        const std::string& configName) {
+        if (command[0] == WARDEND_BINARY) {
+            WaitNoDaemon();  // the second daemon, in a namespace of its own, runs beside the first
+        }
         auto env = domain_.ChildEnv();
         env.push_back("VESK_CONFIG=" + dir_.Path() + "/" + configName);
         return std::make_unique<wardend::test::ChildProcess>(

@@ -5,8 +5,11 @@
 #include <csignal>
 
 #include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/support/process.h"
@@ -27,7 +30,28 @@ protected:
     std::vector<std::string> Env() const { return {"VESK_CONFIG=" + dir_.Path() + "/vesk.json"}; }
 
     std::unique_ptr<ChildProcess> StartDaemon(const std::vector<std::string>& args = {}) {
+        WaitNoDaemon();
         return std::make_unique<ChildProcess>(WARDEND_BINARY, args, Env());
+    }
+
+    // A daemon that the previous test killed may take a moment to be gone; the new one's
+    // single-instance check would count it.
+    static void WaitNoDaemon() {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (DaemonRuns() && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+    }
+
+    static bool DaemonRuns() {
+        for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+            std::ifstream comm(entry.path() / "comm");
+            std::string name;
+            if (std::getline(comm, name) && name == "wardend") {
+                return true;
+            }
+        }
+        return false;
     }
 
     // Waits for the daemon's "Wardend server init finished." line.
