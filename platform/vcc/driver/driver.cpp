@@ -4,6 +4,8 @@
 #include <mutex>
 #include <utility>
 
+#include "platform/log/log.h"
+
 namespace lumo::vcc::driver {
 
 namespace {
@@ -14,7 +16,11 @@ struct Registry {
 };
 
 Registry& TheRegistry() {
+    // Drivers log from their own threads until they are destroyed. Statics die in the reverse
+    // order of their construction, so the log is built first and outlives the registry at exit.
+    static const bool logFirst = ara::tessel::common::log::Log::GetLog("CM") != nullptr;
     static Registry registry;
+    (void)logFirst;
     return registry;
 }
 
