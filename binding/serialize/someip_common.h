@@ -50,7 +50,8 @@ inline bool HasDataId(const ValueContext& c) {
 }
 
 inline bool IsDynamic(const ValueContext& c) {
-    return HasDataId(c) && c.node->isDynamicLengthField == 1;
+    const auto* node = c.node;  // read once: the analyzer does not carry HasDataId's check over
+    return node != nullptr && node->dataId != kNoDataId && node->isDynamicLengthField == 1;
 }
 
 inline bool IsRaw(const ValueContext& c) {

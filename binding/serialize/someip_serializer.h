@@ -448,11 +448,12 @@ private:
 template <typename T>
 struct Writer<T, std::enable_if_t<serialize::detail::IsRecord<T>::value>> {
     static std::uint64_t StaticLengthWidth(const ValueContext& c) {
+        const auto* node = c.node;
         std::uint64_t width =
-            c.node != nullptr ? c.node->structLengthField : c.config->structLengthField;
+            node != nullptr ? node->structLengthField : c.config->structLengthField;
         // A tagged structure needs a length field to be skipped by readers.
-        if (width == 0 && detail::HasDataId(c)) {
-            width = c.node->tlvLengthField;
+        if (width == 0 && node != nullptr && node->dataId != kNoDataId) {
+            width = node->tlvLengthField;
         }
         return width;
     }

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <signal.h>
-
 #include <csignal>
 #include <fstream>
 #include <nlohmann/json.hpp>

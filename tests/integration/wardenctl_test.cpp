@@ -52,7 +52,7 @@ protected:
         const RunResult run = Ctl(args);
         EXPECT_EQ(run.exitCode, 0) << run.err;
         EXPECT_EQ(run.out.find('\n'), run.out.size() - 1) << "not one document: " << run.out;
-        const json document = json::parse(run.out, nullptr, false);
+        json document = json::parse(run.out, nullptr, false);
         EXPECT_FALSE(document.is_discarded()) << run.out;
         return document;
     }
@@ -197,7 +197,7 @@ TEST_F(WardenctlTest, EveryCommandAnswersAsATableAndAsJson) {
              EXPECT_EQ(j["eventInfos"][0]["registerInfo"]["appName"], "ctlNode");
          }},
         {{"event", "show", kPose},
-         {"publisher", "ctlNode", "ON", "\"Name\": \"/Norvane/AP/Pose\""},
+         {"publisher", "ctlNode", "ON", R"("Name": "/Norvane/AP/Pose")"},
          [&](const json& j) {
              EXPECT_EQ(j["pubApp"], "ctlNode");
              EXPECT_EQ(j["pubState"], "ON");
@@ -239,7 +239,7 @@ TEST_F(WardenctlTest, EveryCommandAnswersAsATableAndAsJson) {
          {"DATA TYPE", kPose, "TYPE_STRUCT", kGear, "TYPE_ENUM"},
          [&](const json& j) { EXPECT_TRUE(j["dataTypes"].contains(kPose)) << j; }},
         {{"type", "show", kPath},
-         {"\"Element\": \"/Norvane/AP/Pose\""},
+         {R"("Element": "/Norvane/AP/Pose")"},
          [&](const json& j) {
              EXPECT_EQ(json::parse(j["dataType"].get<std::string>())["Name"], kPath);
          }},
