@@ -2,17 +2,21 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <nlohmann/json.hpp>
 #include <thread>
 
 #include "tests/integration/daemon_fixture.h"
+#include "tests/integration/wardenctl_run.h"
+#include "tests/support/wait.h"
 
 namespace {
 
 using nlohmann::json;
 using wardend::test::ChildProcess;
 using wardend::test::RunResult;
+using wardend::test::RunWardenctl;
+using wardend::test::RunWardenctlJson;
+using wardend::test::WaitUntil;
 using namespace std::chrono_literals;
 
 constexpr auto kSettle = 15s;
@@ -32,40 +36,22 @@ protected:
             << example_->Stdout() << example_->Stderr();
     }
 
-    bool WaitForStdout(const std::string& text, std::size_t times = 1) const {
-        return Eventually([&] {
-            const auto out = example_->Stdout();
-            std::size_t found = 0;
-            for (auto at = out.find(text); at != std::string::npos; at = out.find(text, at + 1)) {
-                ++found;
-            }
-            return found >= times;
-        });
-    }
-
-    static bool Eventually(const std::function<bool()>& condition) {
-        const auto deadline = std::chrono::steady_clock::now() + kSettle;
-        while (!condition()) {
-            if (std::chrono::steady_clock::now() > deadline) {
-                return false;
-            }
-            std::this_thread::sleep_for(100ms);
+    // Whether the example has printed text at least `times` times.
+    bool Printed(const std::string& text, std::size_t times = 1) const {
+        const auto out = example_->Stdout();
+        std::size_t found = 0;
+        for (auto at = out.find(text); at != std::string::npos; at = out.find(text, at + 1)) {
+            ++found;
         }
-        return true;
+        return found >= times;
+    }
+    bool WaitForStdout(const std::string& text, std::size_t times = 1) const {
+        return WaitUntil([&] { return Printed(text, times); }, kSettle);
     }
 
-    RunResult Ctl(std::vector<std::string> args) const {
-        args.insert(args.end(), {"--timeout", "10000"});
-        return wardend::test::RunToEnd(WARDENCTL_BINARY, args, Env(), 30s);
-    }
-
-    // The answer of wardenctl --json; null when it gave none.
-    json CtlJson(std::vector<std::string> args) const {
-        args.emplace_back("--json");
-        const RunResult run = Ctl(args);
-        EXPECT_EQ(run.exitCode, 0) << run.err;
-        const json document = json::parse(run.out, nullptr, false);
-        return document.is_discarded() ? json() : document;
+    RunResult Ctl(const std::vector<std::string>& args) const { return RunWardenctl(args, Env()); }
+    json CtlJson(const std::vector<std::string>& args) const {
+        return RunWardenctlJson(args, Env());
     }
 
     static std::vector<std::string> With(std::vector<std::string> args,
@@ -76,7 +62,11 @@ protected:
 
     // The example's row of `node list`, or null.
     json ListedExample() const {
-        for (const auto& node : CtlJson({"node", "list"}).value("nodeInfos", json::array())) {
+        const json list = CtlJson({"node", "list"});
+        if (!list.is_object()) {
+            return json();
+        }
+        for (const auto& node : list.value("nodeInfos", json::array())) {
             if (node.value("nodeName", "") == "example") {
                 return node;
             }
@@ -124,17 +114,20 @@ TEST_F(ExampleTest, WardenctlSeesWhatItDeclaredAndItsNodeGoesWithSigkill) {
 
     ASSERT_TRUE(example_->Signal(SIGKILL));
     (void)example_->WaitExit(5s);
-    EXPECT_TRUE(Eventually([&] { return ListedExample().is_null(); }))
+    EXPECT_TRUE(WaitUntil([&] { return ListedExample().is_null(); }, kSettle))
         << "a killed application's node is still listed";
     StopAndExpectCleanExit(*daemon_);
 }
 
 TEST_F(ExampleTest, LatencyOnReachesItAndItsAcknowledgementAndReportsShow) {
     // The example subscribes asynchronously: switch until it acknowledges.
-    ASSERT_TRUE(Eventually([&] {
-        EXPECT_EQ(Ctl(With({"latency", "on"}, kPose)).exitCode, 0);
-        return WaitForStdout("latency mode 1 acknowledged");
-    })) << example_->Stdout();
+    ASSERT_TRUE(WaitUntil(
+        [&] {
+            EXPECT_EQ(Ctl(With({"latency", "on"}, kPose)).exitCode, 0);
+            return WaitUntil([&] { return Printed("latency mode 1 acknowledged"); }, 1s);
+        },
+        kSettle))
+        << example_->Stdout();
 
     const json status = CtlJson(With({"latency", "status"}, kPose));
     EXPECT_EQ(status["pubStatus"]["example"], 1) << status;
@@ -142,18 +135,23 @@ TEST_F(ExampleTest, LatencyOnReachesItAndItsAcknowledgementAndReportsShow) {
     EXPECT_NE(table.out.find("example"), std::string::npos) << table.out;
 
     json result;
-    ASSERT_TRUE(Eventually([&] {
-        result =
-            CtlJson(With({"latency", "result", "--period", "60"}, kPose))["results"]["example"];
-        return !result.is_null();
-    })) << "no latency result of the example";
+    ASSERT_TRUE(WaitUntil(
+        [&] {
+            result =
+                CtlJson(With({"latency", "result", "--period", "60"}, kPose))["results"]["example"];
+            return !result.is_null();
+        },
+        kSettle))
+        << "no latency result of the example";
     EXPECT_LE(result["minimum"], result["average"]);
     EXPECT_LE(result["average"], result["maximum"]);
 
     ASSERT_EQ(Ctl(With({"latency", "off"}, kPose)).exitCode, 0);
-    EXPECT_TRUE(Eventually([&] {
-        return CtlJson(With({"latency", "status"}, kPose))["pubStatus"]["example"] == 0;
-    }));
+    EXPECT_TRUE(WaitUntil(
+        [&] {
+            return CtlJson(With({"latency", "status"}, kPose))["pubStatus"]["example"] == 0;
+        },
+        kSettle));
     StopAndExpectCleanExit(*daemon_);
 }
 
@@ -165,7 +163,7 @@ TEST_F(ExampleTest, ItRegistersAgainWhenTheDaemonRestarts) {
 
     EXPECT_TRUE(WaitForStdout("node example registered with wardend", 2))
         << example_->Stdout() << example_->Stderr();
-    EXPECT_TRUE(Eventually([&] { return !ListedExample().is_null(); }));
+    EXPECT_TRUE(WaitUntil([&] { return !ListedExample().is_null(); }, kSettle));
 
     // A clean stop of the example unregisters its node.
     ASSERT_TRUE(example_->Signal(SIGTERM));

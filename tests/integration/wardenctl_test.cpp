@@ -10,6 +10,7 @@
 
 #include "client/wardend_proxy.h"
 #include "tests/integration/daemon_fixture.h"
+#include "tests/integration/wardenctl_run.h"
 #include "tests/support/record_builders.h"
 
 namespace {
@@ -38,23 +39,11 @@ protected:
     }
     void TearDown() override { unsetenv("VESK_CONFIG"); }
 
-    // A generous timeout unless the test sets one: a loaded machine may be slow to answer.
-    RunResult Ctl(std::vector<std::string> args) {
-        if (std::find(args.begin(), args.end(), "--timeout") == args.end() && !args.empty()) {
-            args.insert(args.end(), {"--timeout", "10000"});
-        }
-        return wardend::test::RunToEnd(WARDENCTL_BINARY, args, Env(), 30s);
+    RunResult Ctl(const std::vector<std::string>& args) const {
+        return wardend::test::RunWardenctl(args, Env());
     }
-
-    // wardenctl with --json: exit 0 and one JSON document on standard output.
-    json CtlJson(std::vector<std::string> args) {
-        args.emplace_back("--json");
-        const RunResult run = Ctl(args);
-        EXPECT_EQ(run.exitCode, 0) << run.err;
-        EXPECT_EQ(run.out.find('\n'), run.out.size() - 1) << "not one document: " << run.out;
-        json document = json::parse(run.out, nullptr, false);
-        EXPECT_FALSE(document.is_discarded()) << run.out;
-        return document;
+    json CtlJson(const std::vector<std::string>& args) const {
+        return wardend::test::RunWardenctlJson(args, Env());
     }
 
     static void Register(VESKWardendAppServiceProxy& app,
