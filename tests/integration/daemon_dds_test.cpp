@@ -21,10 +21,9 @@ using namespace std::chrono_literals;
 class DaemonDdsTest : public wardend::test::DaemonTest {
 protected:
     void SetUp() override {
+        DaemonTest::SetUp();
         WriteExampleConfig("1", "vesk.json");
-        setenv("VESK_CONFIG", (dir_.Path() + "/vesk.json").c_str(), 1);
     }
-    void TearDown() override { unsetenv("VESK_CONFIG"); }
 
     void WriteExampleConfig(const std::string& instance, const std::string& name) {
         std::ifstream example(std::string(WARDEND_SOURCE_DIR) + "/examples/config/dds.json");

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <csignal>
+#include <cstdlib>
 
 #include <chrono>
 #include <filesystem>
@@ -23,7 +24,12 @@ constexpr std::chrono::seconds kStartTimeout{20};
 // console, unless the test writes another).
 class DaemonTest : public ::testing::Test {
 protected:
-    void SetUp() override { WriteConfig(R"({"Log": {"level": "info"}})"); }
+    // The client library in this process reads the same vesk.json as the daemon.
+    void SetUp() override {
+        WriteConfig(R"({"Log": {"level": "info"}})");
+        setenv("VESK_CONFIG", (dir_.Path() + "/vesk.json").c_str(), 1);
+    }
+    void TearDown() override { unsetenv("VESK_CONFIG"); }
 
     void WriteConfig(const std::string& json) { dir_.WriteFile("vesk.json", json); }
 

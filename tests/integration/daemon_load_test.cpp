@@ -291,12 +291,6 @@ private:
 
 class DaemonLoadTest : public wardend::test::DaemonTest {
 protected:
-    void SetUp() override {
-        DaemonTest::SetUp();
-        setenv("VESK_CONFIG", (dir_.Path() + "/vesk.json").c_str(), 1);
-    }
-    void TearDown() override { unsetenv("VESK_CONFIG"); }
-
     // Waits until the daemon holds no more descriptors than before, as closed peers are
     // noticed one by one.
     static bool DescriptorsBackTo(pid_t pid, std::size_t idle) {

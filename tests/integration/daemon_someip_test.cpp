@@ -16,12 +16,6 @@ using namespace std::chrono_literals;
 // The real daemon with its built-in configuration, reached over SOME/IP from this process.
 class DaemonSomeipTest : public wardend::test::DaemonTest {
 protected:
-    void SetUp() override {
-        DaemonTest::SetUp();
-        setenv("VESK_CONFIG", (dir_.Path() + "/vesk.json").c_str(), 1);
-    }
-    void TearDown() override { unsetenv("VESK_CONFIG"); }
-
     template <typename Output>
     static Output Answer(ara::core::Future<Output> future) {
         auto result = future.GetResult();

@@ -45,7 +45,6 @@ class DaemonWireTest : public DaemonTest {
 protected:
     void SetUp() override {
         DaemonTest::SetUp();
-        setenv("VESK_CONFIG", (dir_.Path() + "/vesk.json").c_str(), 1);
         daemon_ = StartDaemon();
         ASSERT_TRUE(WaitReady(*daemon_)) << daemon_->Stderr();
     }
@@ -53,7 +52,7 @@ protected:
         if (daemon_ != nullptr) {
             StopAndExpectCleanExit(*daemon_);
         }
-        unsetenv("VESK_CONFIG");
+        DaemonTest::TearDown();
     }
 
     // The first SD answer to message whose first entry has the given type.
@@ -220,7 +219,6 @@ TEST_F(DaemonWireTest, TheLatencySwitchReachesRawSubscribersOverUdpAndTcp) {
 class DaemonCaptureTest : public DaemonTest {
 protected:
     static constexpr const char* kAddress = "127.0.0.4";
-    void TearDown() override { unsetenv("VESK_CONFIG"); }
 };
 
 TEST_F(DaemonCaptureTest, AWholeSessionDecodesInTsharkWithoutMalformedFrames) {
@@ -235,7 +233,6 @@ TEST_F(DaemonCaptureTest, AWholeSessionDecodesInTsharkWithoutMalformedFrames) {
                 kAddress + R"("},
         "App": {"address": ")" +
                 kAddress + R"("}, "Tools": {"address": ")" + kAddress + R"("}}})");
-    setenv("VESK_CONFIG", (dir_.Path() + "/vesk.json").c_str(), 1);
     TempDir captureDir;
     LoopbackCapture capture(tshark, kAddress, captureDir.Path() + "/wardend.pcapng");
     ASSERT_TRUE(capture.Started()) << capture.Stderr();

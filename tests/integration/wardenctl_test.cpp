@@ -33,12 +33,6 @@ constexpr const char* kGear = "/Norvane/AP/GearState";
 // SOME/IP, and the real wardenctl asking about it.
 class WardenctlTest : public wardend::test::DaemonTest {
 protected:
-    void SetUp() override {
-        DaemonTest::SetUp();
-        setenv("VESK_CONFIG", (dir_.Path() + "/vesk.json").c_str(), 1);
-    }
-    void TearDown() override { unsetenv("VESK_CONFIG"); }
-
     RunResult Ctl(const std::vector<std::string>& args) const {
         return wardend::test::RunWardenctl(args, Env());
     }
