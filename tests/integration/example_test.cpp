@@ -49,9 +49,11 @@ protected:
         return WaitUntil([&] { return Printed(text, times); }, kSettle);
     }
 
-    RunResult Ctl(const std::vector<std::string>& args) const { return RunWardenctl(args, Env()); }
+    RunResult Ctl(const std::vector<std::string>& args) const {
+        return RunWardenctl(WARDENCTL_BINARY, args, Env());
+    }
     json CtlJson(const std::vector<std::string>& args) const {
-        return RunWardenctlJson(args, Env());
+        return RunWardenctlJson(WARDENCTL_BINARY, args, Env());
     }
 
     static std::vector<std::string> With(std::vector<std::string> args,

@@ -34,10 +34,10 @@ constexpr const char* kGear = "/Norvane/AP/GearState";
 class WardenctlTest : public wardend::test::DaemonTest {
 protected:
     RunResult Ctl(const std::vector<std::string>& args) const {
-        return wardend::test::RunWardenctl(args, Env());
+        return wardend::test::RunWardenctl(WARDENCTL_BINARY, args, Env());
     }
     json CtlJson(const std::vector<std::string>& args) const {
-        return wardend::test::RunWardenctlJson(args, Env());
+        return wardend::test::RunWardenctlJson(WARDENCTL_BINARY, args, Env());
     }
 
     static void Register(VESKWardendAppServiceProxy& app,
