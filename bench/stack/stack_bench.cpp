@@ -35,7 +35,7 @@ public:
             std::abort();
         }
         std::fputs(
-            R"({"Services": {"App": {"drivers": ["proloc"]}, "Tools": {"drivers": ["proloc"]}})",
+            R"({"Services": {"App": {"drivers": ["proloc"]}, "Tools": {"drivers": ["proloc"]}}})",
             file);
         std::fclose(file);
         setenv("VESK_CONFIG", path, 1);

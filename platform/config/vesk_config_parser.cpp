@@ -36,6 +36,7 @@ VeskConfigParser::VeskConfigParser(String path) : path_(std::move(path)) {
     if (!in) {
         return;
     }
+    present_ = true;
     root_ = nlohmann::json::parse(in, nullptr, false);
     valid_ = !root_.is_discarded() && root_.is_object();
     if (!valid_) {

@@ -47,6 +47,8 @@ public:
     static String ConfigPath();
 
     bool IsValid() const noexcept { return valid_; }
+    // The file exists but is not a JSON object: unlike a missing file, a mistake to report.
+    bool IsMalformed() const noexcept { return present_ && !valid_; }
     const String& Path() const noexcept { return path_; }
 
     std::optional<LogConfig> GetLogConfig() const;
@@ -59,6 +61,7 @@ public:
 
 private:
     String path_;
+    bool present_{false};
     bool valid_{false};
     nlohmann::json root_;
 };

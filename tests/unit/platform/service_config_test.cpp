@@ -1,6 +1,11 @@
 #include "platform/vcc/service_config.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
 
 namespace {
 
@@ -62,6 +67,24 @@ TEST(ServiceConfigTest, AnInvalidSectionIsRefusedSayingWhy) {
         EXPECT_FALSE(ServiceConfig::Parse(&section, error).has_value()) << c.json;
         EXPECT_EQ(error, c.error) << c.json;
     }
+}
+
+// A file that is missing leaves the defaults; one that exists but cannot be parsed is a mistake
+// that must not silently turn into the defaults (which open sockets).
+TEST(ServiceConfigTest, AMalformedFileIsRefusedAndAMissingOneGivesTheDefaults) {
+    const std::string path = "/tmp/service_config_test_" + std::to_string(getpid()) + ".json";
+    std::ofstream(path) << R"({"Services": {"App": {"drivers": ["proloc"]}})";
+    setenv("VESK_CONFIG", path.c_str(), 1);
+    ara::core::String error;
+    EXPECT_FALSE(ServiceConfig::Load(error).has_value());
+    EXPECT_EQ(error, "\"" + path + "\" is not a valid JSON object");
+
+    std::remove(path.c_str());
+    error.clear();
+    const auto config = ServiceConfig::Load(error);
+    unsetenv("VESK_CONFIG");
+    ASSERT_TRUE(config.has_value()) << error;
+    EXPECT_EQ(config->Binding("App").drivers.size(), 2U);
 }
 
 }  // namespace
