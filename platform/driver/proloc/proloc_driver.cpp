@@ -278,21 +278,99 @@ bool PendingCall::Complete(const MethodReply& reply) {
         }
         done = true;
     }
+    if (timer != nullptr) {
+        timer->Cancel(*this);
+    }
     if (handler) {
         handler(reply);
     }
     return true;
 }
 
-ProlocDriver::~ProlocDriver() {
+ProlocCallTimer::~ProlocCallTimer() {
+    Stop();
+}
+
+void ProlocCallTimer::Stop() {
     {
-        std::lock_guard<std::mutex> lock(timerMutex_);
-        timerStopping_ = true;
+        std::lock_guard<std::mutex> lock(mutex_);
+        stopping_ = true;
     }
-    timerWake_.notify_all();
-    if (timer_.joinable()) {
-        timer_.join();
+    wake_.notify_all();
+    if (!thread_.joinable()) {
+        return;
     }
+    // The last reference to the timer may go with a call that its own thread completes.
+    if (thread_.get_id() == std::this_thread::get_id()) {
+        thread_.detach();
+    } else {
+        thread_.join();
+    }
+}
+
+void ProlocCallTimer::Schedule(std::chrono::steady_clock::time_point deadline,
+                               const std::shared_ptr<PendingCall>& call) {
+    bool wake = false;
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (stopping_) {
+            return;
+        }
+        call->timerEntry = deadlines_.emplace(deadline, call);
+        call->scheduled = true;
+        wake = deadline < wakeAt_;
+        if (!thread_.joinable()) {
+            thread_ = std::thread([this] { Run(); });
+        }
+    }
+    if (wake) {
+        wake_.notify_one();
+    }
+}
+
+void ProlocCallTimer::Cancel(PendingCall& call) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (call.scheduled) {
+        deadlines_.erase(call.timerEntry);
+        call.scheduled = false;
+    }
+}
+
+std::size_t ProlocCallTimer::Scheduled() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return deadlines_.size();
+}
+
+void ProlocCallTimer::Run() {
+    (void)pthread_setname_np(pthread_self(), "proloc_timer");
+    std::unique_lock<std::mutex> lock(mutex_);
+    while (!stopping_) {
+        const auto now = std::chrono::steady_clock::now();
+        if (deadlines_.empty() || now < deadlines_.begin()->first) {
+            wakeAt_ = deadlines_.empty() ? std::chrono::steady_clock::time_point::max()
+                                         : deadlines_.begin()->first;
+            if (deadlines_.empty()) {
+                wake_.wait(lock);
+            } else {
+                wake_.wait_until(lock, wakeAt_);
+            }
+            continue;
+        }
+        auto call = deadlines_.begin()->second.lock();
+        deadlines_.erase(deadlines_.begin());
+        if (call != nullptr) {
+            call->scheduled = false;
+            lock.unlock();
+            (void)call->Complete(
+                Failure(CallStatus::kTimeout,
+                        "no reply within the timeout [" + call->index.GetProlocInfo() + "]"));
+            lock.lock();
+        }
+    }
+}
+
+ProlocDriver::~ProlocDriver() {
+    timer_->Stop();
 }
 
 std::shared_ptr<vcc::driver::MethodHandler> ProlocDriver::CreateMethodHandler(
@@ -377,48 +455,9 @@ std::shared_ptr<ProlocMethodHandler> ProlocDriver::FindOfferedServer(
 }
 
 void ProlocDriver::ScheduleTimeout(std::chrono::steady_clock::time_point deadline,
-                                   const std::weak_ptr<PendingCall>& call) {
-    bool earliest = false;
-    {
-        std::lock_guard<std::mutex> lock(timerMutex_);
-        if (timerStopping_) {
-            return;
-        }
-        // The timer sleeps until the earliest deadline: only a new earliest one must wake it.
-        earliest = deadlines_.empty() || deadline < deadlines_.top().first;
-        deadlines_.emplace(deadline, call);
-        if (!timer_.joinable()) {
-            timer_ = std::thread([this] { RunTimer(); });
-        }
-    }
-    if (earliest) {
-        timerWake_.notify_one();
-    }
-}
-
-void ProlocDriver::RunTimer() {
-    (void)pthread_setname_np(pthread_self(), "proloc_timer");
-    std::unique_lock<std::mutex> lock(timerMutex_);
-    while (!timerStopping_) {
-        if (deadlines_.empty()) {
-            timerWake_.wait(lock);
-            continue;
-        }
-        const auto next = deadlines_.top().first;
-        if (std::chrono::steady_clock::now() < next) {
-            timerWake_.wait_until(lock, next);
-            continue;
-        }
-        auto call = deadlines_.top().second.lock();
-        deadlines_.pop();
-        if (call != nullptr) {
-            lock.unlock();
-            (void)call->Complete(
-                Failure(CallStatus::kTimeout,
-                        "no reply within the timeout [" + call->index.GetProlocInfo() + "]"));
-            lock.lock();
-        }
-    }
+                                   const std::shared_ptr<PendingCall>& call) {
+    call->timer = timer_;
+    timer_->Schedule(deadline, call);
 }
 
 bool ProlocMethodHandler::ReplyData(unsigned char* buffer, const vcc::driver::SizeRecord& size,

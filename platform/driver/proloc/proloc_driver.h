@@ -6,7 +6,6 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <queue>
 #include <set>
 #include <thread>
 #include <utility>
@@ -21,12 +20,44 @@ namespace lumo::driver::proloc {
 class ProlocMethodHandler;
 struct PendingCall;
 
+// Completes calls with kTimeout at their deadlines, on its thread "proloc_timer", started with
+// the first call. A call that completes before its deadline leaves the timer at once, so the
+// timer holds only the calls in flight.
+class ProlocCallTimer {
+public:
+    ProlocCallTimer() = default;
+    ~ProlocCallTimer();
+    ProlocCallTimer(const ProlocCallTimer&) = delete;
+    ProlocCallTimer& operator=(const ProlocCallTimer&) = delete;
+
+    void Schedule(std::chrono::steady_clock::time_point deadline,
+                  const std::shared_ptr<PendingCall>& call);
+    void Cancel(PendingCall& call);
+    std::size_t Scheduled() const;
+    // Joins the thread; calls still scheduled are not completed by it any more.
+    void Stop();
+
+private:
+    using Deadlines =
+        std::multimap<std::chrono::steady_clock::time_point, std::weak_ptr<PendingCall>>;
+
+    void Run();
+
+    mutable std::mutex mutex_;  // guards every member below and each PendingCall's timer fields
+    std::condition_variable wake_;
+    Deadlines deadlines_;
+    // When the thread wakes next by itself: an earlier deadline must wake it, a later one not.
+    std::chrono::steady_clock::time_point wakeAt_{std::chrono::steady_clock::time_point::max()};
+    bool stopping_{false};
+    std::thread thread_;
+};
+
 // The in-process driver: client and server live in one process and pass typed records through
 // the binding's stores, so nothing is serialized. A request's payload is the key of its record
 // in the request store and a reply's the key of its result in the reply store.
 //
 // A call runs the server's receive handler on the caller's thread; replies come on the thread
-// that completes the server's future, timeouts on the driver's timer thread "proloc_timer".
+// that completes the server's future, timeouts on the driver's timer thread.
 class ProlocDriver final : public vcc::driver::Driver,
                            public std::enable_shared_from_this<ProlocDriver> {
 public:
@@ -54,28 +85,18 @@ public:
     std::shared_ptr<ProlocMethodHandler> FindOfferedServer(const ProlocEntityIndex& index) const;
     // Completes the call with kTimeout at the deadline unless it completed before.
     void ScheduleTimeout(std::chrono::steady_clock::time_point deadline,
-                         const std::weak_ptr<PendingCall>& call);
+                         const std::shared_ptr<PendingCall>& call);
+    // The calls whose deadline the timer still watches: those in flight.
+    std::size_t PendingTimeouts() const { return timer_->Scheduled(); }
 
 private:
-    using Deadline = std::pair<std::chrono::steady_clock::time_point, std::weak_ptr<PendingCall>>;
-    struct Later {
-        bool operator()(const Deadline& a, const Deadline& b) const { return a.first > b.first; }
-    };
-
-    void RunTimer();
-
     mutable std::mutex mutex_;  // guards servers_, offered_ and watchers_
     std::map<ProlocEntityIndex, std::weak_ptr<ProlocMethodHandler>> servers_;
     std::set<std::pair<std::uint16_t, ara::core::String>> offered_;
     std::map<std::pair<std::uint16_t, ara::core::String>,
              std::vector<std::weak_ptr<vcc::driver::ServiceFoundSignal>>>
         watchers_;
-
-    std::mutex timerMutex_;  // guards deadlines_, timerStopping_ and timer_'s start
-    std::condition_variable timerWake_;
-    std::priority_queue<Deadline, std::vector<Deadline>, Later> deadlines_;
-    bool timerStopping_{false};
-    std::thread timer_;
+    const std::shared_ptr<ProlocCallTimer> timer_ = std::make_shared<ProlocCallTimer>();
 };
 
 // A call in flight: completed once, by its reply or by its timeout.
@@ -84,6 +105,11 @@ struct PendingCall {
     vcc::driver::ReplyHandler handler;
     std::mutex mutex;  // guards done
     bool done{false};
+    // Set by Schedule; the entry is valid while scheduled, both guarded by the timer's mutex.
+    std::shared_ptr<ProlocCallTimer> timer;
+    std::multimap<std::chrono::steady_clock::time_point, std::weak_ptr<PendingCall>>::iterator
+        timerEntry;
+    bool scheduled{false};
 
     // False when the call was completed before; then the handler is not called.
     bool Complete(const vcc::driver::MethodReply& reply);

@@ -136,6 +136,7 @@ TEST_F(ProlocDriverTest, ARequestAndItsReplyTravelBetweenTwoThreads) {
     const auto index = ProlocEntityIndex::FromEntityInfo(method_);
     EXPECT_EQ(requests_->Count(index), 0U) << "the server returned the request's loan";
     EXPECT_EQ(replies_->Count(index), 0U) << "the client returned the reply's loan";
+    EXPECT_EQ(driver_->PendingTimeouts(), 0U) << "an answered call leaves the timer";
     EXPECT_NE(handler->GetStatisticsText(lumo::vcc::api::types::DriverType::kProloc), "");
 }
 
@@ -159,6 +160,7 @@ TEST_F(ProlocDriverTest, CallsFailAtOnceWhenNotOfferedAndTimeOutWhenNobodyAnswer
     handler->SetReceiveHandler([&held](const MethodMsgPtr& msg) { held = msg; });
     EXPECT_EQ(CallAndWait(*client, "x", 20ms).status, CallStatus::kTimeout);
     ASSERT_NE(held, nullptr);
+    EXPECT_EQ(driver_->PendingTimeouts(), 0U);
 
     // The late reply finds nobody waiting; the driver frees it.
     const auto index = ProlocEntityIndex::FromEntityInfo(method_);
