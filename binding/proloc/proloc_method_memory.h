@@ -114,22 +114,30 @@ public:
         return this->Insert(index, std::move(record));
     }
 
-    // Server side: a copy of the arguments; defaults when they are not there.
-    Record GetRequest(const ProlocEntityIndex& index, const unsigned char* address) const {
+    // Server side: the arguments, unchanged until their loan is returned, so that they need no
+    // copy; defaults when they are not there.
+    std::shared_ptr<const Record> GetRequest(const ProlocEntityIndex& index,
+                                             const unsigned char* address) const {
         std::lock_guard<std::mutex> lock(this->mutex_);
-        bool indexFound = false;
-        const Record* record = this->FindLocked(index, address, indexFound);
-        if (!indexFound) {
+        auto entity = this->entries_.find(index);
+        if (entity == this->entries_.end()) {
             this->logger_->LogWarn()
                 << "Proloc get request value cannot find index [" << index.GetProlocInfo() << "]";
-            return Record{};
+            return Defaults();
         }
-        if (record == nullptr) {
+        auto record = entity->second.find(Base::Key(address));
+        if (record == entity->second.end()) {
             this->logger_->LogWarn()
                 << "Proloc get unknow request value [" << index.GetProlocInfo() << "]";
-            return Record{};
+            return Defaults();
         }
-        return *record;
+        return record->second;
+    }
+
+private:
+    static std::shared_ptr<const Record> Defaults() {
+        static const auto defaults = std::make_shared<const Record>();
+        return defaults;
     }
 };
 

@@ -35,11 +35,11 @@ public:
     using Result = ara::core::Result<Output>;
 
     MethodProxy(std::shared_ptr<driver::MethodClient> client, api::types::MethodInfo info)
-        : client_(std::move(client)),
-          info_(std::move(info)),
-          index_(lumo::driver::proloc::ProlocEntityIndex::FromEntityInfo(info_)) {
+        : client_(std::move(client)), fixed_(std::make_shared<const Fixed>(std::move(info))) {
         if (client_ != nullptr && IsProloc()) {
-            client_->SetProlocMemory(Requests());
+            requests_ = lumo::driver::proloc::ProlocMemoryFactory::GetMethodRequestInstance<
+                std::decay_t<Args>...>();
+            client_->SetProlocMemory(requests_);
         }
     }
 
@@ -51,11 +51,13 @@ public:
             promise->SetError(CallError(driver::CallStatus::kNotReachable));
             return future;
         }
-        auto handler = [promise, info = info_, index = index_](const driver::MethodReply& reply) {
-            promise->SetResult(ReadReply(reply, info, index));
+        // What the reply needs of the proxy is shared, not copied: a call must not cost a copy
+        // of the method's description.
+        auto handler = [promise, fixed = fixed_](const driver::MethodReply& reply) {
+            promise->SetResult(ReadReply(reply, fixed->info, fixed->index));
         };
         if (IsProloc()) {
-            const unsigned char* key = Requests()->AddRequest(index_, args...);
+            const unsigned char* key = requests_->AddRequest(fixed_->index, args...);
             client_->Call(key, sizeof(std::tuple<std::decay_t<Args>...>), timeout, handler);
             return future;
         }
@@ -84,13 +86,16 @@ public:
 private:
     static constexpr unsigned char kUnwritable = 0xFF;
 
-    bool IsProloc() const { return info_.driverType == api::types::DriverType::kProloc; }
+    // The method's description and its in-process index, shared by the proxy and its calls.
+    struct Fixed {
+        explicit Fixed(api::types::MethodInfo methodInfo)
+            : info(std::move(methodInfo)),
+              index(lumo::driver::proloc::ProlocEntityIndex::FromEntityInfo(info)) {}
+        const api::types::MethodInfo info;
+        const lumo::driver::proloc::ProlocEntityIndex index;
+    };
 
-    static std::shared_ptr<lumo::driver::proloc::ProlocRequestMemory<std::decay_t<Args>...>>
-    Requests() {
-        return lumo::driver::proloc::ProlocMemoryFactory::GetMethodRequestInstance<
-            std::decay_t<Args>...>();
-    }
+    bool IsProloc() const { return fixed_->info.driverType == api::types::DriverType::kProloc; }
 
     // The arguments one after the other; a lone kUnwritable byte when one cannot be written.
     std::vector<unsigned char> WriteRequest(const Args&... args) const {
@@ -99,15 +104,15 @@ private:
         auto writeOne = [&](const auto& value) {
             using T = std::decay_t<decltype(value)>;
             const std::size_t offset = payload.size();
-            if (info_.driverType == api::types::DriverType::kDds) {
-                serialize::dds::Serializer<T> writer(value, info_.requestConfig);
+            if (fixed_->info.driverType == api::types::DriverType::kDds) {
+                serialize::dds::Serializer<T> writer(value, fixed_->info.requestConfig);
                 ok = ok && writer.GetSize() <= serialize::kSizeMax;
                 if (ok) {
                     payload.resize(offset + writer.GetSize());
                     writer.Serialize(payload.data() + offset);
                 }
             } else {
-                serialize::someip::Serializer<T> writer(value, info_.requestConfig);
+                serialize::someip::Serializer<T> writer(value, fixed_->info.requestConfig);
                 ok = ok && writer.GetSize() <= serialize::kSizeMax;
                 if (ok) {
                     payload.resize(offset + writer.GetSize());
@@ -179,8 +184,9 @@ private:
     }
 
     std::shared_ptr<driver::MethodClient> client_;
-    const api::types::MethodInfo info_;
-    const lumo::driver::proloc::ProlocEntityIndex index_;
+    const std::shared_ptr<const Fixed> fixed_;
+    // The in-process request store; null on the other drivers.
+    std::shared_ptr<lumo::driver::proloc::ProlocRequestMemory<std::decay_t<Args>...>> requests_;
 };
 
 }  // namespace lumo::vcc::proxy

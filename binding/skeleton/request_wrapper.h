@@ -91,7 +91,7 @@ ara::core::Future<Output> CallUserMethod(
     ara::core::Future<Output> (Skeleton::*member)(const Args&...), const driver::MethodMsgPtr& msg,
     const MethodInfoMap& protocolData) {
     auto logger = ara::tessel::common::log::Log::GetLog("CM");
-    const api::types::MethodInfo info = *protocolData.at(msg->driverType);
+    const api::types::MethodInfo& info = *protocolData.at(msg->driverType);
     if (msg->driverType == api::types::DriverType::kProloc) {
         const auto index = lumo::driver::proloc::ProlocEntityIndex::FromEntityInfo(info);
         if constexpr (sizeof...(Args) == 0) {
@@ -102,7 +102,7 @@ ara::core::Future<Output> CallUserMethod(
                 std::decay_t<Args>...>();
             const auto values = store->GetRequest(index, msg->payload);
             return std::apply([&](const auto&... value) { return (service->*member)(value...); },
-                              values);
+                              *values);
         }
     }
     const auto statusMap = vcc.GetE2EStatusMap();

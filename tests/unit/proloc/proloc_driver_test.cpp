@@ -70,7 +70,7 @@ private:
             const auto request = requests_->GetRequest(index_, msg->payload);
             handler_->ReturnLoan(msg->payload);
             const auto* key = replies_->AddReply(
-                ara::core::Result<std::size_t>(std::get<0>(request).size()), index_, *msg);
+                ara::core::Result<std::size_t>(std::get<0>(*request).size()), index_, *msg);
             handler_->ReplyData(const_cast<unsigned char*>(key), {0}, msg, false);
         }
     }

@@ -138,15 +138,15 @@ TEST_F(ProlocEventMemoryTest, HandlersRunWithoutLocksAndErasingTheLastClientDrop
 
 using ProlocMethodMemoryTest = wardend::test::MemoryLogTest;
 
-TEST_F(ProlocMethodMemoryTest, RequestsAreCopiedOutUntilTheirLoanIsReturned) {
+TEST_F(ProlocMethodMemoryTest, RequestsAreHeldUntilTheirLoanIsReturned) {
     ProlocRequestMemory<std::string, int> sut;
     const auto* key = sut.AddRequest(kIndex, "node", 7);
-    EXPECT_EQ(sut.GetRequest(kIndex, key), std::make_tuple(std::string("node"), 7));
+    EXPECT_EQ(*sut.GetRequest(kIndex, key), std::make_tuple(std::string("node"), 7));
     EXPECT_EQ(sut.Count(kIndex), 1U);
     sut.ReturnLoan(key, kIndex);
     EXPECT_EQ(sut.Count(kIndex), 0U);
 
-    EXPECT_EQ(sut.GetRequest(kIndex, key), std::make_tuple(std::string(), 0));
+    EXPECT_EQ(*sut.GetRequest(kIndex, key), std::make_tuple(std::string(), 0));
     EXPECT_TRUE(Logged(LogLevel::kWarn, "Proloc get unknow request value [" + kInfo + "]"));
     const ProlocEntityIndex other{1, "1", 1};
     (void)sut.GetRequest(other, key);
