@@ -1,7 +1,8 @@
 // Run: build/release/bench/stack/wardend_stack_bench --benchmark_repetitions=5
 // One request through the whole in-process stack: client proxy, in-process driver, method
 // skeleton on the service's pool, the user method and its registries, the reply store, back to
-// the caller's future.
+// the caller's future. And QueryEventInfo("ALL") over 10,000 events through SOME/IP on
+// loopback, as a tool sees it (the tools service on ports of its own, 30590 and 30592).
 
 #include <benchmark/benchmark.h>
 #include <unistd.h>
@@ -16,6 +17,7 @@
 #include "daemon/wardend_server.h"
 #include "platform/error/com_error_domain.h"
 #include "platform/log/log.h"
+#include "registry/event_info_manage.h"
 
 namespace {
 
@@ -28,15 +30,15 @@ const ProxyOptions kInProcess{lumo::vcc::api::types::DriverType::kProloc, "1",
 class Stack {
 public:
     Stack() {
-        // In-process only, so that no socket of the default drivers is opened.
         const char* path = "/tmp/wardend_stack_bench.json";
         std::FILE* file = std::fopen(path, "w");
         if (file == nullptr) {
             std::abort();
         }
-        std::fputs(
-            R"({"Services": {"App": {"drivers": ["proloc"]}, "Tools": {"drivers": ["proloc"]}}})",
-            file);
+        std::fputs(R"({"Services": {"someip": {"sdPort": 30590},
+                       "App": {"drivers": ["proloc"]},
+                       "Tools": {"drivers": ["proloc", "someip"], "port": 30592}}})",
+                   file);
         std::fclose(file);
         setenv("VESK_CONFIG", path, 1);
         ara::tessel::common::log::Log::SetLevel(ara::tessel::common::log::LogLevel::kError);
@@ -109,6 +111,56 @@ void BM_QueryNodeInfoRoundTrip(benchmark::State& state) {
 }
 // The query's traffic policy lets 500 calls a second through.
 BENCHMARK(BM_QueryNodeInfoRoundTrip)->UseRealTime()->Iterations(2000);
+
+// 10,000 events of 100 nodes, half on each driver, all published by this (live) process.
+void FillEvents() {
+    static const bool filled = [] {
+        using namespace vesk::wardend;  // NOLINT(google-build-using-namespace): records built
+        for (int n = 0; n < 10000; ++n) {
+            EventRegisterInfo info;
+            info.appName = "benchNode" + std::to_string(n / 100);
+            info.eventType = "BenchType" + std::to_string(n);
+            info.pid = getpid();
+            info.isRegister = true;
+            EventInfo entry;
+            const auto service = static_cast<std::uint16_t>(100 + n / 100);
+            const auto instance = static_cast<std::uint16_t>(n % 100);
+            if (n % 2 == 0) {
+                entry.someip.serviceId = service;
+                entry.someip.instanceId = instance;
+                entry.someip.eventId = 1;
+                info.eventMap_[DriverType::SOMEIP] = entry;
+            } else {
+                entry.dds.serviceId = service;
+                entry.dds.instanceId = instance;
+                entry.dds.topicName = "bench/topic";
+                info.eventMap_[DriverType::DDS] = entry;
+            }
+            (void)EventInfoManage::GetInstance().RegisterEventInfo(info, true);
+        }
+        return true;
+    }();
+    (void)filled;
+}
+
+void BM_QueryEventInfoAllOverSomeip(benchmark::State& state) {
+    TheStack();
+    FillEvents();
+    vesk::wardend::proxy::VESKWardendToolsServiceProxy tools(
+        ProxyOptions{lumo::vcc::api::types::DriverType::kSomeip, "1", std::chrono::seconds(10)});
+    if (!tools.WaitForService(std::chrono::seconds(5))) {
+        state.SkipWithError("the tools service was not found over SOME/IP");
+        return;
+    }
+    for (auto _ : state) {
+        auto result = tools.QueryEventInfo("ALL").GetResult();
+        if (!Accepted(state, result, std::chrono::seconds(1))) {
+            break;
+        }
+        benchmark::DoNotOptimize(result);
+    }
+}
+BENCHMARK(BM_QueryEventInfoAllOverSomeip)->UseRealTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace
 

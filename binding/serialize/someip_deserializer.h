@@ -5,6 +5,7 @@
 // remains before it is used, and every loop consumes at least one byte per round. A failure is
 // a logged value (kSizeFailure), never an exception.
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstring>
@@ -641,6 +642,14 @@ struct PlainWalk {
             }
         } else {
             static_assert(kMinBytes<E> != 0, "every element takes a byte, so the walk ends");
+            // Growing by doubling moves every element read so far, again and again. The guess
+            // of the count is bounded by the bytes, so that a hostile length reserves no more
+            // memory than the message itself holds.
+            const std::uint64_t guess =
+                std::min<std::uint64_t>(content / kMinBytes<E>, content / sizeof(E) + 1);
+            if (out.capacity() < guess) {
+                out.reserve(static_cast<std::size_t>(guess));
+            }
             const std::uint64_t outerRoom = room;
             const unsigned char* const end = at + content;
             room = content;
