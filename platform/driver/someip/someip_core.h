@@ -508,13 +508,17 @@ public:
     Core(const Core&) = delete;
     Core& operator=(const Core&) = delete;
 
-    void Start();
     // Withdraws offers, closes every socket, joins the thread. Idempotent. Not on the I/O
     // thread: a driver is never destroyed from one of its own callbacks.
     void Stop();
 
-    bool OnIoThread() const noexcept { return std::this_thread::get_id() == ioThreadId_; }
-    // Any thread. False (and fn dropped) when the driver has stopped.
+    bool OnIoThread() const noexcept {
+        return started_.load(std::memory_order_acquire) &&
+               std::this_thread::get_id() == ioThreadId_;
+    }
+    // Any thread. False (and fn dropped) when the driver has stopped. The I/O thread and its
+    // tick start with the first post, so that a process that links the driver but uses no
+    // SOME/IP entity has neither.
     bool Post(std::function<void()> fn);
     // Runs fn on the I/O thread and waits for it; inline when already there. The value of a
     // default-made R when the driver has stopped.
@@ -612,11 +616,14 @@ private:
     // Fails every call, withdraws subscriptions and closes the client's sockets.
     void StopClient();
 
+    void Start();
+
     std::thread thread_;
-    std::thread::id ioThreadId_;
+    std::thread::id ioThreadId_;  // written before started_ is set
+    std::atomic<bool> started_{false};
     std::mutex postMutex_;  // guards stopped_ against a post that races Stop
     std::atomic<bool> stopped_{false};
-    std::mutex stopMutex_;  // serializes Stop
+    std::mutex stopMutex_;  // serializes Start and Stop
     std::optional<asio::executor_work_guard<asio::io_context::executor_type>> workGuard_;
     std::unique_ptr<asio::steady_timer> tickTimer_;
     std::uint64_t serial_{0};

@@ -328,6 +328,7 @@ void SomeipDriver::Core::Start() {
     thread_ = std::thread([this, &started] {
         pthread_setname_np(pthread_self(), "someip_io");
         ioThreadId_ = std::this_thread::get_id();
+        started_.store(true, std::memory_order_release);
         started.set_value();
         io.run();
     });
@@ -335,6 +336,12 @@ void SomeipDriver::Core::Start() {
 }
 
 bool SomeipDriver::Core::Post(std::function<void()> fn) {
+    if (!started_.load(std::memory_order_acquire)) {
+        std::lock_guard<std::mutex> lock(stopMutex_);
+        if (!started_.load(std::memory_order_relaxed) && !stopped_) {
+            Start();
+        }
+    }
     std::lock_guard<std::mutex> lock(postMutex_);
     if (stopped_) {
         return false;
@@ -371,6 +378,8 @@ void SomeipDriver::Core::Tick() {
 void SomeipDriver::Core::Stop() {
     std::lock_guard<std::mutex> stopLock(stopMutex_);
     if (!thread_.joinable()) {
+        std::lock_guard<std::mutex> lock(postMutex_);
+        stopped_ = true;  // never started: nothing to close, and nothing starts it any more
         return;
     }
     {
@@ -418,9 +427,7 @@ void SomeipDriver::Core::CloseAll() {
 // ---- The driver ----
 
 SomeipDriver::SomeipDriver(SomeipDriverOptions options)
-    : core_(std::make_shared<Core>(std::move(options))) {
-    core_->Start();
-}
+    : core_(std::make_shared<Core>(std::move(options))) {}
 
 SomeipDriver::~SomeipDriver() {
     core_->Stop();

@@ -3,7 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <dirent.h>
+
 #include <atomic>
+#include <fstream>
 #include <future>
 #include <thread>
 
@@ -170,6 +173,32 @@ TEST_F(SomeipClientTest, AServiceNobodyOffersIsNotReachable) {
     EXPECT_EQ(reply.status, CallStatus::kNotReachable);
     EXPECT_FALSE(reply.reason.empty());
     EXPECT_FALSE(client->CallNoReturn(nullptr, 0));
+}
+
+int ThreadsNamed(const std::string& name) {
+    int count = 0;
+    DIR* tasks = opendir("/proc/self/task");
+    while (dirent* entry = tasks == nullptr ? nullptr : readdir(tasks)) {
+        std::string comm;
+        std::ifstream(std::string("/proc/self/task/") + entry->d_name + "/comm") >> comm;
+        count += comm == name ? 1 : 0;
+    }
+    if (tasks != nullptr) {
+        closedir(tasks);
+    }
+    return count;
+}
+
+// A process that links the driver but has no SOME/IP entity pays no thread and no tick.
+TEST_F(SomeipClientTest, TheIoThreadStartsWithTheFirstEntity) {
+    const int before = ThreadsNamed("someip_io");
+    {
+        SomeipDriver unused(QuickOptions());
+        EXPECT_EQ(ThreadsNamed("someip_io"), before);
+        auto client = unused.CreateMethodClient(MethodOn(0x7777, 1, 0, server_->sdPort));
+        EXPECT_EQ(ThreadsNamed("someip_io"), before + 1);
+    }
+    EXPECT_EQ(ThreadsNamed("someip_io"), before);
 }
 
 TEST_F(SomeipClientTest, CallNoReturnReachesTheServerWithoutAnswer) {
