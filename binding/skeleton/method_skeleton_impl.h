@@ -151,7 +151,13 @@ public:
     void SetTrafficControlPolicy(std::shared_ptr<vesk::TrafficCtrlPolicy> policy) override {
         trafficControlPolicy_ = std::move(policy);
     }
-    void SetMethodInfo(const MethodInfoMap& protocolData) override { protocolData_ = protocolData; }
+    void SetMethodInfo(const MethodInfoMap& protocolData) override {
+        protocolData_ = protocolData;
+        // Made once: the verbose lines of every request name the method, whatever the level.
+        entityIdentifier_ = protocolData_.empty() || protocolData_.begin()->second == nullptr
+                                ? ara::core::String()
+                                : protocolData_.begin()->second->GetEntityIdentifier();
+    }
     void SetStats(std::shared_ptr<utils::stats::MethodSkeletonStats> stats) override {
         stats_ = std::move(stats);
     }
@@ -246,11 +252,7 @@ public:
 private:
     static ara::tessel::common::log::LogLimitConfig LogLimit() { return {}; }
 
-    ara::core::String EntityIdentifier() const {
-        return protocolData_.empty() || protocolData_.begin()->second == nullptr
-                   ? ara::core::String()
-                   : protocolData_.begin()->second->GetEntityIdentifier();
-    }
+    const ara::core::String& EntityIdentifier() const { return entityIdentifier_; }
 
     void ReplyTrafficControlled(const driver::MethodMsgPtr& msg) {
         msg->isErrorReply = true;
@@ -474,6 +476,7 @@ private:
     std::condition_variable inFlightDone_;
     std::map<api::types::DriverType, std::shared_ptr<driver::MethodHandler>> driverHandlers_;
     MethodInfoMap protocolData_;
+    ara::core::String entityIdentifier_;
     std::shared_ptr<utils::stats::MethodSkeletonStats> stats_;
 };
 
