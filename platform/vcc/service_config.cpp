@@ -259,7 +259,7 @@ std::optional<ServiceConfig> ServiceConfig::Parse(const nlohmann::json* section,
 std::optional<ServiceConfig> ServiceConfig::Load(ara::core::String& error) {
     const ara::tessel::common::veskConfigParser::VeskConfigParser parser;
     if (parser.IsMalformed()) {
-        error = "\"" + parser.Path() + "\" is not a valid JSON object";
+        error = "the file is not a valid JSON object";
         return std::nullopt;
     }
     return Parse(parser.GetSection("Services"), error);

@@ -79,14 +79,25 @@ TEST_F(DaemonTest, StartsBothServicesInOrderWithTheirThreadsAndStopsInOrder) {
 }
 
 TEST_F(DaemonTest, AServicesSectionThatCannotBeAssembledFailsTheStart) {
-    WriteConfig(R"({"Services": {"App": {"drivers": ["carrier-pigeon"]}}})");
-    const auto result = Run({});
-    EXPECT_EQ(result.exitCode, 1);
-    EXPECT_NE(result.err.find("unknown driver \"carrier-pigeon\""), std::string::npos)
-        << result.err;
-    EXPECT_NE(result.err.find("Wardend wardendAppSkeleton creates failed."), std::string::npos)
-        << result.err;
-    EXPECT_EQ(result.err.find("Wardend has offered two service."), std::string::npos);
+    struct Case {
+        const char* config;
+        const char* reason;
+    };
+    const Case cases[] = {
+        {R"({"Services": {"App": {"drivers": ["carrier-pigeon"]}}})",
+         "unknown driver \"carrier-pigeon\""},
+        // Not the defaults, which would open sockets the file may have meant to keep closed.
+        {R"({"Services": {"App": {"drivers": ["proloc"]}})", "the file is not a valid JSON object"},
+    };
+    for (const auto& c : cases) {
+        WriteConfig(c.config);
+        const auto result = Run({});
+        EXPECT_EQ(result.exitCode, 1) << c.config;
+        EXPECT_NE(result.err.find(c.reason), std::string::npos) << result.err;
+        EXPECT_NE(result.err.find("Wardend wardendAppSkeleton creates failed."), std::string::npos)
+            << result.err;
+        EXPECT_EQ(result.err.find("Wardend has offered two service."), std::string::npos);
+    }
 }
 
 }  // namespace

@@ -77,7 +77,7 @@ TEST(ServiceConfigTest, AMalformedFileIsRefusedAndAMissingOneGivesTheDefaults) {
     setenv("VESK_CONFIG", path.c_str(), 1);
     ara::core::String error;
     EXPECT_FALSE(ServiceConfig::Load(error).has_value());
-    EXPECT_EQ(error, "\"" + path + "\" is not a valid JSON object");
+    EXPECT_EQ(error, "the file is not a valid JSON object");
 
     std::remove(path.c_str());
     error.clear();
