@@ -13,6 +13,7 @@
 #include <set>
 #include <vector>
 
+#include "bench/registry/bench_events.h"
 #include "platform/log/log.h"
 #include "registry/event_info_manage.h"
 #include "registry/node_info_manage.h"
@@ -22,7 +23,7 @@ namespace {
 using namespace vesk::wardend;  // NOLINT(google-build-using-namespace): the registries measured
 
 constexpr int kEvents = 10000;
-constexpr int kPerService = 100;  // events per (service, node): 100 nodes of 100 events
+constexpr int kPerService = wardend::bench::kEventsPerNode;  // 100 nodes of 100 events
 
 // One paused child per node, made before any thread exists and killed at exit. The list is
 // never destroyed, so that the exit handler can still read it.
@@ -54,27 +55,9 @@ const std::vector<pid_t>& NodePids() {
 }
 
 EventRegisterInfo MakeEvent(int n, bool someip) {
-    EventRegisterInfo info;
     const auto& pids = NodePids();
-    info.appName = "benchNode" + std::to_string(n / kPerService);
-    info.eventType = "BenchType" + std::to_string(n);
-    info.pid = pids[static_cast<std::size_t>(n / kPerService) % pids.size()];
-    info.isRegister = true;
-    EventInfo entry;
-    const auto service = static_cast<std::uint16_t>(100 + n / kPerService);
-    const auto instance = static_cast<std::uint16_t>(n % kPerService);
-    if (someip) {
-        entry.someip.serviceId = service;
-        entry.someip.instanceId = instance;
-        entry.someip.eventId = 1;
-        info.eventMap_[DriverType::SOMEIP] = entry;
-    } else {
-        entry.dds.serviceId = service;
-        entry.dds.instanceId = instance;
-        entry.dds.topicName = "bench/topic";
-        info.eventMap_[DriverType::DDS] = entry;
-    }
-    return info;
+    return wardend::bench::MakeBenchEvent(
+        n, pids[static_cast<std::size_t>(n / kPerService) % pids.size()], someip);
 }
 
 // 10,000 events, half on each driver, each with a live publisher; done once per process.

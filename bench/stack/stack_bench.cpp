@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <thread>
 
+#include "bench/registry/bench_events.h"
 #include "client/wardend_proxy.h"
 #include "daemon/drivers.h"
 #include "daemon/wardend_server.h"
@@ -115,28 +116,9 @@ BENCHMARK(BM_QueryNodeInfoRoundTrip)->UseRealTime()->Iterations(2000);
 // 10,000 events of 100 nodes, half on each driver, all published by this (live) process.
 void FillEvents() {
     static const bool filled = [] {
-        using namespace vesk::wardend;  // NOLINT(google-build-using-namespace): records built
         for (int n = 0; n < 10000; ++n) {
-            EventRegisterInfo info;
-            info.appName = "benchNode" + std::to_string(n / 100);
-            info.eventType = "BenchType" + std::to_string(n);
-            info.pid = getpid();
-            info.isRegister = true;
-            EventInfo entry;
-            const auto service = static_cast<std::uint16_t>(100 + n / 100);
-            const auto instance = static_cast<std::uint16_t>(n % 100);
-            if (n % 2 == 0) {
-                entry.someip.serviceId = service;
-                entry.someip.instanceId = instance;
-                entry.someip.eventId = 1;
-                info.eventMap_[DriverType::SOMEIP] = entry;
-            } else {
-                entry.dds.serviceId = service;
-                entry.dds.instanceId = instance;
-                entry.dds.topicName = "bench/topic";
-                info.eventMap_[DriverType::DDS] = entry;
-            }
-            (void)EventInfoManage::GetInstance().RegisterEventInfo(info, true);
+            const auto info = wardend::bench::MakeBenchEvent(n, getpid(), n % 2 == 0);
+            (void)vesk::wardend::EventInfoManage::GetInstance().RegisterEventInfo(info, true);
         }
         return true;
     }();
