@@ -9,9 +9,9 @@
 
 #include "platform/driver/dds/dds_driver.h"
 #include "platform/vcc/utils/thread_pool.h"
-#include "tests/support/dds_calls.h"
 #include "tests/support/dds_domain.h"
 #include "tests/support/memory_log.h"
+#include "tests/support/method_calls.h"
 
 namespace wardend::test {
 
