@@ -9,6 +9,7 @@
 #include "platform/error/e2e_error_domain.h"
 #include "records/service_outputs.h"
 #include "tests/support/memory_log.h"
+#include "tests/unit/serialize/serialize_test_support.h"
 #include "tests/unit/skeleton/fake_driver.h"
 
 namespace {
@@ -81,17 +82,7 @@ public:
 };
 
 std::vector<unsigned char> SomeipString(const ara::core::String& text) {
-    lumo::serialize::someip::Serializer<ara::core::String> writer(text, {});
-    std::vector<unsigned char> bytes(writer.GetSize());
-    writer.Serialize(bytes.data());
-    return bytes;
-}
-
-std::vector<unsigned char> DdsString(const ara::core::String& text) {
-    lumo::serialize::dds::Serializer<ara::core::String> writer(text, {});
-    std::vector<unsigned char> bytes(writer.GetSize());
-    writer.Serialize(bytes.data());
-    return bytes;
+    return wardend::test::Written(lumo::serialize::someip::Serializer<ara::core::String>(text, {}));
 }
 
 class MethodSkeletonTest : public wardend::test::MemoryLogTest {
@@ -129,6 +120,13 @@ protected:
         }
         handler_ = driver_->Method(kMethodId);
         ASSERT_NE(handler_, nullptr);
+    }
+
+    // Waits until every task queued so far on the method pool has run.
+    void DrainPool() {
+        std::promise<void> drained;
+        ASSERT_TRUE(vcc_->GetMethodPool()->Enqueue([&drained] { drained.set_value(); }, 0));
+        drained.get_future().wait();
     }
 
     static std::uint16_t ResultOf(const wardend::test::FakeMethodHandler::Reply& reply,
@@ -170,7 +168,10 @@ TEST_F(MethodSkeletonTest, ValueRepliesInBothWireFamiliesAndTheLoanGoesBack) {
     // One after the other: both replies are two bytes, so their order tells them apart.
     (void)handler_->Deliver(SomeipString("abcd"), kSomeip);
     ASSERT_TRUE(handler_->WaitForReplies(1));
-    (void)handler_->Deliver(DdsString("abcdefg"), kDds);
+    const ara::core::String seven = "abcdefg";
+    (void)handler_->Deliver(
+        wardend::test::Written(lumo::serialize::dds::Serializer<ara::core::String>(seven, {})),
+        kDds);
     ASSERT_TRUE(handler_->WaitForReplies(2));
     const auto replies = handler_->Replies();
     EXPECT_FALSE(replies[0].isError);
@@ -231,10 +232,7 @@ TEST_F(MethodSkeletonTest, UserFailuresSendNoReply) {
         service_->mode = c.mode;
         const int before = service_->calls;
         (void)handler_->Deliver(SomeipString("x"), kSomeip);
-        auto pool = vcc_->GetMethodPool();
-        std::promise<void> drained;
-        ASSERT_TRUE(pool->Enqueue([&drained] { drained.set_value(); }, 0));
-        drained.get_future().wait();
+        DrainPool();
         EXPECT_EQ(service_->calls, before + 1);
         if (!c.warning.empty()) {
             EXPECT_TRUE(Logged(LogLevel::kWarn, c.warning));
@@ -264,10 +262,7 @@ TEST_F(MethodSkeletonTest, AMalformedParameterGetsNetworkBindingFailure) {
 TEST_F(MethodSkeletonTest, ARequestBeforeTheUserMethodIsRegisteredIsDropped) {
     Build(1, 8, false);
     (void)handler_->Deliver(SomeipString("x"), kSomeip);
-    auto pool = vcc_->GetMethodPool();
-    std::promise<void> drained;
-    ASSERT_TRUE(pool->Enqueue([&drained] { drained.set_value(); }, 0));
-    drained.get_future().wait();
+    DrainPool();
     EXPECT_TRUE(Logged(LogLevel::kWarn, "[MethodSkeleton][Method was not registerd]"));
     EXPECT_TRUE(handler_->Replies().empty());
     EXPECT_EQ(handler_->OpenLoans(), 0U);
