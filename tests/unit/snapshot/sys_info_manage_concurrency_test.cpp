@@ -13,6 +13,7 @@ namespace {
 
 using wardend::test::kWallText;
 using wardend::test::LogLevel;
+using wardend::test::ReadFile;
 using wardend::test::SnapshotTest;
 
 constexpr int kThreads = 6;
@@ -44,7 +45,7 @@ TEST_F(SnapshotTest, ConcurrentTriggersWriteWholeSnapshots) {
     ASSERT_EQ(failures.load(), 0);
 
     const std::string snapshot = std::string("#snapshot time: ") + kWallText + "\n";
-    std::istringstream file(ReadAll(SnapshotPath(0)));
+    std::istringstream file(ReadFile(SnapshotPath(0)));
     std::string line;
     ASSERT_TRUE(std::getline(file, line));
     EXPECT_EQ(line, "#WRDNSNAPSHOT V100");
