@@ -12,6 +12,7 @@
 #include "platform/driver/someip/someip_header.h"
 #include "records/service_interfaces.h"
 #include "tests/integration/daemon_fixture.h"
+#include "tests/support/record_builders.h"
 #include "tests/support/temp_dir.h"
 #include "tests/unit/someip/someip_peer.h"
 #include "tests/unit/someip/tshark_capture.h"
@@ -215,6 +216,38 @@ TEST_F(DaemonWireTest, TheLatencySwitchReachesRawSubscribersOverUdpAndTcp) {
     }
 }
 
+// The client library over SOME/IP: every method answers and the switch reaches its subscriber.
+TEST_F(DaemonWireTest, TheClientLibraryCallsEveryMethodAndGetsTheLatencySwitch) {
+    vesk::wardend::proxy::VESKWardendAppServiceProxy app;
+    vesk::wardend::proxy::VESKWardendToolsServiceProxy tools;
+    ASSERT_TRUE(app.WaitForService(10s));
+    std::atomic<int> switched{0};  // the service id of the last switch seen
+    ASSERT_TRUE(app.SubscribeLatencySwitch([&switched](const vesk::wardend::LatencySwitch& sample) {
+        switched = sample.index.serviceId;
+    }));
+    const auto registered = app.RegisterAppInfo(NodeApp("someipNode", getpid())).GetResult();
+    ASSERT_TRUE(registered.HasValue());
+    EXPECT_EQ(registered.Value().result, 0);
+    const auto nodes = tools.QueryNodeInfo("someipNode").GetResult();
+    ASSERT_TRUE(nodes.HasValue());
+    ASSERT_EQ(nodes.Value().nodeInfos.size(), 1U);
+    EXPECT_EQ(nodes.Value().nodeInfos[0].pid, getpid());
+    ExpectEveryQueryAnswers(tools);
+
+    // The subscription is acknowledged asynchronously: switch until a sample arrives.
+    vesk::wardend::LatencySwitch latencySwitch;
+    latencySwitch.mode = vesk::wardend::LatencyMode::kOn;
+    latencySwitch.index.serviceId = 0x4242;
+    EXPECT_TRUE(WaitUntil(
+        [&] {
+            EXPECT_TRUE(tools.SwitchLatencyMode(latencySwitch).GetResult().HasValue());
+            return WaitUntil([&] { return switched.load() == 0x4242; }, 200ms);
+        },
+        10s))
+        << "no latency switch reached the SOME/IP subscriber";
+    app.UnsubscribeLatencySwitch();
+}
+
 // A whole session with the daemon on an address of its own, captured and judged by tshark.
 class DaemonCaptureTest : public DaemonTest {
 protected:
@@ -245,23 +278,9 @@ TEST_F(DaemonCaptureTest, AWholeSessionDecodesInTsharkWithoutMalformedFrames) {
         std::atomic<int> switches{0};
         ASSERT_TRUE(app.SubscribeLatencySwitch(
             [&switches](const vesk::wardend::LatencySwitch&) { ++switches; }));
-        vesk::wardend::AppRegisterInfo node;
-        node.infoType = vesk::wardend::AppRegisterInfoType::NODE;
-        node.nodeInfo.nodeName = "captured";
-        node.nodeInfo.pid = getpid();
-        node.nodeInfo.registerState.isRegister = true;
-        EXPECT_TRUE(app.RegisterAppInfo(node).GetResult().HasValue());
-        EXPECT_TRUE(tools.QueryAllDataType().GetResult().HasValue());
-        EXPECT_TRUE(tools.QueryDataType("/None").GetResult().HasValue());
-        EXPECT_TRUE(tools.QueryDataTypeRefList().GetResult().HasValue());
-        EXPECT_TRUE(tools.QueryEventInfo("ALL").GetResult().HasValue());
-        EXPECT_TRUE(tools.QueryEventShow("/None").GetResult().HasValue());
-        EXPECT_TRUE(tools.QueryLatencyResult({}).GetResult().HasValue());
-        EXPECT_TRUE(tools.QueryLatencyStatus({}).GetResult().HasValue());
-        EXPECT_TRUE(tools.QueryMethodInfo("ALL").GetResult().HasValue());
-        EXPECT_TRUE(tools.QueryMethodType("/None").GetResult().HasValue());
+        EXPECT_TRUE(app.RegisterAppInfo(NodeApp("captured", getpid())).GetResult().HasValue());
+        ExpectEveryQueryAnswers(tools);
         EXPECT_TRUE(tools.QueryNodeInfo("captured").GetResult().HasValue());
-        EXPECT_TRUE(tools.QuerySubNodeEventInfo({}).GetResult().HasValue());
 
         // Over UDP, and an error reply: from a raw peer.
         RawUdpPeer udp;

@@ -51,11 +51,7 @@ protected:
     // DDS with an E2E profile, and a latency switch with one acknowledgement and one result.
     void RegisterApplication(VESKWardendAppServiceProxy& app) {
         const std::int32_t pid = getpid();
-        auto node = wardend::test::App(AppRegisterInfoType::NODE);
-        node.nodeInfo.pid = pid;
-        node.nodeInfo.nodeName = "ctlNode";
-        node.nodeInfo.registerState.isRegister = true;
-        Register(app, node);
+        Register(app, wardend::test::NodeApp("ctlNode", pid));
 
         wardend::test::EventShape pose("ctlNode", kPose, pid, kService);
         pose.eventId = kEventId;
@@ -261,35 +257,6 @@ TEST_F(WardenctlTest, EveryCommandAnswersAsATableAndAsJson) {
         }
         c.check(CtlJson(c.args));
     }
-    StopAndExpectCleanExit(*daemon);
-}
-
-TEST_F(WardenctlTest, GlobalOptionsWorkBeforeAndAfterTheSubcommand) {
-    auto daemon = StartDaemon();
-    ASSERT_TRUE(WaitReady(*daemon)) << daemon->Stderr();
-    VESKWardendAppServiceProxy app;
-    ASSERT_TRUE(app.WaitForService(10s));
-    auto node = wardend::test::App(AppRegisterInfoType::NODE);
-    node.nodeInfo.pid = getpid();
-    node.nodeInfo.nodeName = "orderNode";
-    node.nodeInfo.registerState.isRegister = true;
-    Register(app, node);
-
-    for (const auto& args :
-         std::vector<std::vector<std::string>>{{"--json", "--driver", "someip", "--instance", "1",
-                                                "--timeout", "3000", "node", "list"},
-                                               {"node", "list", "--json", "--driver", "someip",
-                                                "--instance", "1", "--timeout", "3000"},
-                                               {"node", "--json", "list", "--timeout", "3000"}}) {
-        const RunResult run = Ctl(args);
-        ASSERT_EQ(run.exitCode, 0) << run.err;
-        const json document = json::parse(run.out, nullptr, false);
-        ASSERT_FALSE(document.is_discarded()) << run.out;
-        EXPECT_EQ(document["nodeInfos"][0]["nodeName"], "orderNode");
-    }
-    // Another instance id names another daemon, which is not there.
-    const RunResult elsewhere = Ctl({"node", "list", "--instance", "9", "--timeout", "300"});
-    EXPECT_EQ(elsewhere.exitCode, 1) << elsewhere.out;
     StopAndExpectCleanExit(*daemon);
 }
 
