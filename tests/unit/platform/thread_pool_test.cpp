@@ -1,7 +1,6 @@
 #include "platform/vcc/utils/thread_pool.h"
 
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 #include <atomic>
 #include <future>
@@ -65,19 +64,6 @@ TEST(ThreadPoolTest, OneThreadRunsTasksInArrivalOrder) {
     std::vector<int> expected(50);
     std::iota(expected.begin(), expected.end(), 0);
     EXPECT_EQ(order, expected);
-}
-
-TEST(ThreadPoolTest, ThreadsCarryThePoolName) {
-    ThreadPool sut(2, 4, "wrdn_rdmsg");
-    std::promise<std::string> name;
-    ASSERT_TRUE(sut.Enqueue(
-        [&] {
-            char buffer[16] = {};
-            pthread_getname_np(pthread_self(), buffer, sizeof(buffer));
-            name.set_value(buffer);
-        },
-        0));
-    EXPECT_EQ(name.get_future().get(), "wrdn_rdmsg");
 }
 
 }  // namespace
