@@ -23,53 +23,6 @@ using lumo::serialize::kSizeMax;
 using lumo::serialize::SerializeConfig;
 
 template <typename T>
-struct Sample;
-
-#define WARDEND_SAMPLE(Type, expr)          \
-    template <>                             \
-    struct Sample<Type> {                   \
-        static Type Make() { return expr; } \
-    }
-
-WARDEND_SAMPLE(E2EConfigInfo, MakeE2EConfig(1));
-WARDEND_SAMPLE(DDSEventInfo, MakeDdsEvent(1, 3));
-WARDEND_SAMPLE(SomeipEventInfo, MakeSomeipEvent(1));
-WARDEND_SAMPLE(EventRegisterInfo, MakeEventRegister(2));
-WARDEND_SAMPLE(EventInfoWithPubSub, MakeEventWithPubSub(3));
-WARDEND_SAMPLE(MethodRegisterInfo, MakeMethodRegister(4));
-WARDEND_SAMPLE(NodeRegisterInfo, MakeNodeRegister(5));
-WARDEND_SAMPLE(NodeInfo, MakeNodeInfo(6));
-WARDEND_SAMPLE(LatencyAppInfo, MakeLatencyAppInfo(7));
-WARDEND_SAMPLE(AppRegisterInfo, MakeAppRegisterInfo(8));
-WARDEND_SAMPLE(QuerySubEventInfoIndex, MakeSubEventIndex(9));
-WARDEND_SAMPLE(LatencySwitch, MakeLatencySwitch(10));
-WARDEND_SAMPLE(LatencyQueryInfo, MakeLatencyQueryInfo(11));
-WARDEND_SAMPLE(LatencyIndex, MakeLatencyIndex(12));
-WARDEND_SAMPLE(FieldRegisterInfo, MakeAppRegisterInfo(13).fieldInfo);
-WARDEND_SAMPLE(ListenerParams, (ListenerParams{"guid", 1, 2}));
-WARDEND_SAMPLE(RegisterAppInfoOutput, RegisterAppInfoOutput{1});
-WARDEND_SAMPLE(SwitchLatencyModeOutput, SwitchLatencyModeOutput{0xABCD});
-WARDEND_SAMPLE(QueryAllDataTypeOutput,
-               (QueryAllDataTypeOutput{{{"/A", "struct A"}, {"/B", ""}, {"", "empty key"}}}));
-WARDEND_SAMPLE(QueryDataTypeOutput, QueryDataTypeOutput{"{ \"Name\": \"/A\" }"});
-WARDEND_SAMPLE(QueryDataTypeRefListOutput,
-               (QueryDataTypeRefListOutput{{{"/A", {"/B", "/C"}}, {"/D", {}}}}));
-WARDEND_SAMPLE(QueryEventInfoOutput,
-               (QueryEventInfoOutput{{MakeEventWithPubSub(1), MakeEventWithPubSub(2)}}));
-WARDEND_SAMPLE(QueryEventShowOutput, (QueryEventShowOutput{"desc", "pub", "ON"}));
-WARDEND_SAMPLE(QueryLatencyResultOutput,
-               (QueryLatencyResultOutput{{{"app", LatencyResult{1, 2, 3}}, {"b", {}}}}));
-WARDEND_SAMPLE(QueryLatencyStatusOutput,
-               (QueryLatencyStatusOutput{{{"p", LatencyMode::kOn}}, {{"s", LatencyMode::kOff}}}));
-WARDEND_SAMPLE(QueryMethodInfoOutput, QueryMethodInfoOutput{{MakeMethodRegister(1)}});
-WARDEND_SAMPLE(QueryMethodTypeOutput, (QueryMethodTypeOutput{{"/Req"}, {"/Rep1", "/Rep2"}}));
-WARDEND_SAMPLE(QueryNodeInfoOutput, (QueryNodeInfoOutput{{MakeNodeInfo(1), MakeNodeInfo(2)}}));
-WARDEND_SAMPLE(QuerySubNodeEventInfoOutput,
-               (QuerySubNodeEventInfoOutput{MakeEventRegister(3), {"x"}, "pub", true}));
-
-#undef WARDEND_SAMPLE
-
-template <typename T>
 T SomeipRoundTrip(const T& value, const SerializeConfig& config,
                   const std::shared_ptr<SerializationNode>& node, std::uint64_t* wireSize) {
     lumo::serialize::someip::Serializer<T> writer(value, config, node, 0, true);
@@ -105,7 +58,7 @@ using Records = ::testing::Types<
 TYPED_TEST_SUITE(RoundTripTest, Records);
 
 TYPED_TEST(RoundTripTest, SomeipConfigurations) {
-    const TypeParam value = Sample<TypeParam>::Make();
+    const TypeParam value = Filled<TypeParam>(3);
     ASSERT_NE(value, TypeParam{}) << "the sample must differ from the default";
 
     SerializeConfig plain;
@@ -137,7 +90,7 @@ TYPED_TEST(RoundTripTest, SomeipConfigurations) {
 }
 
 TYPED_TEST(RoundTripTest, SomeipNodeTrees) {
-    const TypeParam value = Sample<TypeParam>::Make();
+    const TypeParam value = Filled<TypeParam>(3);
     const struct {
         const char* name;
         NodeStyle style;
@@ -165,7 +118,7 @@ TYPED_TEST(RoundTripTest, SomeipNodeTrees) {
 }
 
 TYPED_TEST(RoundTripTest, Dds) {
-    const TypeParam value = Sample<TypeParam>::Make();
+    const TypeParam value = Filled<TypeParam>(3);
     lumo::serialize::dds::Serializer<TypeParam> writer(value, SerializeConfig{});
     const std::uint64_t size = writer.GetSize();
     ASSERT_LE(size, kSizeMax);
@@ -236,21 +189,21 @@ lumo::serialize::someip::Deserializer<T> SomeipReader(const std::vector<unsigned
 // Registrations that differ in every way a kept value can: longer and shorter strings, more and
 // fewer vector elements, map keys added, dropped and changed.
 std::vector<AppRegisterInfo> Registrations() {
-    AppRegisterInfo fewerKeys = MakeAppRegisterInfo(3);
+    AppRegisterInfo fewerKeys = Filled<AppRegisterInfo>(3);
     fewerKeys.eventInfo.eventMap_.erase(DriverType::DDS);
     fewerKeys.fieldInfo.drivers.clear();
     fewerKeys.methodInfo.errorDomains.clear();
-    AppRegisterInfo otherKeys = MakeAppRegisterInfo(1234567);
+    AppRegisterInfo otherKeys = Filled<AppRegisterInfo>(1234567);
     otherKeys.eventInfo.eventMap_[DriverType::SOMEIP].dds.properties = {{"another key", "v"}};
     otherKeys.listenerResult.erase(ListenerType::kLatencyTimeout);
     otherKeys.nodeInfo.e2eList.eventE2EInfos.resize(5);
-    return {MakeAppRegisterInfo(8),
+    return {Filled<AppRegisterInfo>(8),
             MakeEventRegistration(),
             fewerKeys,
             otherKeys,
-            MakeAppRegisterInfo(8),
+            Filled<AppRegisterInfo>(8),
             AppRegisterInfo{},
-            MakeAppRegisterInfo(99999)};
+            Filled<AppRegisterInfo>(99999)};
 }
 
 // Streams in sequence: the registrations, each cut short once (a failing stream after a good
@@ -314,19 +267,19 @@ TEST(ReadIntoKeptValueTest, SomeipEqualsAFreshReadAfterEveryStream) {
         }
     }
     // Called after GetSize(), the value read is copied out.
-    const auto stream = SomeipBytesOf(MakeAppRegisterInfo(2), settings[0]);
+    const auto stream = SomeipBytesOf(Filled<AppRegisterInfo>(2), settings[0]);
     auto reader = SomeipReader<AppRegisterInfo>(stream, settings[0]);
     ASSERT_EQ(reader.GetSize(), stream.size());
-    AppRegisterInfo copy = MakeAppRegisterInfo(5);
+    AppRegisterInfo copy = Filled<AppRegisterInfo>(5);
     EXPECT_TRUE(reader.GetValue(copy));
-    EXPECT_EQ(copy, MakeAppRegisterInfo(2));
+    EXPECT_EQ(copy, Filled<AppRegisterInfo>(2));
 }
 
 // The point of reading over a kept value: the same shape again allocates nothing, so strings
 // keep their buffers and maps their nodes.
 TEST(ReadIntoKeptValueTest, TheSameShapeKeepsStringBuffersAndMapNodes) {
-    const AppRegisterInfo first = MakeAppRegisterInfo(1);
-    const AppRegisterInfo second = MakeAppRegisterInfo(2);
+    const AppRegisterInfo first = Filled<AppRegisterInfo>(1);
+    const AppRegisterInfo second = Filled<AppRegisterInfo>(2);
     const Settings plain{"default", SerializeConfig{}, nullptr};
     const auto readDds = [](const AppRegisterInfo& v, AppRegisterInfo& out) {
         const auto stream = DdsBytesOf(v);

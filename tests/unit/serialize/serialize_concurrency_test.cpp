@@ -21,7 +21,7 @@ using lumo::serialize::SerializeConfig;
 TEST(SerializeConcurrencyTest, ThreadsReadAndWriteWithOneSharedNodeTree) {
     const auto node = BuildRootNode<AppRegisterInfo>(
         NodeStyle{0, ByteOrder::kLittleEndian, true, true, 4, 4, false});
-    const AppRegisterInfo value = MakeAppRegisterInfo(2);
+    const AppRegisterInfo value = Filled<AppRegisterInfo>(2);
     lumo::serialize::someip::Serializer<AppRegisterInfo> writer(value, SerializeConfig{}, node, 0,
                                                                 true);
     std::vector<unsigned char> stream(writer.GetSize());

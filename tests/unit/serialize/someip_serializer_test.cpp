@@ -82,12 +82,12 @@ void ExpectPlainEqualsGeneral(const T& value, const char* name) {
 
 TEST_F(SomeipSerializerTest, ThePlainWriterGivesTheGeneralWritersBytes) {
     ExpectPlainEqualsGeneral(MakeEventRegistration(), "event registration");
-    ExpectPlainEqualsGeneral(MakeAppRegisterInfo(3), "method registration");
-    ExpectPlainEqualsGeneral(QueryEventInfoOutput{{MakeEventWithPubSub(1)}}, "event query");
+    ExpectPlainEqualsGeneral(Filled<AppRegisterInfo>(3), "method registration");
+    ExpectPlainEqualsGeneral(QueryEventInfoOutput{{Filled<EventInfoWithPubSub>(1)}}, "event query");
     ExpectPlainEqualsGeneral(
         QueryLatencyStatusOutput{{{"p", LatencyMode::kOn}, {"q", LatencyMode::kOff}}, {}},
         "latency status");
-    ExpectPlainEqualsGeneral(MakeNodeInfo(2), "node");
+    ExpectPlainEqualsGeneral(Filled<NodeInfo>(2), "node");
 }
 
 // A null buffer is refused before the first copy; nothing is written.
@@ -326,7 +326,7 @@ TEST_F(SomeipSerializerTest, ShortIntegerReadsLogAndKeepTheBytesThereAre) {
 }
 
 TEST_F(SomeipSerializerTest, EveryTruncationOfARecordIsRefused) {
-    const AppRegisterInfo value = MakeAppRegisterInfo(1);
+    const AppRegisterInfo value = Filled<AppRegisterInfo>(1);
     for (const auto& node :
          {std::shared_ptr<SerializationNode>{},
           // With a root length field; without one, a cut at a tag would be absent members.
