@@ -8,38 +8,26 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/gate.h"
+
 namespace {
 
 using lumo::vcc::utils::ThreadPool;
 
-// Holds the pool's thread inside a task until released.
-struct Gate {
-    void Block() {
-        entered.set_value();
-        opened.wait();
-    }
-    void WaitEntered() { entered.get_future().wait(); }
-    void Open() { open.set_value(); }
-
-    std::promise<void> entered;
-    std::promise<void> open;
-    std::shared_future<void> opened = open.get_future().share();
-};
-
 TEST(ThreadPoolTest, RefusesTasksBeyondTheQueueSizeAndStopDropsQueuedOnes) {
     ThreadPool sut(1, 2, "wrdn_test");
-    Gate gate;
+    wardend::test::Gate gate;
     std::atomic<int> ran{0};
     // The running task outlasts the moment Stop marks the pool stopped.
     ASSERT_TRUE(sut.Enqueue(
         [&] {
-            gate.Block();
+            gate.Enter();
             while (!sut.IsStopped()) {
                 std::this_thread::yield();
             }
         },
         1));
-    gate.WaitEntered();
+    EXPECT_TRUE(gate.WaitEntered(1));
     EXPECT_TRUE(sut.Enqueue([&] { ++ran; }, 2));
     EXPECT_TRUE(sut.Enqueue([&] { ++ran; }, 2));
     EXPECT_FALSE(sut.Enqueue([&] { ++ran; }, 2));

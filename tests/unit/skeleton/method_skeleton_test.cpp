@@ -8,6 +8,7 @@
 #include "binding/skeleton/vcc_methods.h"
 #include "platform/error/e2e_error_domain.h"
 #include "records/service_outputs.h"
+#include "tests/support/gate.h"
 #include "tests/support/memory_log.h"
 #include "tests/unit/serialize/serialize_test_support.h"
 #include "tests/unit/skeleton/fake_driver.h"
@@ -24,32 +25,6 @@ using namespace std::chrono_literals;
 constexpr std::uint32_t kMethodId = 32777;
 constexpr auto kSomeip = static_cast<std::uint8_t>(SerializeType::kSomeip);
 constexpr auto kDds = static_cast<std::uint8_t>(SerializeType::kDds);
-
-// A one-shot gate that a test opens.
-class Gate {
-public:
-    void Open() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        open_ = true;
-        changed_.notify_all();
-    }
-    void Enter() {
-        std::unique_lock<std::mutex> lock(mutex_);
-        ++entered_;
-        changed_.notify_all();
-        changed_.wait(lock, [this] { return open_; });
-    }
-    bool WaitEntered(int count) {
-        std::unique_lock<std::mutex> lock(mutex_);
-        return changed_.wait_for(lock, 10s, [&] { return entered_ >= count; });
-    }
-
-private:
-    std::mutex mutex_;  // guards open_ and entered_
-    std::condition_variable changed_;
-    bool open_{false};
-    int entered_{0};
-};
 
 // The user side: answers the length of its argument, or as the test asks.
 class LengthService {
@@ -78,7 +53,7 @@ public:
 
     std::atomic<Mode> mode{Mode::kReady};
     std::atomic<int> calls{0};
-    Gate gate;
+    wardend::test::Gate gate;
 };
 
 std::vector<unsigned char> SomeipString(const ara::core::String& text) {
