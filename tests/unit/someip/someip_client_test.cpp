@@ -18,10 +18,6 @@ using lumo::driver::someip::SomeipDriver;
 using lumo::vcc::driver::CallStatus;
 using namespace std::chrono_literals;
 
-std::string Text(const Bytes& bytes) {
-    return std::string(bytes.begin(), bytes.end());
-}
-
 // Collects samples; waits for them with a timeout.
 class Samples {
 public:
@@ -86,7 +82,7 @@ TEST_F(SomeipClientTest, CallsOverTcpAndUdpWithSessionsCountingFromOne) {
         const auto reply = CallAndWait(*client, "abcd", 2s).value();
         EXPECT_EQ(reply.status, CallStatus::kOk) << reply.reason;
         EXPECT_FALSE(reply.isErrorReply);
-        EXPECT_EQ(reply.payload, "ok4");
+        EXPECT_EQ(reply.payload, "ok:abcd");
     }
     const auto seen = server_->Requests();
     ASSERT_EQ(seen.size(), 3U);
@@ -103,7 +99,7 @@ TEST_F(SomeipClientTest, ReplyKindsReachTheHandler) {
     const auto error = CallAndWait(*client, "E", 2s).value();
     EXPECT_EQ(error.status, CallStatus::kOk);
     EXPECT_TRUE(error.isErrorReply);
-    EXPECT_EQ(error.payload, Text(ErrorReplyPayload()));
+    EXPECT_EQ(error.payload, "ok:E");
 
     const auto refused = CallAndWait(*unknown, "", 2s).value();
     EXPECT_EQ(refused.status, CallStatus::kRefused);
@@ -112,7 +108,7 @@ TEST_F(SomeipClientTest, ReplyKindsReachTheHandler) {
 
     // A reply above the datagram size becomes an error without payload.
     auto udp = MethodClient(kMethod, true);
-    const auto tooLarge = CallAndWait(*udp, Text(BigReplyRequest(3000)), 2s).value();
+    const auto tooLarge = CallAndWait(*udp, Answerer::BigReplyRequest(3000), 2s).value();
     EXPECT_EQ(tooLarge.status, CallStatus::kRefused);
     EXPECT_EQ(tooLarge.reason, "E_NOT_OK");
     EXPECT_TRUE(tooLarge.payload.empty());
@@ -130,11 +126,11 @@ TEST_F(SomeipClientTest, RepliesAreBoundedByTheReplySizeNotTheRequestSize) {
     info.someip.maxReplySize = 3U << 20U;
     auto client = client_->CreateMethodClient(info);
     ASSERT_TRUE(client->WaitForService(5s));
-    const auto big = CallAndWait(*client, Text(BigReplyRequest(2U << 20U)), 10s).value();
+    const auto big = CallAndWait(*client, Answerer::BigReplyRequest(2U << 20U), 10s).value();
     EXPECT_EQ(big.status, CallStatus::kOk) << big.reason;
     EXPECT_EQ(big.payload.size(), 2U << 20U);
 
-    EXPECT_NE(CallAndWait(*client, Text(BigReplyRequest(4U << 20U)), 10s).value().status,
+    EXPECT_NE(CallAndWait(*client, Answerer::BigReplyRequest(4U << 20U), 10s).value().status,
               CallStatus::kOk);
     EXPECT_TRUE(WaitContaining("message too large")) << LogDump();
 }

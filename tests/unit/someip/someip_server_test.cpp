@@ -86,9 +86,9 @@ TEST_F(SomeipServerTest, TcpRequestGetsResponseWithTheRequestIdsAndTheMessageGet
     ASSERT_TRUE(peer.Send(Request(kService, kMethod, 0x0007, {1, 2, 3})));
     auto reply = peer.Receive();
     ASSERT_TRUE(reply);
-    const Bytes expected = {0x57, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0x0B,  // length 8 + 3
+    const Bytes expected = {0x57, 0x00, 0x00, 0x01, 0x00, 0x00, 0x00, 0x0E,  // length 8 + 6
                             0x42, 0x42, 0x00, 0x07, 0x01, 0x01, 0x80, 0x00,  // RESPONSE, E_OK
-                            'o',  'k',  '3'};
+                            'o',  'k',  ':',  1,    2,    3};
     EXPECT_EQ(*reply, expected);
     const auto seen = server_->Requests();
     ASSERT_EQ(seen.size(), 1U);
@@ -96,7 +96,7 @@ TEST_F(SomeipServerTest, TcpRequestGetsResponseWithTheRequestIdsAndTheMessageGet
     EXPECT_EQ(seen[0].uuid.low, 7U);
     EXPECT_EQ(seen[0].serializeType, 2);
     EXPECT_EQ(seen[0].driverType, lumo::vcc::api::types::DriverType::kSomeip);
-    EXPECT_EQ(seen[0].payload, (Bytes{1, 2, 3}));
+    EXPECT_EQ(seen[0].payload, "\x01\x02\x03");
 }
 
 // Nothing answers a magic cookie, a notification, a request without return or an error.
@@ -177,7 +177,8 @@ TEST_F(SomeipServerTest, AClientThatNeverReadsIsDroppedWhileOthersAreServed) {
     RawTcpPeer lazy;
     ASSERT_TRUE(lazy.Connect(server_->port));
     // Far more reply bytes than the socket buffers and the send queue hold.
-    const Bytes request = Request(kService, kMethod, 1, BigReplyRequest(20000));
+    const std::string big = Answerer::BigReplyRequest(20000);
+    const Bytes request = Request(kService, kMethod, 1, Bytes(big.begin(), big.end()));
     RawTcpPeer busy;
     ASSERT_TRUE(busy.Connect(server_->port));
     bool dropped = false;
