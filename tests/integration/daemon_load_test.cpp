@@ -23,6 +23,7 @@
 #include "platform/vcc/service_config.h"
 #include "records/service_interfaces.h"
 #include "tests/integration/daemon_fixture.h"
+#include "tests/support/record_builders.h"
 #include "tests/unit/someip/someip_peer.h"
 
 namespace {
@@ -91,19 +92,12 @@ Bytes Frame(std::uint16_t service, std::uint16_t method, std::uint8_t type, cons
 }
 
 vesk::wardend::AppRegisterInfo EventRegistration(const std::string& app, std::uint16_t event) {
-    vesk::wardend::AppRegisterInfo info;
-    info.infoType = vesk::wardend::AppRegisterInfoType::EVENT;
-    info.isPub = true;
-    info.eventInfo.appName = app;
-    info.eventInfo.eventType = "HostileType";
-    info.eventInfo.pid = ::getpid();
-    info.eventInfo.isRegister = true;
-    vesk::wardend::EventInfo entry;
-    entry.someip.serviceId = 0x4000;
-    entry.someip.instanceId = 1;
-    entry.someip.eventId = static_cast<std::uint16_t>(0x8000U | event);
-    entry.someip.instanceShortName = "/hostile/" + app + "/instance/with/a/long/name";
-    info.eventInfo.eventMap_[vesk::wardend::DriverType::SOMEIP] = entry;
+    wardend::test::EventShape shape(app, "HostileType", ::getpid(), 0x4000);
+    shape.eventId = static_cast<std::uint16_t>(0x8000U | event);
+    shape.shortName = "/hostile/" + app + "/instance/with/a/long/name";
+    auto info = wardend::test::App(vesk::wardend::AppRegisterInfoType::EVENT, true);
+    info.eventInfo = wardend::test::Event(shape, false, true);
+    info.eventInfo.text.clear();  // no data type to read
     return info;
 }
 
