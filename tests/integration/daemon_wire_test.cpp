@@ -6,7 +6,6 @@
 
 #include <atomic>
 #include <cstdio>
-#include <thread>
 
 #include "client/wardend_proxy.h"
 #include "platform/driver/someip/someip_header.h"
@@ -42,6 +41,40 @@ constexpr std::uint16_t kLatencyEventgroup = AppServiceIds::kSomeipLatencySwitch
 // A peer's first SD message: reboot and unicast flags.
 constexpr std::uint8_t kFirstSdFlags = 0xC0;
 
+// The first SD answer to message whose first entry has the given type.
+std::optional<SdEntry> Ask(RawUdpPeer& sd, const SdMessage& message, std::uint16_t session,
+                           SdEntryType answerType, SdMessage* whole = nullptr,
+                           const char* address = "127.0.0.1") {
+    EXPECT_TRUE(sd.SendTo(address, kSdPort, SdDatagram(message, session)));
+    const auto deadline = std::chrono::steady_clock::now() + 2s;
+    while (std::chrono::steady_clock::now() < deadline) {
+        auto datagram = sd.Receive(200ms);
+        auto answer = datagram ? ParseSd(*datagram) : std::nullopt;
+        if (answer && !answer->entries.empty() &&
+            answer->entries[0].type == static_cast<std::uint8_t>(answerType)) {
+            if (whole != nullptr) {
+                *whole = *answer;
+            }
+            return answer->entries[0];
+        }
+    }
+    return std::nullopt;
+}
+
+// Subscribes a raw peer on 127.0.0.1 to the latency switch; the acknowledgement, if any.
+std::optional<SdEntry> Subscribe(RawUdpPeer& sd, std::uint16_t session, L4Protocol protocol,
+                                 std::uint16_t port, const char* address = "127.0.0.1") {
+    SdMessage message;
+    message.flags = kFirstSdFlags;
+    SdEntry entry =
+        lumo::driver::someip::MakeEntry(SdEntryType::kSubscribeEventgroup, kAppService, 1, 1, 5);
+    entry.eventgroupId = kLatencyEventgroup;
+    entry.index1 = lumo::driver::someip::AddEndpointOption(message, {127, 0, 0, 1}, protocol, port);
+    entry.count1 = 1;
+    message.entries.push_back(entry);
+    return Ask(sd, message, session, SdEntryType::kSubscribeEventgroupAck, nullptr, address);
+}
+
 class DaemonWireTest : public DaemonTest {
 protected:
     void SetUp() override {
@@ -54,40 +87,6 @@ protected:
             StopAndExpectCleanExit(*daemon_);
         }
         DaemonTest::TearDown();
-    }
-
-    // The first SD answer to message whose first entry has the given type.
-    static std::optional<SdEntry> Ask(RawUdpPeer& sd, const SdMessage& message,
-                                      std::uint16_t session, SdEntryType answerType,
-                                      SdMessage* whole = nullptr) {
-        EXPECT_TRUE(sd.SendTo(kSdPort, SdDatagram(message, session)));
-        const auto deadline = std::chrono::steady_clock::now() + 2s;
-        while (std::chrono::steady_clock::now() < deadline) {
-            auto datagram = sd.Receive(200ms);
-            auto answer = datagram ? ParseSd(*datagram) : std::nullopt;
-            if (answer && !answer->entries.empty() &&
-                answer->entries[0].type == static_cast<std::uint8_t>(answerType)) {
-                if (whole != nullptr) {
-                    *whole = *answer;
-                }
-                return answer->entries[0];
-            }
-        }
-        return std::nullopt;
-    }
-
-    static std::optional<SdEntry> Subscribe(RawUdpPeer& sd, std::uint16_t session,
-                                            L4Protocol protocol, std::uint16_t port) {
-        SdMessage message;
-        message.flags = kFirstSdFlags;
-        SdEntry entry = lumo::driver::someip::MakeEntry(SdEntryType::kSubscribeEventgroup,
-                                                        kAppService, 1, 1, 5);
-        entry.eventgroupId = kLatencyEventgroup;
-        entry.index1 =
-            lumo::driver::someip::AddEndpointOption(message, {127, 0, 0, 1}, protocol, port);
-        entry.count1 = 1;
-        message.entries.push_back(entry);
-        return Ask(sd, message, session, SdEntryType::kSubscribeEventgroupAck);
     }
 
     std::unique_ptr<ChildProcess> daemon_;
@@ -292,25 +291,17 @@ TEST_F(DaemonCaptureTest, AWholeSessionDecodesInTsharkWithoutMalformedFrames) {
         // A raw UDP subscriber beside the client library's TCP one.
         RawUdpPeer sd;
         RawUdpPeer udpEvents;
-        SdMessage subscribe;
-        subscribe.flags = kFirstSdFlags;
-        SdEntry entry = lumo::driver::someip::MakeEntry(SdEntryType::kSubscribeEventgroup,
-                                                        kAppService, 1, 1, 5);
-        entry.eventgroupId = kLatencyEventgroup;
-        entry.index1 = lumo::driver::someip::AddEndpointOption(
-            subscribe, {127, 0, 0, 1}, L4Protocol::kUdp, udpEvents.LocalPort());
-        entry.count1 = 1;
-        subscribe.entries.push_back(entry);
-        ASSERT_TRUE(sd.SendTo(kAddress, kSdPort, SdDatagram(subscribe, 1)));
-        std::this_thread::sleep_for(200ms);
+        ASSERT_TRUE(Subscribe(sd, 1, L4Protocol::kUdp, udpEvents.LocalPort(), kAddress));
 
+        // The client library subscribes asynchronously: switch until a sample arrives.
         vesk::wardend::LatencySwitch latencySwitch;
         latencySwitch.mode = vesk::wardend::LatencyMode::kOn;
-        for (int i = 0; i < 50 && switches.load() == 0; ++i) {
-            EXPECT_TRUE(tools.SwitchLatencyMode(latencySwitch).GetResult().HasValue());
-            std::this_thread::sleep_for(100ms);
-        }
-        EXPECT_GT(switches.load(), 0);
+        EXPECT_TRUE(WaitUntil(
+            [&] {
+                EXPECT_TRUE(tools.SwitchLatencyMode(latencySwitch).GetResult().HasValue());
+                return WaitUntil([&] { return switches.load() > 0; }, 100ms);
+            },
+            5s));
         EXPECT_TRUE(udpEvents.Receive());
         app.UnsubscribeLatencySwitch();
     }
