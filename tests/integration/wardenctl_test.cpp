@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
 #include <sstream>
-#include <thread>
 
 #include <nlohmann/json.hpp>
 
@@ -11,6 +11,7 @@
 #include "tests/integration/daemon_fixture.h"
 #include "tests/integration/wardenctl_run.h"
 #include "tests/support/record_builders.h"
+#include "tests/support/wait.h"
 
 namespace {
 
@@ -90,17 +91,14 @@ protected:
 
     // The .msg files are read after the registration's answer: wait until they are there.
     static bool WaitForTypes(VESKWardendToolsServiceProxy& tools) {
-        const auto deadline = std::chrono::steady_clock::now() + 10s;
-        while (std::chrono::steady_clock::now() < deadline) {
-            auto types = tools.QueryAllDataType().GetResult();
-            if (types.HasValue() && types.Value().dataTypes.count(kPose) != 0 &&
-                types.Value().dataTypes.count(kPath) != 0 &&
-                types.Value().dataTypes.count(kGear) != 0) {
-                return true;
-            }
-            std::this_thread::sleep_for(50ms);
-        }
-        return false;
+        return wardend::test::WaitUntil(
+            [&] {
+                auto types = tools.QueryAllDataType().GetResult();
+                return types.HasValue() && types.Value().dataTypes.count(kPose) != 0 &&
+                       types.Value().dataTypes.count(kPath) != 0 &&
+                       types.Value().dataTypes.count(kGear) != 0;
+            },
+            10s);
     }
 };
 
@@ -219,14 +217,13 @@ TEST_F(WardenctlTest, WatchRedrawsUntilInterrupted) {
     wardend::test::ChildProcess watch(WARDENCTL_BINARY,
                                       {"node", "list", "--watch", "0.1", "--json"}, Env());
     // Three documents show that it redraws; each line is one document.
-    const auto deadline = std::chrono::steady_clock::now() + 20s;
-    std::size_t lines = 0;
-    while (lines < 3 && std::chrono::steady_clock::now() < deadline) {
-        const std::string out = watch.Stdout();
-        lines = static_cast<std::size_t>(std::count(out.begin(), out.end(), '\n'));
-        std::this_thread::sleep_for(20ms);
-    }
-    ASSERT_GE(lines, 3U) << watch.Stderr();
+    ASSERT_TRUE(wardend::test::WaitUntil(
+        [&] {
+            const std::string out = watch.Stdout();
+            return std::count(out.begin(), out.end(), '\n') >= 3;
+        },
+        20s))
+        << watch.Stderr();
     ASSERT_TRUE(watch.Signal(SIGINT));
     EXPECT_EQ(watch.WaitExit(10s), 0);
     std::istringstream out(watch.Stdout());

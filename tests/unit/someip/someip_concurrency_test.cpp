@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "tests/support/method_calls.h"
+#include "tests/support/wait.h"
 #include "tests/unit/someip/someip_test_server.h"
 
 namespace wardend::test::someip {
@@ -80,12 +81,8 @@ TEST(SomeipConcurrencyTest, EventsFromManyThreadsWhileSubscribersComeAndGo) {
         info.someip.udp = round % 2 == 1;
         auto events = client.CreateEventClient(info);
         ASSERT_TRUE(events->Subscribe([&](const unsigned char*, std::uint64_t) { ++samples; }));
-        const auto deadline = std::chrono::steady_clock::now() + 5s;
         const int before = samples.load();
-        while (samples.load() == before && std::chrono::steady_clock::now() < deadline) {
-            std::this_thread::sleep_for(1ms);
-        }
-        EXPECT_GT(samples.load(), before) << "round " << round;
+        EXPECT_TRUE(WaitUntil([&] { return samples.load() > before; })) << "round " << round;
         events->Unsubscribe();
         const int after = samples.load();
         std::this_thread::sleep_for(5ms);
