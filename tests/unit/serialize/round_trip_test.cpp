@@ -58,7 +58,7 @@ using Records = ::testing::Types<
 TYPED_TEST_SUITE(RoundTripTest, Records);
 
 TYPED_TEST(RoundTripTest, SomeipConfigurations) {
-    const TypeParam value = Filled<TypeParam>(3);
+    const auto value = Filled<TypeParam>(3);
     ASSERT_NE(value, TypeParam{}) << "the sample must differ from the default";
 
     SerializeConfig plain;
@@ -90,7 +90,7 @@ TYPED_TEST(RoundTripTest, SomeipConfigurations) {
 }
 
 TYPED_TEST(RoundTripTest, SomeipNodeTrees) {
-    const TypeParam value = Filled<TypeParam>(3);
+    const auto value = Filled<TypeParam>(3);
     const struct {
         const char* name;
         NodeStyle style;
@@ -118,7 +118,7 @@ TYPED_TEST(RoundTripTest, SomeipNodeTrees) {
 }
 
 TYPED_TEST(RoundTripTest, Dds) {
-    const TypeParam value = Filled<TypeParam>(3);
+    const auto value = Filled<TypeParam>(3);
     lumo::serialize::dds::Serializer<TypeParam> writer(value, SerializeConfig{});
     const std::uint64_t size = writer.GetSize();
     ASSERT_LE(size, kSizeMax);
@@ -189,11 +189,11 @@ lumo::serialize::someip::Deserializer<T> SomeipReader(const std::vector<unsigned
 // Registrations that differ in every way a kept value can: longer and shorter strings, more and
 // fewer vector elements, map keys added, dropped and changed.
 std::vector<AppRegisterInfo> Registrations() {
-    AppRegisterInfo fewerKeys = Filled<AppRegisterInfo>(3);
+    auto fewerKeys = Filled<AppRegisterInfo>(3);
     fewerKeys.eventInfo.eventMap_.erase(DriverType::DDS);
     fewerKeys.fieldInfo.drivers.clear();
     fewerKeys.methodInfo.errorDomains.clear();
-    AppRegisterInfo otherKeys = Filled<AppRegisterInfo>(1234567);
+    auto otherKeys = Filled<AppRegisterInfo>(1234567);
     otherKeys.eventInfo.eventMap_[DriverType::SOMEIP].dds.properties = {{"another key", "v"}};
     otherKeys.listenerResult.erase(ListenerType::kLatencyTimeout);
     otherKeys.nodeInfo.e2eList.eventE2EInfos.resize(5);
@@ -270,7 +270,7 @@ TEST(ReadIntoKeptValueTest, SomeipEqualsAFreshReadAfterEveryStream) {
     const auto stream = SomeipBytesOf(Filled<AppRegisterInfo>(2), settings[0]);
     auto reader = SomeipReader<AppRegisterInfo>(stream, settings[0]);
     ASSERT_EQ(reader.GetSize(), stream.size());
-    AppRegisterInfo copy = Filled<AppRegisterInfo>(5);
+    auto copy = Filled<AppRegisterInfo>(5);
     EXPECT_TRUE(reader.GetValue(copy));
     EXPECT_EQ(copy, Filled<AppRegisterInfo>(2));
 }
@@ -278,8 +278,8 @@ TEST(ReadIntoKeptValueTest, SomeipEqualsAFreshReadAfterEveryStream) {
 // The point of reading over a kept value: the same shape again allocates nothing, so strings
 // keep their buffers and maps their nodes.
 TEST(ReadIntoKeptValueTest, TheSameShapeKeepsStringBuffersAndMapNodes) {
-    const AppRegisterInfo first = Filled<AppRegisterInfo>(1);
-    const AppRegisterInfo second = Filled<AppRegisterInfo>(2);
+    const auto first = Filled<AppRegisterInfo>(1);
+    const auto second = Filled<AppRegisterInfo>(2);
     const Settings plain{"default", SerializeConfig{}, nullptr};
     const auto readDds = [](const AppRegisterInfo& v, AppRegisterInfo& out) {
         const auto stream = DdsBytesOf(v);

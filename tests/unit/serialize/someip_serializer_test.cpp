@@ -326,7 +326,7 @@ TEST_F(SomeipSerializerTest, ShortIntegerReadsLogAndKeepTheBytesThereAre) {
 }
 
 TEST_F(SomeipSerializerTest, EveryTruncationOfARecordIsRefused) {
-    const AppRegisterInfo value = Filled<AppRegisterInfo>(1);
+    const auto value = Filled<AppRegisterInfo>(1);
     for (const auto& node :
          {std::shared_ptr<SerializationNode>{},
           // With a root length field; without one, a cut at a tag would be absent members.

@@ -63,7 +63,9 @@ TEST_F(SnapshotTest, ConcurrentTriggersWriteWholeSnapshots) {
         const std::string prefix = "#guid:thread";
         ASSERT_EQ(block[4].compare(0, prefix.size(), prefix), 0) << block[4];
         const std::string id = block[4].substr(prefix.size(), 1);
-        EXPECT_EQ(block[4], prefix + id + "_writerPid:" + id + "_readerPid:" + id);
+        std::string expected = prefix;
+        expected.append(id).append("_writerPid:").append(id).append("_readerPid:").append(id);
+        EXPECT_EQ(block[4], expected);
         ++recorded;
     }
     const std::size_t dropped =

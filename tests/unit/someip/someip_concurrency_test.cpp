@@ -43,6 +43,7 @@ TEST(SomeipConcurrencyTest, CallsFromManyThreadsGetOneAnswerEach) {
     constexpr int kThreads = 4;
     constexpr int kCalls = 200;
     std::vector<std::thread> callers;
+    callers.reserve(kThreads);
     for (int t = 0; t < kThreads; ++t) {
         callers.emplace_back([&, t] {
             const Bytes payload(static_cast<std::size_t>(t + 1), 0x11);
@@ -67,6 +68,7 @@ TEST(SomeipConcurrencyTest, EventsFromManyThreadsWhileSubscribersComeAndGo) {
     SomeipDriver client(QuickOptions());
     std::atomic<bool> stop{false};
     std::vector<std::thread> senders;
+    senders.reserve(3);
     for (int t = 0; t < 3; ++t) {
         senders.emplace_back([&] {
             while (!stop) {

@@ -173,15 +173,17 @@ TEST_F(WholeStackTest, TrafficControlRefusesPastTheCountOfAWindow) {
     // QueryNodeInfo lets 500 calls through in each second. The calls are all sent before any
     // answer is awaited, so that even a slow build sends them within one window.
     std::vector<ara::core::Future<vesk::wardend::QueryNodeInfoOutput>> calls;
+    calls.reserve(600);
     for (int i = 0; i < 600; ++i) {
         calls.push_back(tools_.QueryNodeInfo("/None"));
     }
     int refused = 0;
     for (auto& call : calls) {
         auto result = call.GetResult();
-        refused += !result.HasValue() &&
-                   result.Error().Value() ==
-                       static_cast<int>(lumo::vcc::api::types::ComErrc::kMaxSamplesExceeded);
+        refused += static_cast<int>(
+            !result.HasValue() &&
+            result.Error().Value() ==
+                static_cast<int>(lumo::vcc::api::types::ComErrc::kMaxSamplesExceeded));
     }
     EXPECT_GE(refused, 100);
 }
