@@ -8,6 +8,7 @@
 #include "platform/driver/dds/dds_driver.h"
 #include "tests/integration/daemon_fixture.h"
 #include "tests/support/dds_domain.h"
+#include "tests/support/record_builders.h"
 
 namespace {
 
@@ -75,25 +76,11 @@ TEST_F(DaemonDdsTest, EveryMethodAnswersOverDdsAndTheTopicsAreOnTheDomain) {
 
     VESKWardendAppServiceProxy app(Dds("1"));
     VESKWardendToolsServiceProxy tools(Dds("1"));
-    vesk::wardend::AppRegisterInfo info;
-    info.infoType = vesk::wardend::AppRegisterInfoType::NODE;
-    info.nodeInfo.pid = getpid();
-    info.nodeInfo.nodeName = "ddsNode";
-    info.nodeInfo.registerState.isRegister = true;
-    auto registered = app.RegisterAppInfo(info).GetResult();
+    auto registered = app.RegisterAppInfo(wardend::test::NodeApp("ddsNode", getpid())).GetResult();
     ASSERT_TRUE(registered.HasValue()) << vesk::wardend::proxy::DescribeError(registered.Error());
     EXPECT_EQ(registered.Value().result, 0);
 
-    EXPECT_TRUE(Answers(tools.QueryAllDataType()));
-    EXPECT_TRUE(Answers(tools.QueryDataType("/None")));
-    EXPECT_TRUE(Answers(tools.QueryDataTypeRefList()));
-    EXPECT_TRUE(Answers(tools.QueryEventInfo("ALL")));
-    EXPECT_TRUE(Answers(tools.QueryEventShow("/None")));
-    EXPECT_TRUE(Answers(tools.QueryLatencyResult({})));
-    EXPECT_TRUE(Answers(tools.QueryLatencyStatus({})));
-    EXPECT_TRUE(Answers(tools.QueryMethodInfo("ALL")));
-    EXPECT_TRUE(Answers(tools.QueryMethodType("/None")));
-    EXPECT_TRUE(Answers(tools.QuerySubNodeEventInfo({})));
+    wardend::test::ExpectEveryQueryAnswers(tools);
     EXPECT_TRUE(Answers(tools.SwitchLatencyMode({})));
     auto nodes = tools.QueryNodeInfo("ddsNode").GetResult();
     ASSERT_TRUE(nodes.HasValue());
@@ -127,13 +114,8 @@ TEST_F(DaemonDdsTest, TwoDaemonsOnOneDomainAnswerOnlyTheirOwnRequests) {
     ASSERT_TRUE(WaitReady(*second)) << second->Stderr();
 
     VESKWardendAppServiceProxy toSecond(Dds("2"));
-    vesk::wardend::AppRegisterInfo info;
-    info.infoType = vesk::wardend::AppRegisterInfoType::NODE;
     // The second daemon sees the processes of its namespace only: pid 1 there is itself.
-    info.nodeInfo.pid = 1;
-    info.nodeInfo.nodeName = "secondOnly";
-    info.nodeInfo.registerState.isRegister = true;
-    ASSERT_TRUE(Answers(toSecond.RegisterAppInfo(info)));
+    ASSERT_TRUE(Answers(toSecond.RegisterAppInfo(wardend::test::NodeApp("secondOnly", 1))));
 
     VESKWardendToolsServiceProxy firstTools(Dds("1"));
     VESKWardendToolsServiceProxy secondTools(Dds("2"));

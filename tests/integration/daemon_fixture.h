@@ -15,6 +15,7 @@
 
 #include "tests/support/process.h"
 #include "tests/support/temp_dir.h"
+#include "tests/support/wait.h"
 
 namespace wardend::test {
 
@@ -43,10 +44,7 @@ protected:
     // A daemon that the previous test killed may take a moment to be gone; the new one's
     // single-instance check would count it.
     static void WaitNoDaemon() {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-        while (DaemonRuns() && std::chrono::steady_clock::now() < deadline) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        }
+        WaitUntil([] { return !DaemonRuns(); }, std::chrono::seconds(10));
     }
 
     static bool DaemonRuns() {
@@ -76,6 +74,22 @@ protected:
 
     TempDir dir_;
 };
+
+// Every tools query but the node query and the switch, on names nobody registered: each answers.
+template <typename Tools>
+void ExpectEveryQueryAnswers(Tools& tools) {
+    const auto answers = [](auto future) { return future.GetResult().HasValue(); };
+    EXPECT_TRUE(answers(tools.QueryAllDataType()));
+    EXPECT_TRUE(answers(tools.QueryDataType("/None")));
+    EXPECT_TRUE(answers(tools.QueryDataTypeRefList()));
+    EXPECT_TRUE(answers(tools.QueryEventInfo("ALL")));
+    EXPECT_TRUE(answers(tools.QueryEventShow("/None")));
+    EXPECT_TRUE(answers(tools.QueryLatencyResult({})));
+    EXPECT_TRUE(answers(tools.QueryLatencyStatus({})));
+    EXPECT_TRUE(answers(tools.QueryMethodInfo("ALL")));
+    EXPECT_TRUE(answers(tools.QueryMethodType("/None")));
+    EXPECT_TRUE(answers(tools.QuerySubNodeEventInfo({})));
+}
 
 }  // namespace wardend::test
 

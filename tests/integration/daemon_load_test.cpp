@@ -23,6 +23,8 @@
 #include "platform/vcc/service_config.h"
 #include "records/service_interfaces.h"
 #include "tests/integration/daemon_fixture.h"
+#include "tests/support/record_builders.h"
+#include "tests/unit/someip/someip_peer.h"
 
 namespace {
 
@@ -86,31 +88,16 @@ Bytes Serialized(const T& value, std::uint32_t entityId, bool tools) {
 }
 
 Bytes Frame(std::uint16_t service, std::uint16_t method, std::uint8_t type, const Bytes& payload) {
-    someip::SomeipHeader header;
-    header.serviceId = service;
-    header.methodId = method;
-    header.clientId = 0x4242;
-    header.sessionId = 1;
-    header.protocolVersion = 1;
-    header.interfaceVersion = 1;
-    header.messageType = type;
-    return someip::EncodeMessage(header, payload.data(), payload.size());
+    return wardend::test::someip::Request(service, method, 1, payload, type);
 }
 
 vesk::wardend::AppRegisterInfo EventRegistration(const std::string& app, std::uint16_t event) {
-    vesk::wardend::AppRegisterInfo info;
-    info.infoType = vesk::wardend::AppRegisterInfoType::EVENT;
-    info.isPub = true;
-    info.eventInfo.appName = app;
-    info.eventInfo.eventType = "HostileType";
-    info.eventInfo.pid = ::getpid();
-    info.eventInfo.isRegister = true;
-    vesk::wardend::EventInfo entry;
-    entry.someip.serviceId = 0x4000;
-    entry.someip.instanceId = 1;
-    entry.someip.eventId = static_cast<std::uint16_t>(0x8000U | event);
-    entry.someip.instanceShortName = "/hostile/" + app + "/instance/with/a/long/name";
-    info.eventInfo.eventMap_[vesk::wardend::DriverType::SOMEIP] = entry;
+    wardend::test::EventShape shape(app, "HostileType", ::getpid(), 0x4000);
+    shape.eventId = static_cast<std::uint16_t>(0x8000U | event);
+    shape.shortName = "/hostile/" + app + "/instance/with/a/long/name";
+    auto info = wardend::test::App(vesk::wardend::AppRegisterInfoType::EVENT, true);
+    info.eventInfo = wardend::test::Event(shape, false, true);
+    info.eventInfo.text.clear();  // no data type to read
     return info;
 }
 
@@ -294,11 +281,7 @@ protected:
     // Waits until the daemon holds no more descriptors than before, as closed peers are
     // noticed one by one.
     static bool DescriptorsBackTo(pid_t pid, std::size_t idle) {
-        const auto deadline = Clock::now() + 10s;
-        while (OpenDescriptors(pid) > idle && Clock::now() < deadline) {
-            std::this_thread::sleep_for(20ms);
-        }
-        return OpenDescriptors(pid) <= idle;
+        return wardend::test::WaitUntil([&] { return OpenDescriptors(pid) <= idle; }, 10s);
     }
 };
 

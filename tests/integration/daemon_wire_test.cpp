@@ -6,12 +6,12 @@
 
 #include <atomic>
 #include <cstdio>
-#include <thread>
 
 #include "client/wardend_proxy.h"
 #include "platform/driver/someip/someip_header.h"
 #include "records/service_interfaces.h"
 #include "tests/integration/daemon_fixture.h"
+#include "tests/support/record_builders.h"
 #include "tests/support/temp_dir.h"
 #include "tests/unit/someip/someip_peer.h"
 #include "tests/unit/someip/tshark_capture.h"
@@ -41,6 +41,40 @@ constexpr std::uint16_t kLatencyEventgroup = AppServiceIds::kSomeipLatencySwitch
 // A peer's first SD message: reboot and unicast flags.
 constexpr std::uint8_t kFirstSdFlags = 0xC0;
 
+// The first SD answer to message whose first entry has the given type.
+std::optional<SdEntry> Ask(RawUdpPeer& sd, const SdMessage& message, std::uint16_t session,
+                           SdEntryType answerType, SdMessage* whole = nullptr,
+                           const char* address = "127.0.0.1") {
+    EXPECT_TRUE(sd.SendTo(address, kSdPort, SdDatagram(message, session)));
+    const auto deadline = std::chrono::steady_clock::now() + 2s;
+    while (std::chrono::steady_clock::now() < deadline) {
+        auto datagram = sd.Receive(200ms);
+        auto answer = datagram ? ParseSd(*datagram) : std::nullopt;
+        if (answer && !answer->entries.empty() &&
+            answer->entries[0].type == static_cast<std::uint8_t>(answerType)) {
+            if (whole != nullptr) {
+                *whole = *answer;
+            }
+            return answer->entries[0];
+        }
+    }
+    return std::nullopt;
+}
+
+// Subscribes a raw peer on 127.0.0.1 to the latency switch; the acknowledgement, if any.
+std::optional<SdEntry> Subscribe(RawUdpPeer& sd, std::uint16_t session, L4Protocol protocol,
+                                 std::uint16_t port, const char* address = "127.0.0.1") {
+    SdMessage message;
+    message.flags = kFirstSdFlags;
+    SdEntry entry =
+        lumo::driver::someip::MakeEntry(SdEntryType::kSubscribeEventgroup, kAppService, 1, 1, 5);
+    entry.eventgroupId = kLatencyEventgroup;
+    entry.index1 = lumo::driver::someip::AddEndpointOption(message, {127, 0, 0, 1}, protocol, port);
+    entry.count1 = 1;
+    message.entries.push_back(entry);
+    return Ask(sd, message, session, SdEntryType::kSubscribeEventgroupAck, nullptr, address);
+}
+
 class DaemonWireTest : public DaemonTest {
 protected:
     void SetUp() override {
@@ -53,40 +87,6 @@ protected:
             StopAndExpectCleanExit(*daemon_);
         }
         DaemonTest::TearDown();
-    }
-
-    // The first SD answer to message whose first entry has the given type.
-    static std::optional<SdEntry> Ask(RawUdpPeer& sd, const SdMessage& message,
-                                      std::uint16_t session, SdEntryType answerType,
-                                      SdMessage* whole = nullptr) {
-        EXPECT_TRUE(sd.SendTo(kSdPort, SdDatagram(message, session)));
-        const auto deadline = std::chrono::steady_clock::now() + 2s;
-        while (std::chrono::steady_clock::now() < deadline) {
-            auto datagram = sd.Receive(200ms);
-            auto answer = datagram ? ParseSd(*datagram) : std::nullopt;
-            if (answer && !answer->entries.empty() &&
-                answer->entries[0].type == static_cast<std::uint8_t>(answerType)) {
-                if (whole != nullptr) {
-                    *whole = *answer;
-                }
-                return answer->entries[0];
-            }
-        }
-        return std::nullopt;
-    }
-
-    static std::optional<SdEntry> Subscribe(RawUdpPeer& sd, std::uint16_t session,
-                                            L4Protocol protocol, std::uint16_t port) {
-        SdMessage message;
-        message.flags = kFirstSdFlags;
-        SdEntry entry = lumo::driver::someip::MakeEntry(SdEntryType::kSubscribeEventgroup,
-                                                        kAppService, 1, 1, 5);
-        entry.eventgroupId = kLatencyEventgroup;
-        entry.index1 =
-            lumo::driver::someip::AddEndpointOption(message, {127, 0, 0, 1}, protocol, port);
-        entry.count1 = 1;
-        message.entries.push_back(entry);
-        return Ask(sd, message, session, SdEntryType::kSubscribeEventgroupAck);
     }
 
     std::unique_ptr<ChildProcess> daemon_;
@@ -215,6 +215,38 @@ TEST_F(DaemonWireTest, TheLatencySwitchReachesRawSubscribersOverUdpAndTcp) {
     }
 }
 
+// The client library over SOME/IP: every method answers and the switch reaches its subscriber.
+TEST_F(DaemonWireTest, TheClientLibraryCallsEveryMethodAndGetsTheLatencySwitch) {
+    vesk::wardend::proxy::VESKWardendAppServiceProxy app;
+    vesk::wardend::proxy::VESKWardendToolsServiceProxy tools;
+    ASSERT_TRUE(app.WaitForService(10s));
+    std::atomic<int> switched{0};  // the service id of the last switch seen
+    ASSERT_TRUE(app.SubscribeLatencySwitch([&switched](const vesk::wardend::LatencySwitch& sample) {
+        switched = sample.index.serviceId;
+    }));
+    const auto registered = app.RegisterAppInfo(NodeApp("someipNode", getpid())).GetResult();
+    ASSERT_TRUE(registered.HasValue());
+    EXPECT_EQ(registered.Value().result, 0);
+    const auto nodes = tools.QueryNodeInfo("someipNode").GetResult();
+    ASSERT_TRUE(nodes.HasValue());
+    ASSERT_EQ(nodes.Value().nodeInfos.size(), 1U);
+    EXPECT_EQ(nodes.Value().nodeInfos[0].pid, getpid());
+    ExpectEveryQueryAnswers(tools);
+
+    // The subscription is acknowledged asynchronously: switch until a sample arrives.
+    vesk::wardend::LatencySwitch latencySwitch;
+    latencySwitch.mode = vesk::wardend::LatencyMode::kOn;
+    latencySwitch.index.serviceId = 0x4242;
+    EXPECT_TRUE(WaitUntil(
+        [&] {
+            EXPECT_TRUE(tools.SwitchLatencyMode(latencySwitch).GetResult().HasValue());
+            return WaitUntil([&] { return switched.load() == 0x4242; }, 200ms);
+        },
+        10s))
+        << "no latency switch reached the SOME/IP subscriber";
+    app.UnsubscribeLatencySwitch();
+}
+
 // A whole session with the daemon on an address of its own, captured and judged by tshark.
 class DaemonCaptureTest : public DaemonTest {
 protected:
@@ -245,23 +277,9 @@ TEST_F(DaemonCaptureTest, AWholeSessionDecodesInTsharkWithoutMalformedFrames) {
         std::atomic<int> switches{0};
         ASSERT_TRUE(app.SubscribeLatencySwitch(
             [&switches](const vesk::wardend::LatencySwitch&) { ++switches; }));
-        vesk::wardend::AppRegisterInfo node;
-        node.infoType = vesk::wardend::AppRegisterInfoType::NODE;
-        node.nodeInfo.nodeName = "captured";
-        node.nodeInfo.pid = getpid();
-        node.nodeInfo.registerState.isRegister = true;
-        EXPECT_TRUE(app.RegisterAppInfo(node).GetResult().HasValue());
-        EXPECT_TRUE(tools.QueryAllDataType().GetResult().HasValue());
-        EXPECT_TRUE(tools.QueryDataType("/None").GetResult().HasValue());
-        EXPECT_TRUE(tools.QueryDataTypeRefList().GetResult().HasValue());
-        EXPECT_TRUE(tools.QueryEventInfo("ALL").GetResult().HasValue());
-        EXPECT_TRUE(tools.QueryEventShow("/None").GetResult().HasValue());
-        EXPECT_TRUE(tools.QueryLatencyResult({}).GetResult().HasValue());
-        EXPECT_TRUE(tools.QueryLatencyStatus({}).GetResult().HasValue());
-        EXPECT_TRUE(tools.QueryMethodInfo("ALL").GetResult().HasValue());
-        EXPECT_TRUE(tools.QueryMethodType("/None").GetResult().HasValue());
+        EXPECT_TRUE(app.RegisterAppInfo(NodeApp("captured", getpid())).GetResult().HasValue());
+        ExpectEveryQueryAnswers(tools);
         EXPECT_TRUE(tools.QueryNodeInfo("captured").GetResult().HasValue());
-        EXPECT_TRUE(tools.QuerySubNodeEventInfo({}).GetResult().HasValue());
 
         // Over UDP, and an error reply: from a raw peer.
         RawUdpPeer udp;
@@ -273,25 +291,17 @@ TEST_F(DaemonCaptureTest, AWholeSessionDecodesInTsharkWithoutMalformedFrames) {
         // A raw UDP subscriber beside the client library's TCP one.
         RawUdpPeer sd;
         RawUdpPeer udpEvents;
-        SdMessage subscribe;
-        subscribe.flags = kFirstSdFlags;
-        SdEntry entry = lumo::driver::someip::MakeEntry(SdEntryType::kSubscribeEventgroup,
-                                                        kAppService, 1, 1, 5);
-        entry.eventgroupId = kLatencyEventgroup;
-        entry.index1 = lumo::driver::someip::AddEndpointOption(
-            subscribe, {127, 0, 0, 1}, L4Protocol::kUdp, udpEvents.LocalPort());
-        entry.count1 = 1;
-        subscribe.entries.push_back(entry);
-        ASSERT_TRUE(sd.SendTo(kAddress, kSdPort, SdDatagram(subscribe, 1)));
-        std::this_thread::sleep_for(200ms);
+        ASSERT_TRUE(Subscribe(sd, 1, L4Protocol::kUdp, udpEvents.LocalPort(), kAddress));
 
+        // The client library subscribes asynchronously: switch until a sample arrives.
         vesk::wardend::LatencySwitch latencySwitch;
         latencySwitch.mode = vesk::wardend::LatencyMode::kOn;
-        for (int i = 0; i < 50 && switches.load() == 0; ++i) {
-            EXPECT_TRUE(tools.SwitchLatencyMode(latencySwitch).GetResult().HasValue());
-            std::this_thread::sleep_for(100ms);
-        }
-        EXPECT_GT(switches.load(), 0);
+        EXPECT_TRUE(WaitUntil(
+            [&] {
+                EXPECT_TRUE(tools.SwitchLatencyMode(latencySwitch).GetResult().HasValue());
+                return WaitUntil([&] { return switches.load() > 0; }, 100ms);
+            },
+            5s));
         EXPECT_TRUE(udpEvents.Receive());
         app.UnsubscribeLatencySwitch();
     }

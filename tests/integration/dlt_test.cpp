@@ -3,6 +3,7 @@
 #include <csignal>
 
 #include "tests/integration/daemon_fixture.h"
+#include "tests/support/wait.h"
 
 namespace {
 
@@ -13,15 +14,10 @@ bool Executable(const char* path) {
     return access(path, X_OK) == 0;
 }
 
-// Polls a running program's standard output for text; returns what it last read.
-std::string WaitForStdout(const ChildProcess& process, const std::string& text) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    std::string out = process.Stdout();
-    while (out.find(text) == std::string::npos && std::chrono::steady_clock::now() < deadline) {
-        usleep(10000);
-        out = process.Stdout();
-    }
-    return out;
+// Waits up to ten seconds for text on a running program's standard output.
+bool WaitForStdout(const ChildProcess& process, const std::string& text) {
+    return wardend::test::WaitUntil(
+        [&] { return process.Stdout().find(text) != std::string::npos; }, std::chrono::seconds(10));
 }
 
 // A line the daemon logs reaches a running dlt-daemon, as read back by dlt-receive.
@@ -38,20 +34,16 @@ TEST_F(DaemonTest, LogLinesReachTheDltDaemon) {
     }
     // Line-buffered, so that its output can be read while it runs.
     ChildProcess receiver("/usr/bin/stdbuf", {"-oL", "/usr/bin/dlt-receive", "-a", "localhost"});
-    ASSERT_NE(WaitForStdout(receiver, "New client connection").find("New client connection"),
-              std::string::npos)
+    ASSERT_TRUE(WaitForStdout(receiver, "New client connection"))
         << "dlt-receive did not connect: " << receiver.Stdout() << receiver.Stderr();
 
     WriteConfig(R"({"Log": {"level": "info", "sinks": ["dlt", "console"]}})");
     auto daemon = StartDaemon();
     ASSERT_TRUE(WaitReady(*daemon)) << daemon->Stderr();
 
-    const std::string received =
-        WaitForStdout(receiver, "WRDN WRDN log info V 1 [Wardend server init finished.]");
-    EXPECT_NE(received.find("WRDN WRDN log info V 1 [Wardend server init finished.]"),
-              std::string::npos)
-        << received;
-    EXPECT_NE(received.find("ApplicationID 'WRDN' registered"), std::string::npos);
+    EXPECT_TRUE(WaitForStdout(receiver, "WRDN WRDN log info V 1 [Wardend server init finished.]"))
+        << receiver.Stdout();
+    EXPECT_NE(receiver.Stdout().find("ApplicationID 'WRDN' registered"), std::string::npos);
 
     StopAndExpectCleanExit(*daemon);
     dltDaemon.Signal(SIGTERM);

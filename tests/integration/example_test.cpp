@@ -95,24 +95,9 @@ TEST_F(ExampleTest, WardenctlSeesWhatItDeclaredAndItsNodeGoesWithSigkill) {
                                   : std::find(names.begin(), names.end(), name) != names.end())
             << list << " " << name << " in " << node;
     }
-    // Every command answers while the example runs; its types were read from examples/msg.
+    // Its types were read from examples/msg.
     const json types = CtlJson({"type", "list"});
     EXPECT_TRUE(types["dataTypes"].contains("/Norvane/AP/Trajectory")) << types;
-    for (const auto& args : std::vector<std::vector<std::string>>{
-             {"event", "list"},
-             {"event", "info", "/Norvane/AP/Pose"},
-             {"event", "show", "/Norvane/AP/Pose"},
-             {"method", "list"},
-             {"method", "info", "SetGear"},
-             {"method", "type", "SetGear"},
-             {"type", "show", "/Norvane/AP/GearState"},
-             {"type", "refs"},
-             {"e2e", "--service", "0x1300", "--event-id", "0x8001"},
-             {"event", "sub", "--service", "0x1300", "--topic", "vehicle/speed"}}) {
-        const RunResult run = Ctl(args);
-        EXPECT_EQ(run.exitCode, 0) << args[0] << " " << args[1] << ": " << run.err;
-        EXPECT_FALSE(CtlJson(args).is_null()) << args[0] << " " << args[1];
-    }
 
     ASSERT_TRUE(example_->Signal(SIGKILL));
     (void)example_->WaitExit(5s);

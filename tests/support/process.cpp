@@ -6,22 +6,14 @@
 #include <csignal>
 
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <thread>
 
 #include "tests/support/temp_dir.h"
+#include "tests/support/wait.h"
 
 namespace wardend::test {
 
 namespace {
-
-std::string ReadWhole(const std::string& path) {
-    std::ifstream in(path);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
 
 std::string NewCapturePath(const char* what) {
     static int counter = 0;
@@ -105,21 +97,14 @@ std::optional<int> ChildProcess::WaitExit(std::chrono::milliseconds timeout) {
 }
 
 bool ChildProcess::WaitForStderr(const std::string& text, std::chrono::milliseconds timeout) const {
-    const auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (std::chrono::steady_clock::now() < deadline) {
-        if (Stderr().find(text) != std::string::npos) {
-            return true;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-    }
-    return Stderr().find(text) != std::string::npos;
+    return WaitUntil([&] { return Stderr().find(text) != std::string::npos; }, timeout);
 }
 
 std::string ChildProcess::Stdout() const {
-    return ReadWhole(stdoutPath_);
+    return ReadFile(stdoutPath_);
 }
 std::string ChildProcess::Stderr() const {
-    return ReadWhole(stderrPath_);
+    return ReadFile(stderrPath_);
 }
 
 RunResult RunToEnd(const std::string& program, const std::vector<std::string>& args,

@@ -129,6 +129,15 @@ inline AppRegisterInfo App(AppRegisterInfoType type, bool isPub = false) {
     return info;
 }
 
+// A node's registration, as an application sends it first.
+inline AppRegisterInfo NodeApp(const std::string& name, std::int32_t pid) {
+    AppRegisterInfo info = App(AppRegisterInfoType::NODE);
+    info.nodeInfo.nodeName = name;
+    info.nodeInfo.pid = pid;
+    info.nodeInfo.registerState.isRegister = true;
+    return info;
+}
+
 // A test of one registry: a service id of its own and the log in memory.
 class RegistryTest : public MemoryLogTest {
 protected:

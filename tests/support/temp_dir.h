@@ -23,6 +23,9 @@ private:
     std::string path_;
 };
 
+// The whole content of a file, or empty when it cannot be read.
+std::string ReadFile(const std::string& path);
+
 }  // namespace wardend::test
 
 #endif

@@ -30,29 +30,29 @@ protected:
 };
 
 TEST_F(DdsRoundTripTest, EveryCallIsAnsweredAndCarriesTheClientsUuid) {
-    Replier replier(Serve(server_, "1"), "1");
+    Answerer answerer(Serve(server_, "1"), "1");
     ASSERT_TRUE(server_.OfferService(kAppService, "1"));
     auto client = client_.CreateMethodClient(AppMethod(domain_.Id(), "1"));
     ASSERT_NE(client, nullptr);
     ASSERT_TRUE(client->WaitForService(10s));
 
-    for (const std::string request : {"first", "error reply", "third"}) {
+    for (const std::string request : {"first", "Error reply", "third"}) {
         const auto reply = CallAndWait(*client, request, 5s);
         ASSERT_TRUE(reply.has_value()) << request;
         EXPECT_EQ(reply->status, CallStatus::kOk) << reply->reason;
         EXPECT_EQ(reply->payload, "1:" + request);
-        EXPECT_EQ(reply->isErrorReply, request == "error reply");
+        EXPECT_EQ(reply->isErrorReply, request == "Error reply");
     }
     // The uuid: the client's id, then its call sequence from 1.
     const auto id =
         std::static_pointer_cast<lumo::driver::dds::DdsMethodClient>(client)->ClientId();
-    const auto requests = replier.Requests();
+    const auto requests = answerer.Requests();
     ASSERT_EQ(requests.size(), 3U);
     for (std::size_t i = 0; i < requests.size(); ++i) {
-        EXPECT_EQ(requests[i]->uuid.high, id);
-        EXPECT_EQ(requests[i]->uuid.low, i + 1);
-        EXPECT_EQ(requests[i]->driverType, lumo::vcc::api::types::DriverType::kDds);
-        EXPECT_EQ(requests[i]->serializeType, 0);
+        EXPECT_EQ(requests[i].uuid.high, id);
+        EXPECT_EQ(requests[i].uuid.low, i + 1);
+        EXPECT_EQ(requests[i].driverType, lumo::vcc::api::types::DriverType::kDds);
+        EXPECT_EQ(requests[i].serializeType, 0);
     }
 }
 
@@ -65,14 +65,14 @@ TEST_F(DdsRoundTripTest, CallMadeBeforeTheDaemonExistsIsAnsweredOnceOffered) {
 
     // The daemon assembles: the request reaches it and waits for the offer.
     auto handler = Serve(server_, "1");
-    Replier replier(handler, "1");
+    Answerer answerer(handler, "1");
     ASSERT_TRUE(WaitUntil(
         [&] {
             return handler->GetStatisticsText(lumo::vcc::api::types::DriverType::kDds)
                        .find("ddsRequestsParked=1") != std::string::npos;
         },
         10s));
-    EXPECT_EQ(replier.Count(), 0);
+    EXPECT_EQ(answerer.Count(), 0);
 
     server_.OfferService(kAppService, "1");
     const auto reply = catcher.Wait(10s);
@@ -85,8 +85,8 @@ TEST_F(DdsRoundTripTest, OnlyTheDaemonNamedByTheRequestAnswers) {
     DdsDriver secondServer;
     auto first = Serve(server_, "1");
     auto second = Serve(secondServer, "2");
-    Replier firstReplier(first, "1");
-    Replier secondReplier(second, "2");
+    Answerer firstAnswerer(first, "1");
+    Answerer secondAnswerer(second, "2");
     server_.OfferService(kAppService, "1");
     secondServer.OfferService(kAppService, "1");
     auto toSecond = client_.CreateMethodClient(AppMethod(domain_.Id(), "2"));
@@ -99,8 +99,8 @@ TEST_F(DdsRoundTripTest, OnlyTheDaemonNamedByTheRequestAnswers) {
     ASSERT_TRUE(fromFirst.has_value());
     EXPECT_EQ(fromFirst->payload, "1:b");
     // Each daemon saw the other's request and left it alone.
-    EXPECT_EQ(firstReplier.Count(), 1);
-    EXPECT_EQ(secondReplier.Count(), 1);
+    EXPECT_EQ(firstAnswerer.Count(), 1);
+    EXPECT_EQ(secondAnswerer.Count(), 1);
     EXPECT_NE(first->GetStatisticsText(lumo::vcc::api::types::DriverType::kDds)
                   .find("ddsRequestsForOtherInstances=1"),
               std::string::npos);
@@ -115,14 +115,14 @@ TEST_F(DdsRoundTripTest, OnlyTheDaemonNamedByTheRequestAnswers) {
 // A call that gets no answer ends by itself: kTimeout when the daemon took the request and
 // stayed silent, kNotReachable when no daemon of that instance was there to take it.
 TEST_F(DdsRoundTripTest, UnansweredCallsEndAfterTheirTimeout) {
-    Replier silent(Serve(server_, "1"), "1", true);
+    Answerer answerer(Serve(server_, "1"), "1");
     server_.OfferService(kAppService, "1");
     auto toSilent = client_.CreateMethodClient(AppMethod(domain_.Id(), "1"));
     auto toNobody = client_.CreateMethodClient(AppMethod(domain_.Id(), "9"));
     ASSERT_TRUE(toSilent->WaitForService(10s));
     EXPECT_FALSE(toNobody->WaitForService(100ms));
 
-    const auto timedOut = CallAndWait(*toSilent, "x", 300ms);
+    const auto timedOut = CallAndWait(*toSilent, "No reply", 300ms);
     ASSERT_TRUE(timedOut.has_value());
     EXPECT_EQ(timedOut->status, CallStatus::kTimeout);
     const auto unreachable = CallAndWait(*toNobody, "x", 300ms);
@@ -136,17 +136,17 @@ TEST_F(DdsRoundTripTest, TheFoundHandlerHearsOfEveryNewDaemonOfItsInstance) {
     std::atomic<int> found{0};
     auto client = client_.CreateMethodClient(AppMethod(domain_.Id(), "1"));
     client->SetServiceFoundHandler([&found] { ++found; });
-    Replier replier(Serve(server_, "1"), "1");
+    Answerer answerer(Serve(server_, "1"), "1");
     server_.OfferService(kAppService, "1");
     ASSERT_TRUE(WaitUntil([&] { return found.load() == 1; }, 10s)) << found.load();
 
     // A daemon of another instance is not this client's; a restarted one of its own is, even
     // while the old one still lives.
     DdsDriver other;
-    Replier otherReplier(Serve(other, "2"), "2");
+    Answerer otherAnswerer(Serve(other, "2"), "2");
     other.OfferService(kAppService, "2");
     DdsDriver restarted;
-    Replier restartedReplier(Serve(restarted, "1"), "1");
+    Answerer restartedAnswerer(Serve(restarted, "1"), "1");
     restarted.OfferService(kAppService, "1");
     EXPECT_TRUE(WaitUntil([&] { return found.load() == 2; }, 10s));
     client->SetServiceFoundHandler(nullptr);
@@ -154,7 +154,7 @@ TEST_F(DdsRoundTripTest, TheFoundHandlerHearsOfEveryNewDaemonOfItsInstance) {
 }
 
 TEST_F(DdsRoundTripTest, AfterStopOfferServiceCallsAreNotReachable) {
-    Replier replier(Serve(server_, "1"), "1");
+    Answerer answerer(Serve(server_, "1"), "1");
     server_.OfferService(kAppService, "1");
     auto client = client_.CreateMethodClient(AppMethod(domain_.Id(), "1"));
     ASSERT_EQ(CallAndWait(*client, "on", 10s)->status, CallStatus::kOk);
@@ -163,16 +163,16 @@ TEST_F(DdsRoundTripTest, AfterStopOfferServiceCallsAreNotReachable) {
     const auto reply = CallAndWait(*client, "off", 10s);
     ASSERT_TRUE(reply.has_value());
     EXPECT_EQ(reply->status, CallStatus::kNotReachable);
-    EXPECT_EQ(replier.Count(), 1);
+    EXPECT_EQ(answerer.Count(), 1);
 }
 
 TEST_F(DdsRoundTripTest, ClosingTheClientsDriverEndsOpenCalls) {
-    Replier silent(Serve(server_, "1"), "1", true);
+    Answerer silent(Serve(server_, "1"), "1");
     server_.OfferService(kAppService, "1");
     auto driver = std::make_unique<DdsDriver>();
     auto client = driver->CreateMethodClient(AppMethod(domain_.Id(), "1"));
     const ReplyCatcher catcher;
-    client->Call(reinterpret_cast<const unsigned char*>("x"), 1, 60s, catcher.Handler());
+    client->Call(reinterpret_cast<const unsigned char*>("N"), 1, 60s, catcher.Handler());
     ASSERT_TRUE(WaitUntil([&] { return silent.Count() == 1; }, 10s));
 
     driver.reset();

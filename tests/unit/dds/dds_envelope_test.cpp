@@ -67,7 +67,7 @@ TEST_P(DdsMalformedEnvelopeTest, IsRefusedWithOneRateLimitedLine) {
     info.dds.topic = std::string("wardend/Test/") + c.name;
     DdsDriver server;
     DdsDriver client;
-    Replier replier(server.CreateMethodHandler(info), "1");
+    Answerer answerer(server.CreateMethodHandler(info), "1");
     server.OfferService(kAppService, "1");
     auto caller = client.CreateMethodClient(info);
     ASSERT_TRUE(caller->WaitForService(10s));
@@ -102,7 +102,7 @@ TEST_P(DdsMalformedEnvelopeTest, IsRefusedWithOneRateLimitedLine) {
         10s))
         << LogDump();
     EXPECT_EQ(CountContaining(line, LogLevel::kWarn), 1U) << LogDump();
-    EXPECT_EQ(replier.Count(), 1);
+    EXPECT_EQ(answerer.Count(), 1);
     EXPECT_EQ(catcher.Count(), 1);
 }
 
@@ -129,7 +129,7 @@ INSTANTIATE_TEST_SUITE_P(
 // drops it, and its warning reaches our log.
 TEST_F(DdsDriverTest, TruncatedEnvelopeIsDroppedWithCyclonesLineInOurLog) {
     DdsDriver server;
-    Replier replier(server.CreateMethodHandler(AppMethod(domain_.Id(), "1")), "1");
+    Answerer answerer(server.CreateMethodHandler(AppMethod(domain_.Id(), "1")), "1");
     server.OfferService(kAppService, "1");
 
     ChildProcess peer(WARDEND_DDS_SHORT_WRITER,
@@ -140,7 +140,7 @@ TEST_F(DdsDriverTest, TruncatedEnvelopeIsDroppedWithCyclonesLineInOurLog) {
         WaitContaining("deserialization wardend/App/RegisterAppInfo/Request", LogLevel::kWarn))
         << LogDump();
     EXPECT_EQ(CountContaining("deserialization", LogLevel::kWarn), 1U);
-    EXPECT_EQ(replier.Count(), 0);
+    EXPECT_EQ(answerer.Count(), 0);
 }
 
 TEST(DdsUserDataTest, ReadsOneFieldOfItsOwnFormat) {

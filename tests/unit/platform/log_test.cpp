@@ -3,9 +3,6 @@
 #include <gtest/gtest.h>
 #include <cstdlib>
 
-#include <fstream>
-#include <sstream>
-
 #include "platform/log/sinks.h"
 #include "tests/support/memory_log.h"
 #include "tests/support/temp_dir.h"
@@ -97,12 +94,9 @@ TEST_F(LogTest, ConfigurationSelectsLevelAndFileSink) {
     log_->LogDebug() << "to the file";
     log_->LogVerbose() << "not at debug";
 
-    std::ifstream in(logFile);
-    std::stringstream content;
-    content << in.rdbuf();
-    EXPECT_NE(content.str().find("WRDN TEST [debug] to the file"), std::string::npos)
-        << content.str();
-    EXPECT_EQ(content.str().find("not at debug"), std::string::npos);
+    const std::string content = wardend::test::ReadFile(logFile);
+    EXPECT_NE(content.find("WRDN TEST [debug] to the file"), std::string::npos) << content;
+    EXPECT_EQ(content.find("not at debug"), std::string::npos);
 
     Log::InitLogging("WRDN", "ARA_LOG", 3, 0, "");  // back to the console
 }

@@ -1,7 +1,6 @@
 #include "platform/vcc/utils/thread_pool.h"
 
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 #include <atomic>
 #include <future>
@@ -9,38 +8,26 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/gate.h"
+
 namespace {
 
 using lumo::vcc::utils::ThreadPool;
 
-// Holds the pool's thread inside a task until released.
-struct Gate {
-    void Block() {
-        entered.set_value();
-        opened.wait();
-    }
-    void WaitEntered() { entered.get_future().wait(); }
-    void Open() { open.set_value(); }
-
-    std::promise<void> entered;
-    std::promise<void> open;
-    std::shared_future<void> opened = open.get_future().share();
-};
-
 TEST(ThreadPoolTest, RefusesTasksBeyondTheQueueSizeAndStopDropsQueuedOnes) {
     ThreadPool sut(1, 2, "wrdn_test");
-    Gate gate;
+    wardend::test::Gate gate;
     std::atomic<int> ran{0};
     // The running task outlasts the moment Stop marks the pool stopped.
     ASSERT_TRUE(sut.Enqueue(
         [&] {
-            gate.Block();
+            gate.Enter();
             while (!sut.IsStopped()) {
                 std::this_thread::yield();
             }
         },
         1));
-    gate.WaitEntered();
+    EXPECT_TRUE(gate.WaitEntered(1));
     EXPECT_TRUE(sut.Enqueue([&] { ++ran; }, 2));
     EXPECT_TRUE(sut.Enqueue([&] { ++ran; }, 2));
     EXPECT_FALSE(sut.Enqueue([&] { ++ran; }, 2));
@@ -65,19 +52,6 @@ TEST(ThreadPoolTest, OneThreadRunsTasksInArrivalOrder) {
     std::vector<int> expected(50);
     std::iota(expected.begin(), expected.end(), 0);
     EXPECT_EQ(order, expected);
-}
-
-TEST(ThreadPoolTest, ThreadsCarryThePoolName) {
-    ThreadPool sut(2, 4, "wrdn_rdmsg");
-    std::promise<std::string> name;
-    ASSERT_TRUE(sut.Enqueue(
-        [&] {
-            char buffer[16] = {};
-            pthread_getname_np(pthread_self(), buffer, sizeof(buffer));
-            name.set_value(buffer);
-        },
-        0));
-    EXPECT_EQ(name.get_future().get(), "wrdn_rdmsg");
 }
 
 }  // namespace

@@ -2,13 +2,12 @@
 
 #include <gtest/gtest.h>
 
-#include <condition_variable>
-#include <deque>
 #include <future>
 #include <string>
 #include <thread>
 
 #include "binding/proloc/proloc_memory_factory.h"
+#include "platform/vcc/utils/thread_pool.h"
 
 namespace {
 
@@ -30,49 +29,31 @@ lumo::vcc::api::types::MethodInfo Method(std::uint32_t entityId) {
     return info;
 }
 
-// A server thread that answers each request with the length of its string argument.
+// Answers each request with the length of its string argument, from a thread of its own.
 class LengthServer {
 public:
     LengthServer(const std::shared_ptr<lumo::vcc::driver::MethodHandler>& handler,
                  ProlocEntityIndex index)
         : handler_(handler), index_(std::move(index)) {
         handler->SetProlocMemory(replies_);
-        handler->SetReceiveHandler([this](const MethodMsgPtr& msg) {
-            std::lock_guard<std::mutex> lock(mutex_);
-            queue_.push_back(msg);
-            wake_.notify_one();
-        });
-        thread_ = std::thread([this] { Serve(); });
+        handler->SetReceiveHandler(
+            [this](const MethodMsgPtr& msg) { pool_.Enqueue([this, msg] { Answer(msg); }, 0); });
     }
     ~LengthServer() {
-        {
-            std::lock_guard<std::mutex> lock(mutex_);
-            stopping_ = true;
-        }
-        wake_.notify_one();
-        thread_.join();
+        handler_->SetReceiveHandler(nullptr);
+        pool_.Stop();
     }
-    std::thread::id ThreadId() const { return thread_.get_id(); }
+    // The thread that answered, read after the reply has arrived.
+    std::thread::id ThreadId() const { return threadId_; }
 
 private:
-    void Serve() {
-        for (;;) {
-            MethodMsgPtr msg;
-            {
-                std::unique_lock<std::mutex> lock(mutex_);
-                wake_.wait(lock, [this] { return stopping_ || !queue_.empty(); });
-                if (stopping_) {
-                    return;
-                }
-                msg = queue_.front();
-                queue_.pop_front();
-            }
-            const auto request = requests_->GetRequest(index_, msg->payload);
-            handler_->ReturnLoan(msg->payload);
-            const auto* key = replies_->AddReply(
-                ara::core::Result<std::size_t>(std::get<0>(*request).size()), index_, *msg);
-            handler_->ReplyData(const_cast<unsigned char*>(key), {0}, msg, false);
-        }
+    void Answer(const MethodMsgPtr& msg) {
+        threadId_ = std::this_thread::get_id();
+        const auto request = requests_->GetRequest(index_, msg->payload);
+        handler_->ReturnLoan(msg->payload);
+        const auto* key = replies_->AddReply(
+            ara::core::Result<std::size_t>(std::get<0>(*request).size()), index_, *msg);
+        handler_->ReplyData(const_cast<unsigned char*>(key), {0}, msg, false);
     }
 
     std::shared_ptr<lumo::vcc::driver::MethodHandler> handler_;
@@ -81,11 +62,8 @@ private:
         ProlocMemoryFactory::GetMethodRequestInstance<std::string>();
     std::shared_ptr<lumo::driver::proloc::ProlocReplyMemory<std::size_t>> replies_ =
         ProlocMemoryFactory::GetMethodReplyInstance<std::size_t>();
-    std::mutex mutex_;  // guards queue_ and stopping_
-    std::condition_variable wake_;
-    std::deque<MethodMsgPtr> queue_;
-    bool stopping_{false};
-    std::thread thread_;
+    std::thread::id threadId_;
+    lumo::vcc::utils::ThreadPool pool_{1, 64, "wrdn_server"};
 };
 
 class ProlocDriverTest : public ::testing::Test {

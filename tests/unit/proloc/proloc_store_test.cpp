@@ -32,13 +32,6 @@ protected:
     ProlocEventMemory<Sample> sut_;
 };
 
-TEST_F(ProlocEventMemoryTest, IndexOrdersByServiceThenInstanceThenEntityAndPrintsItself) {
-    EXPECT_LT((ProlocEntityIndex{1, "9", 9}), (ProlocEntityIndex{2, "0", 0}));
-    EXPECT_LT((ProlocEntityIndex{1, "1", 9}), (ProlocEntityIndex{1, "2", 0}));
-    EXPECT_LT((ProlocEntityIndex{1, "1", 1}), (ProlocEntityIndex{1, "1", 2}));
-    EXPECT_EQ(kIndex.GetProlocInfo(), kInfo);
-}
-
 TEST_F(ProlocEventMemoryTest, AFieldKeepsItsLastValueForALateClientAnEventKeepsNothing) {
     const ProlocEntityIndex event{0x5700, "1", 1};
     sut_.AddProlocData(Sample{1}, kIndex, true);
@@ -205,16 +198,6 @@ TEST_F(ProlocMethodMemoryTest, RepliesMarkErrorsAndRefuseFutureDomainErrors) {
     sut.UnRegisterMethod(kIndex);
     EXPECT_EQ(sut.Count(kIndex), 0U);
     EXPECT_TRUE(Logged(LogLevel::kDebug, "Proloc unregister method server index [" + kInfo + "]"));
-}
-
-TEST(ProlocMemoryFactoryTest, OneStorePerType) {
-    using lumo::driver::proloc::ProlocMemoryFactory;
-    EXPECT_EQ(ProlocMemoryFactory::GetMethodRequestInstance<int>(),
-              ProlocMemoryFactory::GetMethodRequestInstance<int>());
-    EXPECT_EQ(ProlocMemoryFactory::GetEventInstance<Sample>(),
-              ProlocMemoryFactory::GetEventInstance<Sample>());
-    EXPECT_NE(static_cast<void*>(ProlocMemoryFactory::GetMethodReplyInstance<int>().get()),
-              static_cast<void*>(ProlocMemoryFactory::GetMethodReplyInstance<void>().get()));
 }
 
 }  // namespace

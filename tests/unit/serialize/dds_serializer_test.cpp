@@ -21,45 +21,31 @@ static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "known answers are litt
 
 template <typename T>
 Bytes Write(const T& value) {
-    Serializer<T> writer(value, SerializeConfig{});
-    Bytes out(writer.GetSize(), 0xCC);
-    writer.Serialize(out.data());
-    return out;
+    return Written(Serializer<T>(value, SerializeConfig{}));
 }
 
 class DdsSerializerTest : public SerializeLogTest {};
 
 TEST_F(DdsSerializerTest, KnownAnswers) {
-    LatencyIndex index;
-    index.drivers = {DriverType::SOMEIP};
-    index.serviceId = 0x1234;
-    index.instanceId = 1;
-    index.topicName = "ab";
-    index.eventId = 0x8002;
-    EXPECT_EQ(Write(index), (Bytes{
-                                0x01, 0x00, 0x00, 0x00, 0x01, 0x00,  // drivers: 1 element, SOMEIP
-                                0x34, 0x12,                          // serviceId
-                                0x01, 0x00,                          // instanceId
-                                0x02, 0x00, 0x00, 0x00, 'a', 'b',    // topicName, no terminator
-                                0x02, 0x80,                          // eventId
-                            }));
+    EXPECT_EQ(Write(SmallIndex()),
+              (Bytes{
+                  0x01, 0x00, 0x00, 0x00, 0x01, 0x00,  // drivers: 1 element, SOMEIP
+                  0x34, 0x12,                          // serviceId
+                  0x01, 0x00,                          // instanceId
+                  0x02, 0x00, 0x00, 0x00, 'a', 'b',    // topicName, no terminator
+                  0x02, 0x80,                          // eventId
+              }));
 
-    FieldRegisterInfo field;
-    field.appName = "a";
-    field.drivers = {{DriverType::DDS, "x"}};
-    field.instanceId = 9;
-    field.isRegister = true;
-    field.pid = -2;
-    EXPECT_EQ(Write(field), (Bytes{
-                                0x01, 0x00, 0x00, 0x00, 'a',  // appName
-                                0x00, 0x00, 0x00, 0x00,       // fieldType, empty
-                                0x01, 0x00, 0x00, 0x00,       // drivers: 1 pair
-                                0x00, 0x00,                   //   DDS
-                                0x01, 0x00, 0x00, 0x00, 'x',  //   "x"
-                                0x09, 0x00,                   // instanceId
-                                0x01,                         // isRegister
-                                0xFE, 0xFF, 0xFF, 0xFF,       // pid -2
-                            }));
+    EXPECT_EQ(Write(SmallField()), (Bytes{
+                                       0x01, 0x00, 0x00, 0x00, 'a',  // appName
+                                       0x00, 0x00, 0x00, 0x00,       // fieldType, empty
+                                       0x01, 0x00, 0x00, 0x00,       // drivers: 1 pair
+                                       0x00, 0x00,                   //   DDS
+                                       0x01, 0x00, 0x00, 0x00, 'x',  //   "x"
+                                       0x09, 0x00,                   // instanceId
+                                       0x01,                         // isRegister
+                                       0xFE, 0xFF, 0xFF, 0xFF,       // pid -2
+                                   }));
 
     const std::vector<String> names = {"", "q"};
     EXPECT_EQ(Write(names), (Bytes{2, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 'q'}));

@@ -28,30 +28,38 @@ class S2SSerializerTest : public SerializeLogTest {};
 TEST_F(S2SSerializerTest, BitLayoutsInIntelAndMotorolaOrder) {
     const struct {
         const char* name;
-        std::uint16_t value;
         std::uint64_t startBit;
         std::uint64_t bitLength;
-        std::uint8_t order;
         Bytes expected;
+        std::uint16_t value;
+        std::uint8_t order;
+        unsigned char firstByte{0};  // what the buffer held before
     } cases[] = {
         // High nibble of byte 0 takes the low nibble of the value; byte 1 the rest.
-        {"Intel 12 bits at bit 4", 0x0ABC, 4, 12, ISignal::kIntel, {0xC0, 0xAB, 0x00, 0x00}},
-        {"Intel 16 bits at bit 8", 0x1234, 8, 16, ISignal::kIntel, {0x00, 0x34, 0x12, 0x00}},
-        {"Intel cut to 4 bits", 0xFFFF, 0, 4, ISignal::kIntel, {0x0F, 0x00, 0x00, 0x00}},
+        {"Intel 12 bits at bit 4", 4, 12, {0xC0, 0xAB, 0x00, 0x00}, 0x0ABC, ISignal::kIntel},
+        {"Intel 16 bits at bit 8", 8, 16, {0x00, 0x34, 0x12, 0x00}, 0x1234, ISignal::kIntel},
+        {"Intel cut to 4 bits", 0, 4, {0x0F, 0x00, 0x00, 0x00}, 0xFFFF, ISignal::kIntel},
         {"Intel 3 bits at bit 6 cross a byte",
-         0x0007,
          6,
          3,
-         ISignal::kIntel,
-         {0xC0, 0x01, 0x00, 0x00}},
+         {0xC0, 0x01, 0x00, 0x00},
+         0x0007,
+         ISignal::kIntel},
         // Byte-aligned Motorola: high byte first.
-        {"Motorola 16 bits at bit 7", 0x1234, 7, 16, kMotorola, {0x12, 0x34, 0x00, 0x00}},
-        {"Motorola 12 bits at bit 7", 0x0ABC, 7, 12, kMotorola, {0xAB, 0xC0, 0x00, 0x00}},
-        {"Motorola cut to 8 bits at bit 15", 0xFF5A, 15, 8, kMotorola, {0x00, 0x5A, 0x00, 0x00}},
-        {"zero length writes nothing", 0xFFFF, 0, 0, ISignal::kIntel, {0x00, 0x00, 0x00, 0x00}},
+        {"Motorola 16 bits at bit 7", 7, 16, {0x12, 0x34, 0x00, 0x00}, 0x1234, kMotorola},
+        {"Motorola 12 bits at bit 7", 7, 12, {0xAB, 0xC0, 0x00, 0x00}, 0x0ABC, kMotorola},
+        {"Motorola cut to 8 bits at bit 15", 15, 8, {0x00, 0x5A, 0x00, 0x00}, 0xFF5A, kMotorola},
+        {"zero length writes nothing", 0, 0, {0x00, 0x00, 0x00, 0x00}, 0xFFFF, ISignal::kIntel},
+        {"bits are ORed in, never cleared",
+         0,
+         8,
+         {0xAF, 0x00, 0x00, 0x00},
+         0x00A0,
+         ISignal::kIntel,
+         0x0F},
     };
     for (const auto& c : cases) {
-        Bytes buffer(4, 0);
+        Bytes buffer = {c.firstByte, 0, 0, 0};
         const std::uint16_t value = c.value;
         EXPECT_TRUE(
             Serializer<std::uint16_t>(value, OneSignalPdu(c.startBit, c.bitLength, c.order), 0)
@@ -59,14 +67,6 @@ TEST_F(S2SSerializerTest, BitLayoutsInIntelAndMotorolaOrder) {
             << c.name;
         EXPECT_EQ(buffer, c.expected) << c.name;
     }
-}
-
-TEST_F(S2SSerializerTest, BitsAreOredInNeverCleared) {
-    Bytes buffer = {0x0F, 0x00};
-    const std::uint16_t value = 0x00A0;
-    Serializer<std::uint16_t>(value, OneSignalPdu(0, 8, ISignal::kIntel), 0)
-        .Serialize(buffer.data(), buffer.size());
-    EXPECT_EQ(buffer, (Bytes{0xAF, 0x00}));
 }
 
 TEST_F(S2SSerializerTest, RefusalsLogAndLeaveTheBufferAlone) {

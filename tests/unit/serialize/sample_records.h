@@ -2,10 +2,14 @@
 #define TESTS_UNIT_SERIALIZE_SAMPLE_RECORDS_H
 
 // Records filled with non-default values in every field, for round trips, fuzz seeds and the
-// benchmark. Each builder takes a seed so that two samples differ.
+// benchmark. Each builder takes a seed so that two samples differ. The hand-written builders make
+// the realistic records of the benchmark and the seeds; Filled<T> fills any record.
 
 #include <cstdint>
 #include <string>
+#include <type_traits>
+
+#include "binding/serialize/serialize_traits.h"
 
 #include "records/service_outputs.h"
 #include "records/wardend_records.h"
@@ -124,55 +128,6 @@ inline EventRegisterInfo MakeEventRegister(int seed, int properties = 2) {
     return e;
 }
 
-inline MethodRegisterInfo MakeMethodRegister(int seed) {
-    MethodRegisterInfo m;
-    m.appName = Text("planner", seed);
-    m.name = Text("PlanRoute", seed);
-    MethodInfo dds;
-    dds.dds.text = "dds method";
-    dds.dds.instanceShortName = "/plan/dds";
-    dds.dds.requestTopicName = "plan/request";
-    dds.dds.replyTopicName = "plan/reply";
-    dds.dds.shortValue = 5;
-    dds.dds.valueA = 6;
-    dds.dds.valueB = 7;
-    dds.dds.requestDurability = DurabilityQos::kPersistent;
-    dds.dds.replyDurability = DurabilityQos::kTransient;
-    dds.dds.requestHistory = HistoryQos::kKeepAll;
-    dds.dds.replyHistory = HistoryQos::kKeepAll;
-    dds.dds.transports = {TransportQos::kIceoryx};
-    dds.dds.valueC = 8;
-    dds.dds.valueD = 9;
-    dds.dds.valueE = 10;
-    dds.dds.valueF = 11;
-    dds.dds.e2eConfig = MakeE2EConfig(seed + 2);
-    dds.dds.reliability = ReliabilityKind::kReliable;
-    MethodInfo someip;
-    someip.someip.methodId = 0x0001;
-    someip.someip.instanceShortName = "/plan/someip";
-    someip.someip.wideValue = 0x01020304;
-    someip.someip.valueA = 3;
-    someip.someip.flag = true;
-    someip.someip.e2eConfig = MakeE2EConfig(seed + 3);
-    someip.someip.requestBytes = {1, 2, 3};
-    someip.someip.replyBytes = {4};
-    m.methodMap_[DriverType::DDS] = dds;
-    m.methodMap_[DriverType::SOMEIP] = someip;
-    m.instanceId = 2;
-    m.serviceId = 0x5701;
-    m.inputDatatypes = {"/Norvane/AP/Route", "uint32"};
-    m.replyDatatypes = {"/Norvane/AP/Path"};
-    m.pid = 4242 + seed;
-    m.inputSerializeConfig = MakeRecordSerializeConfig(seed);
-    m.outputSerializeConfig = MakeRecordSerializeConfig(seed + 1);
-    m.methodOutputDatatype = "/Norvane/AP/PlanOutput";
-    m.errorDomains = {ErrorDomainInfo{0x8000000000000001ULL, "PlanErrors"}};
-    m.text = "method text";
-    m.flag = true;
-    m.isRegister = true;
-    return m;
-}
-
 inline LatencyIndex MakeLatencyIndex(int seed) {
     LatencyIndex i;
     i.drivers = {DriverType::SOMEIP, DriverType::DDS};
@@ -181,55 +136,6 @@ inline LatencyIndex MakeLatencyIndex(int seed) {
     i.topicName = Text("latency/topic", seed);
     i.eventId = 0x8002;
     return i;
-}
-
-inline NodeRegisterInfo MakeNodeRegister(int seed) {
-    NodeRegisterInfo n;
-    n.pid = 777 + seed;
-    n.nodeName = Text("node", seed);
-    n.infoKind = 1;
-    n.registerState.isRegister = true;
-    EventE2EInfo e2e;
-    e2e.serviceId = 0x10;
-    e2e.instanceId = 0x20;
-    e2e.driver = DriverType::SOMEIP;
-    e2e.eventId = 0x8003;
-    e2e.eventTopicName = "e2e/topic";
-    e2e.e2eConfig = MakeE2EConfig(seed + 4);
-    n.e2eList.eventE2EInfos = {e2e, e2e};
-    n.e2eList.eventE2EInfos[1].driver = DriverType::DDS;
-    return n;
-}
-
-inline LatencyAppInfo MakeLatencyAppInfo(int seed) {
-    LatencyAppInfo l;
-    l.kind = 1;
-    l.applicationName = Text("latency app", seed);
-    l.index = MakeLatencyIndex(seed);
-    l.status = LatencyStatus{LatencyMode::kOn, true, true};
-    l.result = LatencyResult{100, 0xFFFFFFFFFFFFFFFFULL, 1};
-    l.sampleCount = 1000000;
-    return l;
-}
-
-// Every member filled, although infoType selects only one of them.
-inline AppRegisterInfo MakeAppRegisterInfo(int seed) {
-    AppRegisterInfo a;
-    a.isPub = true;
-    a.infoType = AppRegisterInfoType::LATENCY;
-    a.eventInfo = MakeEventRegister(seed);
-    a.methodInfo = MakeMethodRegister(seed);
-    a.fieldInfo.appName = Text("field app", seed);
-    a.fieldInfo.fieldType = "FieldType";
-    a.fieldInfo.drivers = {{DriverType::DDS, "/field/dds"}, {DriverType::SOMEIP, "/field/someip"}};
-    a.fieldInfo.instanceId = 9;
-    a.fieldInfo.isRegister = true;
-    a.fieldInfo.pid = 31337;
-    a.nodeInfo = MakeNodeRegister(seed);
-    a.latencyInfo = MakeLatencyAppInfo(seed);
-    a.listenerResult[ListenerType::kLatencyTimeout] = ListenerParams{"guid-0001", 10, 20};
-    a.listenerResult[static_cast<ListenerType>(7)] = ListenerParams{"guid-0007", 70, 80};
-    return a;
 }
 
 // The benchmark's realistic registration: one event on both drivers, E2E, 5 properties.
@@ -261,25 +167,63 @@ inline LatencyQueryInfo MakeLatencyQueryInfo(int seed) {
     return LatencyQueryInfo{static_cast<std::uint16_t>(500 + seed), MakeLatencyIndex(seed)};
 }
 
-inline EventInfoWithPubSub MakeEventWithPubSub(int seed) {
-    EventInfoWithPubSub e;
-    e.registerInfo = MakeEventRegister(seed);
-    e.subApps = {"sub-a", "sub-b", ""};
-    e.pubApp = "pub";
-    e.isOnline = true;
-    return e;
-}
+// Gives every field of a record a value of its own, so that a field lost, moved or misread on
+// the wire changes the record: integers with every byte set (negative where signed), strings
+// longer than a short-string buffer. Vectors and maps hold a filled element and a default one;
+// map keys do not depend on the seed, so that two seeds give records of the same shape.
+class Filler {
+public:
+    explicit Filler(int seed) : next_(static_cast<std::uint32_t>(seed) * 1000U + 1U) {}
 
-inline NodeInfo MakeNodeInfo(int seed) {
-    NodeInfo n;
-    n.nodeName = Text("node", seed);
-    n.serviceInstances = {"/svc/1", "/svc/2"};
-    n.pubEvents = {"PoseEvent"};
-    n.subEvents = {"SpeedEvent", "PathEvent"};
-    n.methods = {"PlanRoute"};
-    n.fields = {"Mode"};
-    n.pid = 555;
-    return n;
+    template <typename T>
+    void operator()(T& field) {
+        Fill(field);
+    }
+
+    template <typename T>
+    void Fill(T& value) {
+        using lumo::serialize::detail::IsMap;
+        using lumo::serialize::detail::IsVector;
+        const std::uint32_t n = next_++;
+        if constexpr (std::is_same_v<T, bool>) {
+            value = true;
+        } else if constexpr (std::is_enum_v<T>) {
+            value = static_cast<T>(1 + n % 2);
+        } else if constexpr (std::is_integral_v<T>) {
+            value = static_cast<T>((n * 0x9E3779B97F4A7C15ULL) | 1U);
+        } else if constexpr (std::is_same_v<T, String>) {
+            value = "value of field number " + std::to_string(n);
+        } else if constexpr (IsVector<T>::value) {
+            value.resize(2);
+            Fill(value[0]);
+        } else if constexpr (IsMap<T>::value) {
+            for (int i = 0; i < 2; ++i) {
+                typename T::key_type key{};
+                if constexpr (std::is_same_v<typename T::key_type, String>) {
+                    key = i == 0 ? "" : "key of a map";
+                } else {
+                    key = static_cast<typename T::key_type>(i);
+                }
+                if (i == 0) {
+                    Fill(value[key]);
+                } else {
+                    value[key] = {};
+                }
+            }
+        } else {
+            value.enumerate(*this);
+        }
+    }
+
+private:
+    std::uint32_t next_;
+};
+
+template <typename T>
+T Filled(int seed) {
+    T value{};
+    Filler(seed).Fill(value);
+    return value;
 }
 
 }  // namespace wardend::test

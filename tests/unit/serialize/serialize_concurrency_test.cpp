@@ -21,7 +21,7 @@ using lumo::serialize::SerializeConfig;
 TEST(SerializeConcurrencyTest, ThreadsReadAndWriteWithOneSharedNodeTree) {
     const auto node = BuildRootNode<AppRegisterInfo>(
         NodeStyle{0, ByteOrder::kLittleEndian, true, true, 4, 4, false});
-    const AppRegisterInfo value = MakeAppRegisterInfo(2);
+    const auto value = Filled<AppRegisterInfo>(2);
     lumo::serialize::someip::Serializer<AppRegisterInfo> writer(value, SerializeConfig{}, node, 0,
                                                                 true);
     std::vector<unsigned char> stream(writer.GetSize());
@@ -30,6 +30,7 @@ TEST(SerializeConcurrencyTest, ThreadsReadAndWriteWithOneSharedNodeTree) {
 
     std::atomic<int> mismatches{0};
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([&] {
             for (int i = 0; i < 50; ++i) {

@@ -7,6 +7,8 @@
 #include <vector>
 
 #include "platform/log/log.h"
+#include "platform/serialize/serialize_config.h"
+#include "records/wardend_records.h"
 #include "tests/support/memory_log.h"
 
 namespace wardend::test {
@@ -23,6 +25,34 @@ inline Bytes Cat(std::initializer_list<Bytes> parts) {
 
 inline Bytes Chars(const std::string& text) {
     return Bytes(text.begin(), text.end());
+}
+
+// What a serializer writes into a buffer of the size it asks for, filled with 0xCC beforehand so
+// that padding it skips shows; empty when its size pass refuses.
+template <typename Writer>
+Bytes Written(Writer&& writer) {
+    const std::uint64_t size = writer.GetSize();
+    if (size > lumo::serialize::kSizeMax) {
+        return {};
+    }
+    Bytes out(size, 0xCC);
+    writer.Serialize(out.data());
+    return out;
+}
+
+// Small records for known answers written out by hand.
+inline vesk::wardend::LatencyIndex SmallIndex() {
+    return {{vesk::wardend::DriverType::SOMEIP}, 0x1234, 1, "ab", 0x8002};
+}
+
+inline vesk::wardend::FieldRegisterInfo SmallField() {
+    vesk::wardend::FieldRegisterInfo field;
+    field.appName = "a";
+    field.drivers = {{vesk::wardend::DriverType::DDS, "x"}};
+    field.instanceId = 9;
+    field.isRegister = true;
+    field.pid = -2;
+    return field;
 }
 
 class SerializeLogTest : public MemoryLogTest {

@@ -83,9 +83,7 @@ protected:
     // A node record; with an E2E entry it is the E2E kind, which leaves the node table alone.
     static AppRegisterInfo NodeRegistration(const String& name, bool isRegister,
                                             const EventE2EInfo* e2e = nullptr) {
-        AppRegisterInfo info = App(AppRegisterInfoType::NODE);
-        info.nodeInfo.nodeName = name;
-        info.nodeInfo.pid = getpid();
+        AppRegisterInfo info = NodeApp(name, getpid());
         info.nodeInfo.registerState.isRegister = isRegister;
         if (e2e != nullptr) {
             info.nodeInfo.infoKind = kNodeInfoKindNode + 1;

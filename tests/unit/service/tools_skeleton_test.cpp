@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include "registry/event_latency_manage.h"
 #include "tests/unit/service/service_fixture.h"
 
 namespace wardend::test {
@@ -76,32 +75,6 @@ TEST_F(ToolsSkeletonTest, SubNodeQueryLogsOnlyOnTheEventBranch) {
     ClearLog();
     (void)tools_->QuerySubNodeEventInfo(index).get();
     EXPECT_FALSE(Logged(LogLevel::kInfo, "Wardend query sub event info finished"));
-}
-
-TEST_F(ToolsSkeletonTest, SwitchLatencyModeSendsOnTheApplicationEvent) {
-    std::vector<LatencySwitch> sent;
-    app_->OfferAppService();
-    // What the event does on the wire is the whole-stack tests' concern; here only that the
-    // switch is handed to the application service's sender.
-    EventLatencyManage::GetInstance().SetLatencySwitchSender(
-        [&sent](const std::shared_ptr<WardendAppSkeleton>&, const LatencySwitch& sample) {
-            sent.push_back(sample);
-            return true;
-        });
-    LatencySwitch latencySwitch;
-    latencySwitch.mode = LatencyMode::kOn;
-    latencySwitch.index.drivers = {DriverType::SOMEIP};
-    latencySwitch.index.serviceId = 0x5300;
-    latencySwitch.index.instanceId = 1;
-    latencySwitch.index.eventId = 0x8002;
-    // Nobody registered the event: the switch is still sent and answered with 0.
-    EXPECT_EQ(tools_->SwitchLatencyMode(latencySwitch).get().result, 0);
-    ASSERT_EQ(sent.size(), 1U);
-    EXPECT_EQ(sent[0], latencySwitch);
-
-    const auto status = tools_->QueryLatencyStatus(latencySwitch.index).get();
-    EXPECT_TRUE(status.subStatus.empty());
-    app_->StopOfferAppService();
 }
 
 }  // namespace

@@ -8,7 +8,9 @@
 #include "binding/skeleton/vcc_methods.h"
 #include "platform/error/e2e_error_domain.h"
 #include "records/service_outputs.h"
+#include "tests/support/gate.h"
 #include "tests/support/memory_log.h"
+#include "tests/unit/serialize/serialize_test_support.h"
 #include "tests/unit/skeleton/fake_driver.h"
 
 namespace {
@@ -23,32 +25,6 @@ using namespace std::chrono_literals;
 constexpr std::uint32_t kMethodId = 32777;
 constexpr auto kSomeip = static_cast<std::uint8_t>(SerializeType::kSomeip);
 constexpr auto kDds = static_cast<std::uint8_t>(SerializeType::kDds);
-
-// A one-shot gate that a test opens.
-class Gate {
-public:
-    void Open() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        open_ = true;
-        changed_.notify_all();
-    }
-    void Enter() {
-        std::unique_lock<std::mutex> lock(mutex_);
-        ++entered_;
-        changed_.notify_all();
-        changed_.wait(lock, [this] { return open_; });
-    }
-    bool WaitEntered(int count) {
-        std::unique_lock<std::mutex> lock(mutex_);
-        return changed_.wait_for(lock, 10s, [&] { return entered_ >= count; });
-    }
-
-private:
-    std::mutex mutex_;  // guards open_ and entered_
-    std::condition_variable changed_;
-    bool open_{false};
-    int entered_{0};
-};
 
 // The user side: answers the length of its argument, or as the test asks.
 class LengthService {
@@ -77,21 +53,11 @@ public:
 
     std::atomic<Mode> mode{Mode::kReady};
     std::atomic<int> calls{0};
-    Gate gate;
+    wardend::test::Gate gate;
 };
 
 std::vector<unsigned char> SomeipString(const ara::core::String& text) {
-    lumo::serialize::someip::Serializer<ara::core::String> writer(text, {});
-    std::vector<unsigned char> bytes(writer.GetSize());
-    writer.Serialize(bytes.data());
-    return bytes;
-}
-
-std::vector<unsigned char> DdsString(const ara::core::String& text) {
-    lumo::serialize::dds::Serializer<ara::core::String> writer(text, {});
-    std::vector<unsigned char> bytes(writer.GetSize());
-    writer.Serialize(bytes.data());
-    return bytes;
+    return wardend::test::Written(lumo::serialize::someip::Serializer<ara::core::String>(text, {}));
 }
 
 class MethodSkeletonTest : public wardend::test::MemoryLogTest {
@@ -129,6 +95,13 @@ protected:
         }
         handler_ = driver_->Method(kMethodId);
         ASSERT_NE(handler_, nullptr);
+    }
+
+    // Waits until every task queued so far on the method pool has run.
+    void DrainPool() {
+        std::promise<void> drained;
+        ASSERT_TRUE(vcc_->GetMethodPool()->Enqueue([&drained] { drained.set_value(); }, 0));
+        drained.get_future().wait();
     }
 
     static std::uint16_t ResultOf(const wardend::test::FakeMethodHandler::Reply& reply,
@@ -170,7 +143,10 @@ TEST_F(MethodSkeletonTest, ValueRepliesInBothWireFamiliesAndTheLoanGoesBack) {
     // One after the other: both replies are two bytes, so their order tells them apart.
     (void)handler_->Deliver(SomeipString("abcd"), kSomeip);
     ASSERT_TRUE(handler_->WaitForReplies(1));
-    (void)handler_->Deliver(DdsString("abcdefg"), kDds);
+    const ara::core::String seven = "abcdefg";
+    (void)handler_->Deliver(
+        wardend::test::Written(lumo::serialize::dds::Serializer<ara::core::String>(seven, {})),
+        kDds);
     ASSERT_TRUE(handler_->WaitForReplies(2));
     const auto replies = handler_->Replies();
     EXPECT_FALSE(replies[0].isError);
@@ -231,10 +207,7 @@ TEST_F(MethodSkeletonTest, UserFailuresSendNoReply) {
         service_->mode = c.mode;
         const int before = service_->calls;
         (void)handler_->Deliver(SomeipString("x"), kSomeip);
-        auto pool = vcc_->GetMethodPool();
-        std::promise<void> drained;
-        ASSERT_TRUE(pool->Enqueue([&drained] { drained.set_value(); }, 0));
-        drained.get_future().wait();
+        DrainPool();
         EXPECT_EQ(service_->calls, before + 1);
         if (!c.warning.empty()) {
             EXPECT_TRUE(Logged(LogLevel::kWarn, c.warning));
@@ -264,10 +237,7 @@ TEST_F(MethodSkeletonTest, AMalformedParameterGetsNetworkBindingFailure) {
 TEST_F(MethodSkeletonTest, ARequestBeforeTheUserMethodIsRegisteredIsDropped) {
     Build(1, 8, false);
     (void)handler_->Deliver(SomeipString("x"), kSomeip);
-    auto pool = vcc_->GetMethodPool();
-    std::promise<void> drained;
-    ASSERT_TRUE(pool->Enqueue([&drained] { drained.set_value(); }, 0));
-    drained.get_future().wait();
+    DrainPool();
     EXPECT_TRUE(Logged(LogLevel::kWarn, "[MethodSkeleton][Method was not registerd]"));
     EXPECT_TRUE(handler_->Replies().empty());
     EXPECT_EQ(handler_->OpenLoans(), 0U);

@@ -7,10 +7,8 @@
 #include <cstdlib>
 #include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <map>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -82,12 +80,6 @@ protected:
         return names;
     }
 
-    static std::string ReadAll(const std::string& path) {
-        std::ifstream in(path, std::ios::binary);
-        std::ostringstream content;
-        content << in.rdbuf();
-        return content.str();
-    }
     static ListenerMap Listener(const std::string& guid, std::uint32_t writerPid,
                                 std::uint32_t readerPid) {
         return {{vesk::wardend::ListenerType::kLatencyTimeout,

@@ -13,6 +13,7 @@ namespace {
 
 using wardend::test::kWallText;
 using wardend::test::LogLevel;
+using wardend::test::ReadFile;
 using wardend::test::SnapshotTest;
 
 constexpr int kThreads = 6;
@@ -44,7 +45,7 @@ TEST_F(SnapshotTest, ConcurrentTriggersWriteWholeSnapshots) {
     ASSERT_EQ(failures.load(), 0);
 
     const std::string snapshot = std::string("#snapshot time: ") + kWallText + "\n";
-    std::istringstream file(ReadAll(SnapshotPath(0)));
+    std::istringstream file(ReadFile(SnapshotPath(0)));
     std::string line;
     ASSERT_TRUE(std::getline(file, line));
     EXPECT_EQ(line, "#WRDNSNAPSHOT V100");
@@ -62,7 +63,9 @@ TEST_F(SnapshotTest, ConcurrentTriggersWriteWholeSnapshots) {
         const std::string prefix = "#guid:thread";
         ASSERT_EQ(block[4].compare(0, prefix.size(), prefix), 0) << block[4];
         const std::string id = block[4].substr(prefix.size(), 1);
-        EXPECT_EQ(block[4], prefix + id + "_writerPid:" + id + "_readerPid:" + id);
+        std::string expected = prefix;
+        expected.append(id).append("_writerPid:").append(id).append("_readerPid:").append(id);
+        EXPECT_EQ(block[4], expected);
         ++recorded;
     }
     const std::size_t dropped =

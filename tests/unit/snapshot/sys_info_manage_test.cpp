@@ -18,6 +18,7 @@ using vesk::wardend::ListenerParams;
 using vesk::wardend::ListenerType;
 using wardend::test::kWallText;
 using wardend::test::LogLevel;
+using wardend::test::ReadFile;
 using wardend::test::SnapshotTest;
 
 const std::string kVersion = "#WRDNSNAPSHOT V100\n";
@@ -71,7 +72,7 @@ INSTANTIATE_TEST_SUITE_P(
 TEST_F(SnapshotTest, TheFirstTriggerMakesTheFileWithVersionAndTimeLinesAndCloseAddsNothing) {
     ConfigureOn(false, false, false, false);
     EXPECT_EQ(Trigger(), 0);
-    EXPECT_EQ(ReadAll(SnapshotPath(0)), kVersion + kTimeLine);
+    EXPECT_EQ(ReadFile(SnapshotPath(0)), kVersion + kTimeLine);
     EXPECT_EQ(sut_->FileName(), SnapshotPath(0));
     EXPECT_TRUE(sut_->HasOpenFile());
     EXPECT_TRUE(Logged(
@@ -81,13 +82,13 @@ TEST_F(SnapshotTest, TheFirstTriggerMakesTheFileWithVersionAndTimeLinesAndCloseA
     sut_->CloseSnapshotFile();
     sut_->CloseSnapshotFile();
     EXPECT_FALSE(sut_->HasOpenFile());
-    EXPECT_EQ(ReadAll(SnapshotPath(0)), kVersion + kTimeLine);
+    EXPECT_EQ(ReadFile(SnapshotPath(0)), kVersion + kTimeLine);
 }
 
 TEST_F(SnapshotTest, ATriggerWithinTenSecondsChangesNothingAndTheTenthSecondPasses) {
     ConfigureOn(false, true, false, false);
     ASSERT_EQ(Trigger(Listener("first", 1, 2)), 0);
-    const std::string afterFirst = ReadAll(SnapshotPath(0));
+    const std::string afterFirst = ReadFile(SnapshotPath(0));
 
     Advance(5000);
     EXPECT_EQ(Trigger(Listener("second", 3, 4)), 0);
@@ -96,13 +97,13 @@ TEST_F(SnapshotTest, ATriggerWithinTenSecondsChangesNothingAndTheTenthSecondPass
     EXPECT_EQ(
         LogCount(LogLevel::kVerbose, "[SysInfoManage][The time difference is within ten seconds]"),
         2U);
-    EXPECT_EQ(ReadAll(SnapshotPath(0)), afterFirst);
+    EXPECT_EQ(ReadFile(SnapshotPath(0)), afterFirst);
     EXPECT_EQ(sut_->ListenerResult().at(ListenerType::kLatencyTimeout).guid, "first");
 
     Advance(1);  // exactly ten seconds after the first
     EXPECT_EQ(Trigger(Listener("fourth", 7, 8)), 0);
     EXPECT_EQ(
-        ReadAll(SnapshotPath(0)),
+        ReadFile(SnapshotPath(0)),
         afterFirst + kTimeLine + "------vesktlog------\n#guid:fourth_writerPid:7_readerPid:8\n");
 }
 
@@ -115,17 +116,17 @@ TEST_F(SnapshotTest, AHostWithoutProcPerfGetsThreeEmptySectionsAndEveryOtherSect
     EXPECT_EQ(Trigger(Listener("guid-7", 11, 22)), 0);
 
     const std::string stat = "------/proc/stat------\ncpu  1 2 3\nintr 9\n";
-    EXPECT_EQ(ReadAll(SnapshotPath(0)), kVersion + kTimeLine +
-                                            "------/proc/perf/sched_log------\n"
-                                            "------/proc/perf/sched_table------\n"
-                                            "------/proc/perf/sched_stacks------\n"
-                                            "------/proc/net/dev------\n"
-                                            "Inter-|   Receive\n lo: 100 2\n" +
-                                            stat + stat +
-                                            "------vesktlog------\n"
-                                            "#guid:guid-7_writerPid:11_readerPid:22\n"
-                                            "t1 publish 100\n"
-                                            "t2 receive 250\n");
+    EXPECT_EQ(ReadFile(SnapshotPath(0)), kVersion + kTimeLine +
+                                             "------/proc/perf/sched_log------\n"
+                                             "------/proc/perf/sched_table------\n"
+                                             "------/proc/perf/sched_stacks------\n"
+                                             "------/proc/net/dev------\n"
+                                             "Inter-|   Receive\n lo: 100 2\n" +
+                                             stat + stat +
+                                             "------vesktlog------\n"
+                                             "#guid:guid-7_writerPid:11_readerPid:22\n"
+                                             "t1 publish 100\n"
+                                             "t2 receive 250\n");
     for (const char* path :
          {"/proc/perf/sched_log", "/proc/perf/sched_table", "/proc/perf/sched_stacks"}) {
         EXPECT_TRUE(
@@ -146,17 +147,17 @@ TEST_F(SnapshotTest, TheTlogSectionReadsOnlyKeyZeroAndKeepsAGuidOnOneLine) {
     EXPECT_EQ(Trigger({{static_cast<ListenerType>(1), ListenerParams{"other", 1, 2}}}), 0);
     Advance(10000);
     EXPECT_EQ(Trigger(Listener("a\nb", 4294967295U, 0)), 0);
-    EXPECT_EQ(ReadAll(SnapshotPath(0)), kVersion + kTimeLine + "------vesktlog------\n" +
-                                            kTimeLine +
-                                            "------vesktlog------\n"
-                                            "#guid:a?b_writerPid:4294967295_readerPid:0\n");
+    EXPECT_EQ(ReadFile(SnapshotPath(0)), kVersion + kTimeLine + "------vesktlog------\n" +
+                                             kTimeLine +
+                                             "------vesktlog------\n"
+                                             "#guid:a?b_writerPid:4294967295_readerPid:0\n");
 }
 
 TEST_F(SnapshotTest, AnExistingFileIsNeverOverwritten) {
     dir_.WriteFile("out/snapshot_" + std::string(kWallText) + "_0.log", "kept\n");
     ConfigureOn(false, false, false, false);
     EXPECT_EQ(Trigger(), -1);
-    EXPECT_EQ(ReadAll(SnapshotPath(0)), "kept\n");
+    EXPECT_EQ(ReadFile(SnapshotPath(0)), "kept\n");
     EXPECT_FALSE(sut_->HasOpenFile());
     EXPECT_TRUE(
         Logged(LogLevel::kWarn,
@@ -192,11 +193,11 @@ TEST_P(SnapshotBoundaryTest, AFileIsFinishedOnlyPastTwoMebibytes) {
     ConfigureOn(false, false, false, true);
     ASSERT_EQ(Trigger(), 0);
 
-    const std::string first = ReadAll(SnapshotPath(0));
+    const std::string first = ReadFile(SnapshotPath(0));
     if (GetParam().finished) {
         EXPECT_EQ(first.size(), GetParam().fileSize + 5);
         EXPECT_EQ(first.substr(first.size() - 10), "xxxx\n#END\n");
-        EXPECT_EQ(ReadAll(SnapshotPath(1)), kVersion);
+        EXPECT_EQ(ReadFile(SnapshotPath(1)), kVersion);
         EXPECT_TRUE(Logged(
             LogLevel::kInfo,
             "[SysInfoManage][SysInfoManager close log file][fileName=" + SnapshotPath(0) + "]"));
@@ -245,7 +246,7 @@ TEST_F(SnapshotTest, NineFinishedFilesAreKeptAndAHandDeletedOneIsReported) {
     EXPECT_EQ(closed.front(), SnapshotPath(2));
     EXPECT_EQ(closed.back(), SnapshotPath(10));
     EXPECT_EQ(SnapshotFiles().size(), 10U);  // 2 to 10 finished, 11 open
-    EXPECT_EQ(ReadAll(SnapshotPath(11)), kVersion);
+    EXPECT_EQ(ReadFile(SnapshotPath(11)), kVersion);
 }
 
 // Lowers the file size limit of the process, as a full disk would, for the test's duration.
@@ -278,7 +279,7 @@ TEST_F(SnapshotTest, OnAFullDiskEverySectionFailsOnItsOwnAndTheSnapshotStillCoun
         const FileSizeLimit full(kVersion.size() + kTimeLine.size());
         EXPECT_EQ(Trigger(Listener("g", 1, 2)), 0);
     }
-    EXPECT_EQ(ReadAll(SnapshotPath(0)), kVersion + kTimeLine);
+    EXPECT_EQ(ReadFile(SnapshotPath(0)), kVersion + kTimeLine);
     for (const char* path : {"/proc/perf/sched_log", "/proc/perf/sched_table",
                              "/proc/perf/sched_stacks", "/proc/net/dev", "/proc/stat"}) {
         EXPECT_TRUE(

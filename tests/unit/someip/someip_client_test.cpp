@@ -7,10 +7,10 @@
 
 #include <atomic>
 #include <fstream>
-#include <future>
 #include <thread>
 
 #include "tests/support/memory_log.h"
+#include "tests/support/method_calls.h"
 #include "tests/support/wait.h"
 #include "tests/unit/someip/someip_test_server.h"
 
@@ -19,30 +19,7 @@ namespace {
 
 using lumo::driver::someip::SomeipDriver;
 using lumo::vcc::driver::CallStatus;
-using lumo::vcc::driver::MethodReply;
 using namespace std::chrono_literals;
-
-struct Reply {
-    CallStatus status{CallStatus::kTimeout};
-    bool isErrorReply{false};
-    Bytes payload;
-    std::string reason;
-};
-
-Reply CallAndWait(lumo::vcc::driver::MethodClient& client, const Bytes& payload,
-                  std::chrono::milliseconds timeout = 2s) {
-    std::promise<Reply> promise;
-    auto future = promise.get_future();
-    client.Call(payload.data(), payload.size(), timeout, [&promise](const MethodReply& reply) {
-        promise.set_value({reply.status, reply.isErrorReply,
-                           Bytes(reply.payload, reply.payload + reply.size), reply.reason});
-    });
-    return future.get();
-}
-
-Bytes Text(const std::string& text) {
-    return Bytes(text.begin(), text.end());
-}
 
 // Collects samples; waits for them with a timeout.
 class Samples {
@@ -105,10 +82,10 @@ TEST_F(SomeipClientTest, CallsOverTcpAndUdpWithSessionsCountingFromOne) {
     auto udp = MethodClient(kMethod, true);
     ASSERT_TRUE(tcp->WaitForService(5s));
     for (auto* client : {tcp.get(), udp.get(), tcp.get()}) {
-        const Reply reply = CallAndWait(*client, {1, 2, 3, 4});
+        const auto reply = CallAndWait(*client, "abcd", 2s).value();
         EXPECT_EQ(reply.status, CallStatus::kOk) << reply.reason;
         EXPECT_FALSE(reply.isErrorReply);
-        EXPECT_EQ(reply.payload, Text("ok4"));
+        EXPECT_EQ(reply.payload, "ok:abcd");
     }
     const auto seen = server_->Requests();
     ASSERT_EQ(seen.size(), 3U);
@@ -122,24 +99,25 @@ TEST_F(SomeipClientTest, CallsOverTcpAndUdpWithSessionsCountingFromOne) {
 TEST_F(SomeipClientTest, ReplyKindsReachTheHandler) {
     auto client = MethodClient();
     auto unknown = MethodClient(0x0055);
-    Reply error = CallAndWait(*client, {'E'});
+    const auto error = CallAndWait(*client, "E", 2s).value();
     EXPECT_EQ(error.status, CallStatus::kOk);
     EXPECT_TRUE(error.isErrorReply);
-    EXPECT_EQ(error.payload, ErrorReplyPayload());
+    EXPECT_EQ(error.payload, "ok:E");
 
-    Reply refused = CallAndWait(*unknown, {});
+    const auto refused = CallAndWait(*unknown, "", 2s).value();
     EXPECT_EQ(refused.status, CallStatus::kRefused);
     EXPECT_EQ(refused.reason, "E_UNKNOWN_METHOD");
+    EXPECT_EQ(CallAndWait(*client, "N", 100ms).value().status, CallStatus::kTimeout);
 
-    Reply timeout = CallAndWait(*client, {'N'}, 100ms);
-    EXPECT_EQ(timeout.status, CallStatus::kTimeout);
-
+    // A reply above the datagram size becomes an error without payload.
     auto udp = MethodClient(kMethod, true);
-    Reply tooLarge = CallAndWait(*udp, BigReplyRequest(3000));
+    const auto tooLarge = CallAndWait(*udp, Answerer::BigReplyRequest(3000), 2s).value();
     EXPECT_EQ(tooLarge.status, CallStatus::kRefused);
     EXPECT_EQ(tooLarge.reason, "E_NOT_OK");
+    EXPECT_TRUE(tooLarge.payload.empty());
+    EXPECT_TRUE(WaitContaining("UDP reply too large")) << LogDump();
 
-    Reply big = CallAndWait(*udp, Bytes(2000, 1));
+    const auto big = CallAndWait(*udp, std::string(2000, 'x'), 2s).value();
     EXPECT_EQ(big.status, CallStatus::kRefused);
     EXPECT_NE(big.reason.find("exceeds the maximum of 1400"), std::string::npos) << big.reason;
 }
@@ -151,25 +129,20 @@ TEST_F(SomeipClientTest, RepliesAreBoundedByTheReplySizeNotTheRequestSize) {
     info.someip.maxReplySize = 3U << 20U;
     auto client = client_->CreateMethodClient(info);
     ASSERT_TRUE(client->WaitForService(5s));
-    const Reply big = CallAndWait(*client, BigReplyRequest(2U << 20U), 10s);
+    const auto big = CallAndWait(*client, Answerer::BigReplyRequest(2U << 20U), 10s).value();
     EXPECT_EQ(big.status, CallStatus::kOk) << big.reason;
     EXPECT_EQ(big.payload.size(), 2U << 20U);
 
-    const Reply tooBig = CallAndWait(*client, BigReplyRequest(4U << 20U), 10s);
-    EXPECT_NE(tooBig.status, CallStatus::kOk);
-    EXPECT_TRUE(WaitUntil([this] {
-        const auto records = sink_->Records();
-        return std::any_of(records.begin(), records.end(), [](const auto& record) {
-            return record.text.find("message too large") != std::string::npos;
-        });
-    })) << LogDump();
+    EXPECT_NE(CallAndWait(*client, Answerer::BigReplyRequest(4U << 20U), 10s).value().status,
+              CallStatus::kOk);
+    EXPECT_TRUE(WaitContaining("message too large")) << LogDump();
 }
 
 TEST_F(SomeipClientTest, AServiceNobodyOffersIsNotReachable) {
     auto info = MethodOn(0x7777, 1, 0, server_->sdPort);
     auto client = client_->CreateMethodClient(info);
     EXPECT_FALSE(client->WaitForService(100ms));
-    const Reply reply = CallAndWait(*client, {}, 150ms);
+    const auto reply = CallAndWait(*client, "", 150ms).value();
     EXPECT_EQ(reply.status, CallStatus::kNotReachable);
     EXPECT_FALSE(reply.reason.empty());
     EXPECT_FALSE(client->CallNoReturn(nullptr, 0));
@@ -207,7 +180,8 @@ TEST_F(SomeipClientTest, CallNoReturnReachesTheServerWithoutAnswer) {
     const Bytes payload = {'x'};
     ASSERT_TRUE(client->CallNoReturn(payload.data(), payload.size()));
     ASSERT_TRUE(server_->WaitRequests(1));
-    EXPECT_EQ(CallAndWait(*client, {}).status, CallStatus::kOk);  // the stream is still in step
+    EXPECT_EQ(CallAndWait(*client, "", 2s).value().status,
+              CallStatus::kOk);  // the stream is in step
 }
 
 TEST_F(SomeipClientTest, SubscribersOverTcpAndUdpGetEventsUntilTheyUnsubscribe) {
@@ -256,7 +230,7 @@ TEST_F(SomeipClientTest, AfterTheServerRestartsCallsAndSubscriptionsComeBackByTh
     client->SetServiceFoundHandler([&found] { ++found; });
     Samples samples;
     ASSERT_TRUE(events->Subscribe(samples.Handler()));
-    ASSERT_EQ(CallAndWait(*client, {}).status, CallStatus::kOk);
+    ASSERT_EQ(CallAndWait(*client, "", 2s).value().status, CallStatus::kOk);
     ASSERT_TRUE(WaitUntil([&] { return events->IsSubscribed(); }));
     EXPECT_EQ(found.load(), 1);
 
@@ -267,8 +241,8 @@ TEST_F(SomeipClientTest, AfterTheServerRestartsCallsAndSubscriptionsComeBackByTh
     server_ = std::make_unique<TestServer>(QuickOptions(), port, sdPort);
     ASSERT_NE(server_->method, nullptr);
 
-    EXPECT_TRUE(
-        WaitUntil([&] { return CallAndWait(*client, {}, 200ms).status == CallStatus::kOk; }));
+    EXPECT_TRUE(WaitUntil(
+        [&] { return CallAndWait(*client, "", 200ms).value().status == CallStatus::kOk; }));
     ASSERT_TRUE(WaitUntil([&] { return events->IsSubscribed(); }));
     ASSERT_TRUE(server_->SendEvent({3}));
     EXPECT_TRUE(samples.WaitFor({3}));
@@ -280,18 +254,14 @@ TEST_F(SomeipClientTest, AfterTheServerRestartsCallsAndSubscriptionsComeBackByTh
 TEST_F(SomeipClientTest, PendingCallsEndWhenTheConnectionCloses) {
     auto client = MethodClient();
     ASSERT_TRUE(client->WaitForService(5s));
-    std::promise<Reply> promise;
-    auto future = promise.get_future();
-    const Bytes silent = {'N'};
-    client->Call(silent.data(), silent.size(), 10s, [&promise](const MethodReply& reply) {
-        promise.set_value({reply.status, false, {}, reply.reason});
-    });
+    const ReplyCatcher catcher;
+    client->Call(reinterpret_cast<const unsigned char*>("N"), 1, 10s, catcher.Handler());
     ASSERT_TRUE(server_->WaitRequests(1));
     server_.reset();
-    ASSERT_EQ(future.wait_for(5s), std::future_status::ready);
-    const Reply reply = future.get();
-    EXPECT_EQ(reply.status, CallStatus::kNotReachable);
-    EXPECT_NE(reply.reason.find("connection to 127.0.0.1:"), std::string::npos) << reply.reason;
+    const auto reply = catcher.Wait(5s);
+    ASSERT_TRUE(reply);
+    EXPECT_EQ(reply->status, CallStatus::kNotReachable);
+    EXPECT_NE(reply->reason.find("connection to 127.0.0.1:"), std::string::npos) << reply->reason;
 }
 
 }  // namespace

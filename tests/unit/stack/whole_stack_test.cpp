@@ -80,13 +80,7 @@ TEST_F(WholeStackTest, EveryRegistrationIsAnsweredAndEveryQuerySeesIt) {
     const std::string method = "/Stack/Plan" + std::to_string(service_);
     EventShape shape(node, type, self_, service_);
 
-    EXPECT_EQ(Register(AppRegisterInfoType::NODE,
-                       [&](AppRegisterInfo& i) {
-                           i.nodeInfo.pid = self_;
-                           i.nodeInfo.nodeName = node;
-                           i.nodeInfo.registerState.isRegister = true;
-                       }),
-              0);
+    EXPECT_EQ(Answer(app_.RegisterAppInfo(NodeApp(node, self_))).result, 0);
     EXPECT_EQ(Register(AppRegisterInfoType::EVENT,
                        [&](AppRegisterInfo& i) { i.eventInfo = Event(shape, false, true); }),
               0);
@@ -179,15 +173,17 @@ TEST_F(WholeStackTest, TrafficControlRefusesPastTheCountOfAWindow) {
     // QueryNodeInfo lets 500 calls through in each second. The calls are all sent before any
     // answer is awaited, so that even a slow build sends them within one window.
     std::vector<ara::core::Future<vesk::wardend::QueryNodeInfoOutput>> calls;
+    calls.reserve(600);
     for (int i = 0; i < 600; ++i) {
         calls.push_back(tools_.QueryNodeInfo("/None"));
     }
     int refused = 0;
     for (auto& call : calls) {
         auto result = call.GetResult();
-        refused += !result.HasValue() &&
-                   result.Error().Value() ==
-                       static_cast<int>(lumo::vcc::api::types::ComErrc::kMaxSamplesExceeded);
+        refused += static_cast<int>(
+            !result.HasValue() &&
+            result.Error().Value() ==
+                static_cast<int>(lumo::vcc::api::types::ComErrc::kMaxSamplesExceeded));
     }
     EXPECT_GE(refused, 100);
 }
@@ -199,12 +195,7 @@ TEST_F(WholeStackTest, TheDaemonFoundHandlerRegistersAtOnceAndAgainAfterARestart
     VESKWardendAppServiceProxy app(kInProcess);
     // The handler waits for the answer of its own call, as an application's would.
     ASSERT_TRUE(app.SetDaemonFoundHandler([&] {
-        AppRegisterInfo info;
-        info.infoType = AppRegisterInfoType::NODE;
-        info.nodeInfo.nodeName = "foundNode";
-        info.nodeInfo.pid = self_;
-        info.nodeInfo.registerState.isRegister = true;
-        auto answer = app.RegisterAppInfo(info).GetResult();
+        auto answer = app.RegisterAppInfo(NodeApp("foundNode", self_)).GetResult();
         std::lock_guard<std::mutex> lock(mutex);
         results.push_back(answer.HasValue() ? answer.Value().result : 0xFFFF);
         changed.notify_all();

@@ -1,4 +1,4 @@
-#include "tests/support/dds_calls.h"
+#include "tests/support/method_calls.h"
 
 namespace wardend::test {
 

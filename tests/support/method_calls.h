@@ -1,5 +1,5 @@
-#ifndef TESTS_SUPPORT_DDS_CALLS_H
-#define TESTS_SUPPORT_DDS_CALLS_H
+#ifndef TESTS_SUPPORT_METHOD_CALLS_H
+#define TESTS_SUPPORT_METHOD_CALLS_H
 
 #include <chrono>
 #include <condition_variable>
