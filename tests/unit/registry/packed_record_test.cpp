@@ -1,0 +1,117 @@
+// Packed records come back field for field; damaged bytes are refused, never read past.
+
+#include "registry/packed_record.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <string>
+
+#include "records/wardend_records.h"
+#include "tests/unit/serialize/sample_records.h"
+
+namespace wardend::test {
+namespace {
+
+template <typename T>
+std::string Pack(const T& value) {
+    vesk::wardend::RecordPacker packer;
+    packer.Put(value);
+    return packer.Take();
+}
+
+template <typename T>
+bool Unpack(std::string_view bytes, T& value) {
+    vesk::wardend::RecordUnpacker unpacker(bytes);
+    unpacker.Get(value);
+    return unpacker.Ok() && unpacker.AtEnd();
+}
+
+template <typename T>
+class PackedRecordTest : public ::testing::Test {};
+
+using Records = ::testing::Types<EventRegisterInfo, EventInfoWithPubSub, MethodRegisterInfo,
+                                 AppRegisterInfo, NodeInfo>;
+TYPED_TEST_SUITE(PackedRecordTest, Records);
+
+template <typename T>
+T Sample();
+template <>
+EventRegisterInfo Sample() {
+    return MakeEventRegister(1);
+}
+template <>
+EventInfoWithPubSub Sample() {
+    return MakeEventWithPubSub(2);
+}
+template <>
+MethodRegisterInfo Sample() {
+    return MakeMethodRegister(3);
+}
+template <>
+AppRegisterInfo Sample() {
+    return MakeAppRegisterInfo(4);
+}
+template <>
+NodeInfo Sample() {
+    return MakeNodeInfo(5);
+}
+
+TYPED_TEST(PackedRecordTest, EveryFieldComesBack) {
+    const TypeParam sample = Sample<TypeParam>();
+    TypeParam read;
+    ASSERT_TRUE(Unpack(Pack(sample), read));
+    EXPECT_EQ(read, sample);
+}
+
+TYPED_TEST(PackedRecordTest, ADefaultRecordIsOneByteAndComesBack) {
+    const std::string bytes = Pack(TypeParam{});
+    EXPECT_EQ(bytes.size(), 1U);
+    TypeParam read = Sample<TypeParam>();
+    ASSERT_TRUE(Unpack(bytes, read));
+    EXPECT_EQ(read, TypeParam{});
+}
+
+TYPED_TEST(PackedRecordTest, EveryShorterPrefixIsRefused) {
+    const std::string bytes = Pack(Sample<TypeParam>());
+    for (std::size_t size = 0; size < bytes.size(); ++size) {
+        TypeParam read;
+        EXPECT_FALSE(Unpack(std::string_view(bytes).substr(0, size), read)) << size;
+    }
+}
+
+TEST(PackedRecordLimitsTest, NumbersAtTheEndsOfTheirRanges) {
+    for (const std::int32_t pid : {std::numeric_limits<std::int32_t>::min(), -1, 0, 1,
+                                   std::numeric_limits<std::int32_t>::max()}) {
+        LatencyAppInfo info;
+        info.sampleCount = std::numeric_limits<std::uint64_t>::max();
+        info.result.minimum = 0x80;
+        NodeRegisterInfo node;
+        node.pid = pid;
+        LatencyAppInfo readInfo;
+        NodeRegisterInfo readNode;
+        ASSERT_TRUE(Unpack(Pack(info), readInfo));
+        ASSERT_TRUE(Unpack(Pack(node), readNode));
+        EXPECT_EQ(readInfo, info);
+        EXPECT_EQ(readNode, node) << pid;
+    }
+}
+
+TEST(PackedRecordLimitsTest, AValueBeyondItsFieldOrALengthBeyondTheBytesIsRefused) {
+    // A uint16 field (ServiceIdentifier's width) given 0x10000: 0x80 0x80 0x04.
+    std::uint16_t narrow = 0;
+    EXPECT_FALSE(Unpack(std::string("\x80\x80\x04", 3), narrow));
+    // A string that claims 100 bytes where 2 follow.
+    String text;
+    EXPECT_FALSE(Unpack(std::string("\x64"
+                                    "ab",
+                                    3),
+                        text));
+    // A number that never ends.
+    std::uint64_t wide = 0;
+    EXPECT_FALSE(Unpack(std::string(11, '\xFF'), wide));
+}
+
+}  // namespace
+}  // namespace wardend::test
