@@ -74,7 +74,8 @@ public:
         } else if constexpr (std::is_integral_v<T> || std::is_enum_v<T>) {
             PutNumber(ToUnsigned(value));
         } else if constexpr (IsRecord<T>::value) {
-            const bool isDefault = value == T{};
+            static const T kDefault{};
+            const bool isDefault = value == kDefault;
             bytes_.push_back(static_cast<char>(isDefault ? 0 : 1));
             if (!isDefault) {
                 value.enumerate(*this);
@@ -126,8 +127,10 @@ private:
     std::string bytes_;
 };
 
-// Reads values back in the order they were put. Every read checks the bytes that remain and
-// the range of the value; after a failure, Ok() is false and further reads do nothing.
+// Reads values back in the order they were put, into values as their default constructor made
+// them (a container is appended to, a record at its default left alone), since a query unpacks
+// into fresh records. Every read checks the bytes that remain and the range of the value; after
+// a failure, Ok() is false and further reads do nothing.
 class RecordUnpacker {
 public:
     explicit RecordUnpacker(std::string_view bytes) : bytes_(bytes) {}
@@ -151,13 +154,12 @@ public:
         } else if constexpr (std::is_integral_v<T> || std::is_enum_v<T>) {
             value = FromUnsigned<T>(GetNumber());
         } else if constexpr (IsRecord<T>::value) {
-            value = T{};
+            // A record at its default stays as the caller made it.
             if (GetByte() == 1) {
                 value.enumerate(*this);
             }
         } else if constexpr (IsVector<T>::value) {
             const std::uint64_t count = GetCount();
-            value.clear();
             value.reserve(static_cast<std::size_t>(count));
             for (std::uint64_t i = 0; ok_ && i < count; ++i) {
                 value.emplace_back();
@@ -166,7 +168,6 @@ public:
         } else {
             static_assert(IsMap<T>::value, "a record field of a type the unpacker does not know");
             const std::uint64_t count = GetCount();
-            value.clear();
             for (std::uint64_t i = 0; ok_ && i < count; ++i) {
                 typename T::key_type key{};
                 typename T::mapped_type mapped{};
