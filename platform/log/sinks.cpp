@@ -26,7 +26,6 @@ struct DltLibrary {
 
 template <typename Function>
 void Resolve(void* handle, const char* name, Function& function) {
-    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-reinterpret-cast): dlsym gives functions so
     function = reinterpret_cast<Function>(::dlsym(handle, name));
 }
 

@@ -80,7 +80,7 @@ std::shared_ptr<Driver> LoadDdsDriver(const String& cycloneConfig) {
                 << "[DriverModule][Load failed][DDS]" << why;
             return nullptr;
         }
-        make = reinterpret_cast<WardendMakeDdsDriverFn>(symbol);  // NOLINT: dlsym's result
+        make = reinterpret_cast<WardendMakeDdsDriverFn>(symbol);
     }
     std::shared_ptr<Driver> driver;
     make(cycloneConfig.c_str(), &driver);

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <limits>
 #include <string>
+#include <type_traits>
 
 #include "records/wardend_records.h"
 #include "tests/unit/serialize/sample_records.h"
@@ -33,7 +34,24 @@ class PackedRecordTest : public ::testing::Test {};
 
 using Records = ::testing::Types<EventRegisterInfo, EventInfoWithPubSub, MethodRegisterInfo,
                                  AppRegisterInfo, NodeInfo>;
-TYPED_TEST_SUITE(PackedRecordTest, Records);
+// Names the typed cases after their record.
+struct RecordName {
+    template <typename T>
+    static std::string GetName(int /*index*/) {
+        if constexpr (std::is_same_v<T, EventRegisterInfo>) {
+            return "EventRegisterInfo";
+        } else if constexpr (std::is_same_v<T, EventInfoWithPubSub>) {
+            return "EventInfoWithPubSub";
+        } else if constexpr (std::is_same_v<T, MethodRegisterInfo>) {
+            return "MethodRegisterInfo";
+        } else if constexpr (std::is_same_v<T, AppRegisterInfo>) {
+            return "AppRegisterInfo";
+        } else {
+            return "NodeInfo";
+        }
+    }
+};
+TYPED_TEST_SUITE(PackedRecordTest, Records, RecordName);
 
 template <typename T>
 T Sample();
