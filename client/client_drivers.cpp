@@ -2,9 +2,9 @@
 
 #include <mutex>
 
-#include "platform/driver/dds/dds_driver.h"
 #include "platform/driver/proloc/proloc_driver.h"
 #include "platform/driver/someip/someip_driver.h"
+#include "platform/vcc/driver/driver_module.h"
 #include "platform/vcc/service_config.h"
 
 namespace vesk::wardend::proxy {
@@ -24,8 +24,8 @@ std::shared_ptr<lumo::vcc::driver::Driver> AcquireDriver(lumo::vcc::driver::Driv
             ara::core::String error;
             const auto config =
                 lumo::vcc::ServiceConfig::Load(error).value_or(lumo::vcc::ServiceConfig{});
-            driver = std::make_shared<lumo::driver::dds::DdsDriver>(
-                lumo::driver::dds::DdsDriverConfig{config.ddsCycloneConfig});
+            // A module: a process that does not call over DDS never maps Cyclone DDS.
+            driver = lumo::vcc::driver::LoadDdsDriver(config.ddsCycloneConfig);
             break;
         }
         case lumo::vcc::driver::DriverType::kSomeip:

@@ -5,7 +5,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <iostream>
 
 #include "catalogue/user_msg_dir.h"
 #include "records/wardend_log.h"
@@ -28,15 +27,20 @@ const char* const kLongUsage[] = {
     "    -p,   set an additional .msg files path                 ",
 };
 
+// Standard output through stdio: std::cout would build the C++ locale for a few lines.
 void PrintLines(const char* const* lines, std::size_t count) {
     for (std::size_t i = 0; i < count; ++i) {
-        std::cout << lines[i] << std::endl;
+        std::printf("%s\n", lines[i]);
     }
+    std::fflush(stdout);
 }
 
 // Writes a failure that a person must read.
 void PrintError(const String& text) {
-    std::cout << "[ERROR]: " << text << std::endl;
+    std::fputs("[ERROR]: ", stdout);
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    std::fputc('\n', stdout);
+    std::fflush(stdout);
 }
 
 bool IsAllowedPathByte(unsigned char byte) {

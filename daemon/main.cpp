@@ -1,4 +1,4 @@
-#include <iostream>
+#include <cstdio>
 
 #include "daemon/command_line.h"
 #include "daemon/run_server.h"
@@ -22,7 +22,8 @@ int main(int argc, char* argv[]) {
     Log::InitLog("", "WRDN", "");
     WardendLog() = Log::GetLog("WRDN");
     if (!WardendLog()->IsValid()) {
-        std::cout << "[ERROR]: Log init failed!" << std::endl;
+        std::printf("[ERROR]: Log init failed!\n");
+        std::fflush(stdout);
     }
 
     LogInfo() << "Wardend start to check process.";

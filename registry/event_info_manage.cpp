@@ -25,12 +25,6 @@ SomeipEventKey MakeKey(const SomeipEventKey& /*tag*/, const EventInfo& entry) {
     return SomeipEventKey{entry.someip.serviceId, entry.someip.instanceId, entry.someip.eventId, 0};
 }
 
-// The record's own entry; a stored record holds exactly one.
-std::uint16_t RecordInstance(const EventRecord& record, DriverType driver) {
-    const auto& map = record.info.registerInfo.eventMap_;
-    return map.empty() ? 0 : InstanceOf(map.begin()->second, driver);
-}
-
 // The registration reduced to the entry of one driver, with an empty short name generated
 // (except for the exempt DDS service).
 EventRegisterInfo OwnCopy(const EventRegisterInfo& info, DriverType driver) {
@@ -61,10 +55,100 @@ String GetInstanceShortName(const EventRegisterInfo& info, DriverType driver) {
                              InstanceOf(entry, driver));
 }
 
+// Replaces the record's registration by `own`, a registration of the record's driver.
+void StoreRegistration(StoredEvent& record, const EventRegisterInfo& own) {
+    EventRegisterInfo rest = own;
+    RecordPacker packer;
+    packer.Put(rest.eventType);
+    packer.Put(rest.appName);
+    rest.eventType.clear();
+    rest.appName.clear();
+    rest.pid = 0;
+    packer.Put(rest);
+    record.registration = PackedBytes(packer.Take());
+    record.pid = own.pid;
+    record.shortName = EventShortName::kRegistered;
+}
+
+// The first two strings of the packed registration, read in place.
+std::string_view PackedString(const StoredEvent& record, bool second) {
+    std::string_view bytes = record.registration.View();
+    for (int skip = second ? 1 : 0;; --skip) {
+        std::uint64_t size = 0;
+        std::size_t at = 0;
+        for (unsigned shift = 0; at < bytes.size(); shift += 7U) {
+            const auto byte = static_cast<std::uint8_t>(bytes[at++]);
+            size |= static_cast<std::uint64_t>(byte & 0x7FU) << shift;
+            if ((byte & 0x80U) == 0) {
+                break;
+            }
+        }
+        const std::string_view text = bytes.substr(at, static_cast<std::size_t>(size));
+        if (skip == 0) {
+            return text;
+        }
+        bytes.remove_prefix(std::min(bytes.size(), at + text.size()));
+    }
+}
+
+std::string_view EventTypeOf(const StoredEvent& record) {
+    return PackedString(record, false);
+}
+
+// The publisher's name, empty when the record has none.
+std::string_view PubAppOf(const StoredEvent& record) {
+    return record.hasPub ? PackedString(record, true) : std::string_view();
+}
+
+// The record's registration as it was stored, with its short name as the publisher's state
+// left it.
+EventRegisterInfo RegistrationOf(const StoredEvent& record, DriverType driver) {
+    EventRegisterInfo info;
+    RecordUnpacker unpacker(record.registration.View());
+    unpacker.Get(info.eventType);
+    unpacker.Get(info.appName);
+    String eventType = std::move(info.eventType);
+    String appName = std::move(info.appName);
+    unpacker.Get(info);
+    info.eventType = std::move(eventType);
+    info.appName = std::move(appName);
+    info.pid = record.pid;
+    const auto it = info.eventMap_.find(driver);
+    if (it == info.eventMap_.end() || record.shortName == EventShortName::kRegistered) {
+        return info;
+    }
+    EventInfo& entry = it->second;
+    if (record.shortName == EventShortName::kCleared) {
+        ShortName(entry, driver).clear();
+        return info;
+    }
+    ShortName(entry, driver) =
+        (record.shortName == EventShortName::kUnknownPub ? "/UnknownPubEvent_"
+                                                         : "/OfflinePubEvent_") +
+        Decimal(ServiceOf(entry, driver)) + "_" + Decimal(InstanceOf(entry, driver)) +
+        (IsDds(driver) ? "_DDS" : "_SOMEIP");
+    return info;
+}
+
+// What queries hand out of a record.
+EventInfoWithPubSub InfoOf(const StoredEvent& record, DriverType driver) {
+    EventInfoWithPubSub info;
+    info.registerInfo = RegistrationOf(record, driver);
+    if (record.subscribers != nullptr) {
+        info.subApps = record.subscribers->subApps;
+    }
+    if (record.hasPub) {
+        info.pubApp = info.registerInfo.appName;
+    }
+    info.isOnline = record.isOnline;
+    return info;
+}
+
 // The publisher-side short name of a record.
-void GetServiceInstanceInfo(std::set<String>& instances, const EventRecord& record,
+void GetServiceInstanceInfo(std::set<String>& instances, const StoredEvent& record,
                             DriverType driver) {
-    const auto& map = record.info.registerInfo.eventMap_;
+    const EventRegisterInfo registration = RegistrationOf(record, driver);
+    const auto& map = registration.eventMap_;
     if (map.empty()) {
         LogWarn() << "Something is wrong. GetServiceInstanceInfo eventMap_ is null!";
         return;
@@ -75,35 +159,44 @@ void GetServiceInstanceInfo(std::set<String>& instances, const EventRecord& reco
 }
 
 // The record's own short name from the state of its publisher.
-void UpdateInstanceShortName(EventRecord& record, DriverType driver) {
+void UpdateInstanceShortName(StoredEvent& record, DriverType driver, std::uint16_t serviceId) {
     LogInfo() << "Wardend register event instanceid unexisted UpdateInstanceShortName";
     if (driver != DriverType::DDS && driver != DriverType::SOMEIP) {
         return;
     }
-    auto& map = record.info.registerInfo.eventMap_;
-    const auto it = map.find(driver);
-    if (it == map.end()) {
-        return;
-    }
-    EventInfo& entry = it->second;
-    const std::uint16_t serviceId = ServiceOf(entry, driver);
     if (IsDds(driver) && serviceId == kExemptDdsService) {
-        entry.dds.instanceShortName.clear();
-        return;
-    }
-    const String suffix = "_" + Decimal(serviceId) + "_" + Decimal(InstanceOf(entry, driver)) +
-                          (IsDds(driver) ? "_DDS" : "_SOMEIP");
-    if (record.info.pubApp.empty()) {
-        ShortName(entry, driver) = "/UnknownPubEvent" + suffix;
-    } else if (!record.info.isOnline) {
-        ShortName(entry, driver) = "/OfflinePubEvent" + suffix;
+        record.shortName = EventShortName::kCleared;
+    } else if (PubAppOf(record).empty()) {
+        record.shortName = EventShortName::kUnknownPub;
+    } else if (!record.isOnline) {
+        record.shortName = EventShortName::kOfflinePub;
     }
 }
 
-void StoreSubscriber(EventRecord& record, const EventRegisterInfo& own, DriverType driver) {
-    record.subInstanceShortNames[own.appName] = GetInstanceShortName(own, driver);
-    record.subEventTypes[own.appName] = own.eventType;
-    record.subPids[own.appName] = own.pid;
+void StoreSubscriber(StoredEvent& record, const EventRegisterInfo& own, DriverType driver) {
+    EventSubscriber& subscriber = record.subscribers->byName[own.appName];
+    subscriber.instanceShortName = GetInstanceShortName(own, driver);
+    subscriber.eventType = own.eventType;
+    subscriber.pid = own.pid;
+}
+
+// A table as the records it stands for, with the three subscriber maps.
+template <typename Key>
+std::map<Key, EventRecord> Expand(const std::map<Key, StoredEvent>& map, DriverType driver) {
+    std::map<Key, EventRecord> records;
+    for (const auto& [key, stored] : map) {
+        EventRecord& record = records[key];
+        record.info = InfoOf(stored, driver);
+        if (stored.subscribers == nullptr) {
+            continue;
+        }
+        for (const auto& [name, subscriber] : stored.subscribers->byName) {
+            record.subInstanceShortNames[name] = subscriber.instanceShortName;
+            record.subEventTypes[name] = subscriber.eventType;
+            record.subPids[name] = subscriber.pid;
+        }
+    }
+    return records;
 }
 
 void UpdateSubscriberE2E(const EventRegisterInfo& info, DriverType driver) {
@@ -169,22 +262,24 @@ bool EventInfoManage::RegisterExistingLocked(Map& map, const typename Map::key_t
                                              DriverType driver) {
     LogVerbose() << "Wardend register event existed";
     const EventRegisterInfo own = OwnCopy(info, driver);
-    EventRecord& record = map.at(key);
+    StoredEvent& record = map.at(key);
     if (isPub) {
-        if (record.info.pubApp == own.appName) {
-            record.info.isOnline = true;
+        if (PubAppOf(record) == own.appName) {
             LogInfo() << "Wardend register pub app " << own.appName
                       << "repeated, cover old eventregisterinfo.";
         } else {
             // A second publisher silently takes the record over.
-            record.info.pubApp = own.appName;
-            record.info.isOnline = true;
             LogInfo() << "Wardend pub app " << own.appName << " update";
         }
-        record.info.registerInfo = own;
+        record.hasPub = true;
+        record.isOnline = true;
+        StoreRegistration(record, own);
         return true;
     }
-    auto& subApps = record.info.subApps;
+    if (record.subscribers == nullptr) {
+        record.subscribers = std::make_unique<EventSubscribers>();
+    }
+    auto& subApps = record.subscribers->subApps;
     if (std::count(subApps.begin(), subApps.end(), own.appName) != 0) {
         // The maps are refreshed all the same.
         StoreSubscriber(record, own, driver);
@@ -203,21 +298,23 @@ bool EventInfoManage::RegisterNewLocked(Map& map, const typename Map::key_type& 
                                         const EventRegisterInfo& info, bool isPub,
                                         DriverType driver) {
     LogVerbose() << "Wardend register event unexisted";
-    EventRecord record;
-    record.info.registerInfo = OwnCopy(info, driver);
+    StoredEvent record;
+    const EventRegisterInfo own = OwnCopy(info, driver);
+    StoreRegistration(record, own);
     const String& appName = info.appName;
     // The driver words of these two lines stand crossed.
     const char* const crossed = IsDds(driver) ? "Wardend SOMEIP " : "Wardend DDS ";
     if (isPub) {
-        record.info.pubApp = appName;
-        record.info.isOnline = true;
+        record.hasPub = true;
+        record.isOnline = true;
         LogInfo() << crossed << "pub app " << appName << " is registered, online";
     } else {
-        record.info.subApps.push_back(appName);
-        StoreSubscriber(record, record.info.registerInfo, driver);
+        record.subscribers = std::make_unique<EventSubscribers>();
+        record.subscribers->subApps.push_back(appName);
+        StoreSubscriber(record, own, driver);
         LogInfo() << crossed << "sub app " << appName << " is registered, online";
-        record.info.isOnline = false;
-        UpdateInstanceShortName(record, driver);
+        record.isOnline = false;
+        UpdateInstanceShortName(record, driver, key.serviceId);
         UpdateSubscriberE2E(info, driver);
     }
     if (map.emplace(key, std::move(record)).second) {
@@ -308,16 +405,16 @@ bool EventInfoManage::UnregisterPubLocked(Map& map, const typename Map::key_type
                                           const String& appName, DriverType driver) {
     LogVerbose() << (IsDds(driver) ? "Wardend unregister event app is pub"
                                    : "Wardend unregister SOMEIP event app is pub");
-    EventRecord& record = map.at(key);
-    if (record.info.pubApp != appName) {
+    StoredEvent& record = map.at(key);
+    if (PubAppOf(record) != appName) {
         LogWarn() << "Wardend unregister event pub app is not found.";
         return false;
     }
     // The record stays, offline, with its publisher's name.
-    record.info.isOnline = false;
-    UpdateInstanceShortName(record, driver);
-    LogInfo() << "Event type " << record.info.registerInfo.eventType << " InstanceId "
-              << RecordInstance(record, driver) << " the pub app " << appName << " is offline.";
+    record.isOnline = false;
+    UpdateInstanceShortName(record, driver, key.serviceId);
+    LogInfo() << "Event type " << EventTypeOf(record) << " InstanceId " << key.instanceId
+              << " the pub app " << appName << " is offline.";
     return true;
 }
 
@@ -327,8 +424,11 @@ bool EventInfoManage::UnregisterSubLocked(Map& map, const typename Map::key_type
     const char* const word = IsDds(driver) ? "DDS" : "SOMEIP";
     LogVerbose() << "Wardend unregister " << word << " event app is sub";
     const auto recordIt = map.find(key);
-    EventRecord& record = recordIt->second;
-    auto& subApps = record.info.subApps;
+    StoredEvent& record = recordIt->second;
+    if (record.subscribers == nullptr) {
+        record.subscribers = std::make_unique<EventSubscribers>();
+    }
+    auto& subApps = record.subscribers->subApps;
     const auto it = std::find(subApps.begin(), subApps.end(), appName);
     if (it == subApps.end()) {
         LogWarn() << "Wardend unregister " << word << " event sub app is not found.[sub=" << appName
@@ -336,12 +436,10 @@ bool EventInfoManage::UnregisterSubLocked(Map& map, const typename Map::key_type
         return false;
     }
     subApps.erase(it);
-    record.subInstanceShortNames.erase(appName);
-    record.subEventTypes.erase(appName);
-    record.subPids.erase(appName);
+    record.subscribers->byName.erase(appName);
     LogInfo() << "Wardend unregister " << word << " event sub app is removed.[sub=" << appName
               << "]";
-    if (record.info.pubApp.empty() && subApps.empty()) {
+    if (PubAppOf(record).empty() && subApps.empty()) {
         map.erase(recordIt);
         LogInfo() << "Wardend event sub apps are null and " << appName
                   << " is removed successfully.";
@@ -349,34 +447,39 @@ bool EventInfoManage::UnregisterSubLocked(Map& map, const typename Map::key_type
     return true;
 }
 
-bool EventInfoManage::CheckEventAliveLocked(EventRecord& record, DriverType driver,
-                                            ProcessLiveness& liveness) {
+bool EventInfoManage::CheckEventAliveLocked(StoredEvent& record, DriverType driver,
+                                            std::uint16_t serviceId, ProcessLiveness& liveness) {
     bool alive = false;
-    if (!record.info.pubApp.empty() && record.info.isOnline) {
-        if (liveness.IsAlive(record.info.registerInfo.pid)) {
+    const std::string_view pubApp = PubAppOf(record);
+    if (!pubApp.empty() && record.isOnline) {
+        if (liveness.IsAlive(record.pid)) {
             alive = true;
         } else {
-            record.info.isOnline = false;
-            UpdateInstanceShortName(record, driver);
+            record.isOnline = false;
+            UpdateInstanceShortName(record, driver, serviceId);
             LogInfo() << (IsDds(driver) ? "DDS pub is offline" : "SOMEIP pub is offline");
         }
     }
     RemoveDeadSubsLocked(record, alive, driver, liveness);
-    if (!record.info.pubApp.empty()) {
+    if (!pubApp.empty()) {
         // A record that once had a publisher passes, however dead that publisher is.
-        LogInfo() << "Not no pub event.[pub=" << record.info.pubApp << "]";
+        LogInfo() << "Not no pub event.[pub=" << pubApp << "]";
         return true;
     }
     return alive;
 }
 
-void EventInfoManage::RemoveDeadSubsLocked(EventRecord& record, bool& alive, DriverType driver,
+void EventInfoManage::RemoveDeadSubsLocked(StoredEvent& record, bool& alive, DriverType driver,
                                            ProcessLiveness& liveness) {
-    auto& subApps = record.info.subApps;
+    if (record.subscribers == nullptr) {
+        return;
+    }
+    auto& subApps = record.subscribers->subApps;
+    const auto& byName = record.subscribers->byName;
     std::size_t index = 0;
     while (index < subApps.size()) {
-        const auto pid = record.subPids.find(subApps[index]);
-        if (liveness.IsAlive(pid == record.subPids.end() ? 0 : pid->second)) {
+        const auto subscriber = byName.find(subApps[index]);
+        if (liveness.IsAlive(subscriber == byName.end() ? 0 : subscriber->second.pid)) {
             alive = true;
             ++index;
             continue;
@@ -393,13 +496,13 @@ void EventInfoManage::QueryMapLocked(Map& map, const String& eventType, bool all
                                      std::vector<EventInfoWithPubSub>& result) {
     const char* const word = IsDds(driver) ? "DDS" : "SOMEIP";
     for (auto& [key, record] : map) {
-        if (!all && record.info.registerInfo.eventType != eventType) {
+        if (!all && EventTypeOf(record) != eventType) {
             continue;
         }
-        if (CheckEventAliveLocked(record, driver, liveness)) {
-            result.push_back(record.info);
-            LogVerbose() << word << " Event type is " << record.info.registerInfo.eventType
-                         << " InstanceID is " << RecordInstance(record, driver);
+        if (CheckEventAliveLocked(record, driver, key.serviceId, liveness)) {
+            result.push_back(InfoOf(record, driver));
+            LogVerbose() << word << " Event type is " << EventTypeOf(record) << " InstanceID is "
+                         << key.instanceId;
         } else {
             LogWarn() << word << " eventinfo is gone";
         }
@@ -431,24 +534,25 @@ EventInfoWithPubSub EventInfoManage::QuerySubEventInfo(const QuerySubEventInfoIn
     EventInfoWithPubSub result;
     // Answers only for a record without an online publisher whose event type differs from the
     // index's.
-    const auto matches = [&index](EventRecord& record, DriverType driver) {
+    const auto matches = [&index](StoredEvent& record, DriverType driver, std::uint16_t serviceId) {
         ProcessLiveness liveness;
-        return CheckEventAliveLocked(record, driver, liveness) && !record.info.isOnline &&
-               record.info.registerInfo.eventType != index.eventType;
+        return CheckEventAliveLocked(record, driver, serviceId, liveness) && !record.isOnline &&
+               EventTypeOf(record) != index.eventType;
     };
     if (index.driver != DriverType::DDS) {
         const auto it = someipEventMap_.find(
             SomeipEventKey{index.serviceId, index.instanceId, index.eventId, 0});
-        if (it != someipEventMap_.end() && matches(it->second, DriverType::SOMEIP)) {
-            result = it->second.info;
+        if (it != someipEventMap_.end() &&
+            matches(it->second, DriverType::SOMEIP, it->first.serviceId)) {
+            result = InfoOf(it->second, DriverType::SOMEIP);
             LogVerbose() << "Wardend query sub eventinfo SOMEIP find";
         }
         return result;
     }
     const auto it =
         ddsEventMap_.find(DDSEventKey{index.serviceId, index.instanceId, index.topicName, 0});
-    if (it != ddsEventMap_.end() && matches(it->second, DriverType::DDS)) {
-        result = it->second.info;
+    if (it != ddsEventMap_.end() && matches(it->second, DriverType::DDS, it->first.serviceId)) {
+        result = InfoOf(it->second, DriverType::DDS);
         LogVerbose() << "Wardend query sub eventinfo DDS find";
     }
     return result;
@@ -456,17 +560,18 @@ EventInfoWithPubSub EventInfoManage::QuerySubEventInfo(const QuerySubEventInfoIn
 
 bool EventInfoManage::QueryEventInfoByType(const String& eventType, EventInfoWithPubSub& out) {
     const std::lock_guard<std::mutex> lock(eventLock_);
-    const auto findIn = [&eventType, &out](const auto& map) {
+    const auto findIn = [&eventType, &out](const auto& map, DriverType driver) {
         for (const auto& [key, record] : map) {
-            if (record.info.registerInfo.eventType == eventType &&
-                (!record.info.subApps.empty() || record.info.isOnline)) {
-                out = record.info;
+            const bool hasSubs =
+                record.subscribers != nullptr && !record.subscribers->subApps.empty();
+            if (EventTypeOf(record) == eventType && (hasSubs || record.isOnline)) {
+                out = InfoOf(record, driver);
                 return true;
             }
         }
         return false;
     };
-    return findIn(ddsEventMap_) || findIn(someipEventMap_);
+    return findIn(ddsEventMap_, DriverType::DDS) || findIn(someipEventMap_, DriverType::SOMEIP);
 }
 
 std::vector<EventInfoWithPubSub> EventInfoManage::QueryDDSEventInfo(const DDSEventKey& key) {
@@ -475,7 +580,7 @@ std::vector<EventInfoWithPubSub> EventInfoManage::QueryDDSEventInfo(const DDSEve
     if (it == ddsEventMap_.end()) {
         return {};
     }
-    return {it->second.info};
+    return {InfoOf(it->second, DriverType::DDS)};
 }
 
 std::vector<EventInfoWithPubSub> EventInfoManage::QuerySomeipEventInfo(const SomeipEventKey& key) {
@@ -484,7 +589,7 @@ std::vector<EventInfoWithPubSub> EventInfoManage::QuerySomeipEventInfo(const Som
     if (it == someipEventMap_.end()) {
         return {};
     }
-    return {it->second.info};
+    return {InfoOf(it->second, DriverType::SOMEIP)};
 }
 
 template <typename Map>
@@ -493,25 +598,27 @@ void EventInfoManage::GetNodeEventInfoLocked(const Map& map, const String& nodeN
                                              std::set<String>& pubTypes, std::set<String>& subTypes,
                                              DriverType driver) {
     for (const auto& [key, record] : map) {
-        if (record.info.isOnline && record.info.pubApp == nodeName &&
-            record.info.registerInfo.pid == pid) {
-            pubTypes.insert(record.info.registerInfo.eventType);
+        if (record.isOnline && PubAppOf(record) == nodeName && record.pid == pid) {
+            pubTypes.emplace(EventTypeOf(record));
             GetServiceInstanceInfo(instances, record, driver);
         }
-        const auto& subApps = record.info.subApps;
+        if (record.subscribers == nullptr) {
+            continue;
+        }
+        const auto& subApps = record.subscribers->subApps;
         if (std::find(subApps.begin(), subApps.end(), nodeName) == subApps.end()) {
             continue;
         }
         // The pid test keeps an old registration of the name from showing for a new process.
-        const auto subPid = record.subPids.find(nodeName);
-        if ((subPid == record.subPids.end() ? 0 : subPid->second) != pid) {
+        const auto& byName = record.subscribers->byName;
+        const auto found = byName.find(nodeName);
+        const EventSubscriber subscriber =
+            found == byName.end() ? EventSubscriber{} : found->second;
+        if (subscriber.pid != pid) {
             continue;
         }
-        const auto type = record.subEventTypes.find(nodeName);
-        const auto shortName = record.subInstanceShortNames.find(nodeName);
-        subTypes.insert(type == record.subEventTypes.end() ? String() : type->second);
-        instances.insert(shortName == record.subInstanceShortNames.end() ? String()
-                                                                         : shortName->second);
+        subTypes.insert(subscriber.eventType);
+        instances.insert(subscriber.instanceShortName);
     }
 }
 
@@ -541,12 +648,12 @@ void EventInfoManage::GetNodeEventInfo(const String& nodeName, NodeInfo& node,
 
 std::map<DDSEventKey, EventRecord> EventInfoManage::DdsEvents() const {
     const std::lock_guard<std::mutex> lock(eventLock_);
-    return ddsEventMap_;
+    return Expand(ddsEventMap_, DriverType::DDS);
 }
 
 std::map<SomeipEventKey, EventRecord> EventInfoManage::SomeipEvents() const {
     const std::lock_guard<std::mutex> lock(eventLock_);
-    return someipEventMap_;
+    return Expand(someipEventMap_, DriverType::SOMEIP);
 }
 
 }  // namespace vesk::wardend

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <set>
 #include <tuple>
@@ -13,6 +14,7 @@
 
 #include "records/wardend_records.h"
 #include "registry/node_info_manage.h"
+#include "registry/packed_record.h"
 
 namespace vesk::wardend {
 
@@ -45,8 +47,8 @@ struct SomeipEventKey {
     }
 };
 
-// A stored event on one driver. Queries hand out only `info`; the three maps, keyed by
-// subscriber name, stay inside the registry.
+// A stored event on one driver as the tables' copies show it. Queries hand out only `info`; the
+// three maps, keyed by subscriber name, stay inside the registry.
 struct EventRecord {
     EventInfoWithPubSub info;
     std::map<String, String> subInstanceShortNames;
@@ -57,6 +59,43 @@ struct EventRecord {
         return info == other.info && subInstanceShortNames == other.subInstanceShortNames &&
                subEventTypes == other.subEventTypes && subPids == other.subPids;
     }
+};
+
+// What a subscriber registered on a record.
+struct EventSubscriber {
+    String instanceShortName;
+    String eventType;
+    std::int32_t pid{};
+};
+
+// The subscribers of a record: subApps in order, and what each registered, by name. A name
+// that a query dropped from subApps because its process died stays in byName until the
+// application unregisters.
+struct EventSubscribers {
+    std::vector<String> subApps;
+    std::map<String, EventSubscriber> byName;
+};
+
+// The record's own short name, as the state of its publisher last set it.
+enum class EventShortName : std::uint8_t {
+    kRegistered,  // the registration's, or the generated one
+    kUnknownPub,  // "/UnknownPubEvent_..."
+    kOfflinePub,  // "/OfflinePubEvent_..."
+    kCleared,     // empty (the exempt DDS service)
+};
+
+// A record as the registry keeps it: ten thousand events are common, and the record types are
+// large and mostly defaults, so the registration is packed and the rest is a few bytes. The
+// publisher is the registration's application when there is one, since a publisher's
+// registration always replaces the registration.
+struct StoredEvent {
+    // eventType, appName, then the EventRegisterInfo without them and without pid.
+    PackedBytes registration;
+    std::int32_t pid{};
+    bool hasPub{};
+    bool isOnline{};
+    EventShortName shortName{EventShortName::kRegistered};
+    std::unique_ptr<EventSubscribers> subscribers;  // null until the first subscriber
 };
 
 using EventRegisterHandler = std::function<void(const EventAllDriverIndex&)>;
@@ -115,9 +154,9 @@ private:
     template <typename Map>
     bool UnregisterSubLocked(Map& map, const typename Map::key_type& key, const String& appName,
                              DriverType driver);
-    static bool CheckEventAliveLocked(EventRecord& record, DriverType driver,
-                                      ProcessLiveness& liveness);
-    static void RemoveDeadSubsLocked(EventRecord& record, bool& alive, DriverType driver,
+    static bool CheckEventAliveLocked(StoredEvent& record, DriverType driver,
+                                      std::uint16_t serviceId, ProcessLiveness& liveness);
+    static void RemoveDeadSubsLocked(StoredEvent& record, bool& alive, DriverType driver,
                                      ProcessLiveness& liveness);
     template <typename Map>
     void QueryMapLocked(Map& map, const String& eventType, bool all, DriverType driver,
@@ -132,8 +171,8 @@ private:
 
     mutable std::mutex eventLock_;  // guards ddsEventMap_, someipEventMap_ and every record
     std::mutex handlerLock_;        // guards ddsHandlerMap_ and someipHandlerMap_
-    std::map<DDSEventKey, EventRecord> ddsEventMap_;
-    std::map<SomeipEventKey, EventRecord> someipEventMap_;
+    std::map<DDSEventKey, StoredEvent> ddsEventMap_;
+    std::map<SomeipEventKey, StoredEvent> someipEventMap_;
     std::map<DDSEventKey, EventRegisterHandler> ddsHandlerMap_;
     std::map<SomeipEventKey, EventRegisterHandler> someipHandlerMap_;
 };

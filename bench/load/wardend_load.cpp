@@ -2,8 +2,15 @@
 // bounded time, next to the same number of raw TCP clients against an epoll echo server that
 // answers with the same message sizes, in one run. Then 100 applications register 10,000 events,
 // a tool times QueryEventInfo("ALL") over them, and the registrations are timed again while a
-// tool loops on that query. The daemon's threads, descriptors and RSS are read from /proc at
-// each step. A churn mode starts short-lived applications and kills them.
+// tool loops on that query. The daemon's threads, descriptors, RSS and PSS are read from /proc
+// at each step. A churn mode starts short-lived applications and kills them.
+//
+// Memory: "idle" is the daemon just started, with nothing registered. The applications first
+// connect and register their nodes, then their events; the RSS growth over the second step,
+// divided by the events, is the memory of one registered event. The figures are of the
+// process the tool started; build it in release, and keep other daemons and loads off the
+// machine while it runs (--config with other ports keeps it clear of programs on the default
+// ones). /proc/<pid>/smaps tells, mapping by mapping, where an idle figure goes.
 //
 //   build/release/bench/load/wardend_load --daemon build/release/daemon/wardend --clients 8
 //   build/release/bench/load/wardend_load --daemon ... --churn 1000 --batch 20
@@ -439,6 +446,7 @@ struct DaemonState {
     long threads{0};
     long fds{0};
     long rssKb{0};
+    long pssKb{0};  // shared pages counted by the share of each process that maps them
 };
 
 DaemonState ReadState(pid_t pid) {
@@ -452,6 +460,12 @@ DaemonState ReadState(pid_t pid) {
             state.rssKb = std::strtol(line.c_str() + 6, nullptr, 10);
         }
     }
+    std::ifstream rollup("/proc/" + std::to_string(pid) + "/smaps_rollup");
+    while (std::getline(rollup, line)) {
+        if (line.rfind("Pss:", 0) == 0) {
+            state.pssKb = std::strtol(line.c_str() + 4, nullptr, 10);
+        }
+    }
     if (DIR* dir = ::opendir(("/proc/" + std::to_string(pid) + "/fd").c_str())) {
         while (const dirent* entry = ::readdir(dir)) {
             state.fds += entry->d_name[0] == '.' ? 0 : 1;
@@ -462,8 +476,8 @@ DaemonState ReadState(pid_t pid) {
 }
 
 void PrintState(const char* when, const DaemonState& state) {
-    std::printf("daemon %-28s threads %3ld  fds %3ld  RSS %6ld kB\n", when, state.threads,
-                state.fds, state.rssKb);
+    std::printf("daemon %-28s threads %3ld  fds %3ld  RSS %6ld kB  PSS %6ld kB\n", when,
+                state.threads, state.fds, state.rssKb, state.pssKb);
 }
 
 std::string g_workDir;  // the daemon's config, log and msg directory
@@ -545,14 +559,22 @@ std::vector<ClientResult> RegisterPhase(const Options& options, int clients, boo
     return results;
 }
 
-// Applications that register a node and events, say so, and wait to be killed.
+// Applications that register a node and events, say so, and wait to be killed. When
+// betweenNodesAndEvents is set, it runs once every application has registered its node and
+// before any registers an event, so that the daemon can be measured in between.
 std::vector<pid_t> StartApps(const Options& options, int count, int events,
-                             const std::string& prefix) {
+                             const std::string& prefix,
+                             const std::function<void()>& betweenNodesAndEvents = {}) {
+    // Each application writes a byte to ready when its node is registered, then reads one
+    // from go before its events.
+    int ready[2] = {-1, -1};
+    int go[2] = {-1, -1};
+    const bool gated = betweenNodesAndEvents && ::pipe(ready) == 0 && ::pipe(go) == 0;
     std::vector<Child> children;
     children.reserve(static_cast<std::size_t>(count));
     for (int a = 0; a < count; ++a) {
         children.push_back(Spawn(
-            [&options, a, events, &prefix] {
+            [&options, a, events, &prefix, gated, &ready, &go] {
                 ClientResult result;
                 // Kept until the process is killed, with its connection, as an application's is.
                 auto& app =
@@ -561,6 +583,10 @@ std::vector<pid_t> StartApps(const Options& options, int count, int events,
                 const std::string name = prefix + std::to_string(a);
                 bool ok = app.WaitForService(std::chrono::seconds(20)) &&
                           RegisterPatiently(app, NodeRegistration(name));
+                if (gated) {
+                    char byte = 0;
+                    ok = WriteAll(ready[1], &byte, 1) && ReadAll(go[0], &byte, 1) && ok;
+                }
                 for (int e = 0; ok && e < events; ++e) {
                     ok = RegisterPatiently(
                         app, EventRegistration(name, static_cast<std::uint16_t>(0x1000 + a),
@@ -570,6 +596,15 @@ std::vector<pid_t> StartApps(const Options& options, int count, int events,
                 return result;
             },
             true));
+    }
+    if (gated) {
+        std::vector<char> bytes(static_cast<std::size_t>(count));
+        ReadAll(ready[0], bytes.data(), bytes.size());
+        betweenNodesAndEvents();
+        WriteAll(go[1], bytes.data(), bytes.size());
+        for (const int fd : {ready[0], ready[1], go[0], go[1]}) {
+            ::close(fd);
+        }
     }
     std::vector<pid_t> pids;
     int failed = 0;
@@ -753,7 +788,9 @@ int main(int argc, char** argv) {
 
     // 10,000 events from 100 applications that stay alive.
     const DaemonState beforeFill = ReadState(daemon);
-    const auto apps = StartApps(options, options.apps, options.eventsPerApp, "loadApp");
+    DaemonState afterNodes;
+    const auto apps = StartApps(options, options.apps, options.eventsPerApp, "loadApp",
+                                [&afterNodes, daemon] { afterNodes = ReadState(daemon); });
     const DaemonState afterFill = ReadState(daemon);
     Child query = Spawn([&options] {
         VESKWardendToolsServiceProxy tools(ClientOptions(options, std::chrono::seconds(10)));
@@ -800,14 +837,21 @@ int main(int argc, char** argv) {
     std::printf("ratio registration p99, tool looping / idle: %.2f (target <= 2)\n",
                 idle.p99Us > 0 ? underQuery.p99Us / idle.p99Us : 0.0);
     PrintState("after the load", afterLoad);
-    PrintState("before 100 apps", beforeFill);
-    PrintState("after 100 apps", afterFill);
+    PrintState("before the apps", beforeFill);
+    PrintState("after their nodes", afterNodes);
+    PrintState("after their events", afterFill);
     const long events = static_cast<long>(options.apps) * options.eventsPerApp;
     if (events > 0) {
-        std::printf("RSS per registered event: %.0f bytes (%ld events, apps' nodes included)\n",
-                    static_cast<double>(afterFill.rssKb - beforeFill.rssKb) * 1024.0 /
-                        static_cast<double>(events),
-                    events);
+        // The first counts what the events add; the second also the applications' connections
+        // and nodes, spread over their events.
+        std::printf(
+            "RSS per registered event: %.0f bytes (%ld events of %d apps; %.0f bytes with "
+            "the apps' connections and nodes)\n",
+            static_cast<double>(afterFill.rssKb - afterNodes.rssKb) * 1024.0 /
+                static_cast<double>(events),
+            events, options.apps,
+            static_cast<double>(afterFill.rssKb - beforeFill.rssKb) * 1024.0 /
+                static_cast<double>(events));
     }
     const auto stopStart = Clock::now();
     const int exitCode = stopDaemon();

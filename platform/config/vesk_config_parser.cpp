@@ -1,9 +1,12 @@
 #include "platform/config/vesk_config_parser.h"
 
+#include <unistd.h>
+
 #include <cstdlib>
-#include <fstream>
 #include <limits>
 #include <utility>
+
+#include "platform/json/json_parser.h"
 
 namespace ara::tessel::common::veskConfigParser {
 
@@ -32,12 +35,12 @@ std::optional<std::uint8_t> ParseLevel(const nlohmann::json& value) {
 VeskConfigParser::VeskConfigParser() : VeskConfigParser(ConfigPath()) {}
 
 VeskConfigParser::VeskConfigParser(String path) : path_(std::move(path)) {
-    std::ifstream in(path_);
-    if (!in) {
+    // Read without a stream, which would build the C++ locale for this one file.
+    if (::access(path_.c_str(), R_OK) != 0) {
         return;
     }
     present_ = true;
-    root_ = nlohmann::json::parse(in, nullptr, false);
+    root_ = nlohmann::json::parse(jsonParser::Document::ParseFileToString(path_), nullptr, false);
     valid_ = !root_.is_discarded() && root_.is_object();
     if (!valid_) {
         root_ = nlohmann::json::object();

@@ -1,7 +1,7 @@
 #ifndef PLATFORM_CORE_RESULT_H
 #define PLATFORM_CORE_RESULT_H
 
-#include <iostream>
+#include <cstdio>
 #include <optional>
 #include <type_traits>
 #include <utility>
@@ -17,14 +17,14 @@ namespace detail {
 [[noreturn]] inline void ResultNotAnError() noexcept {
     static constexpr const char* kText =
         "[CORETYPE Result] : Error, Error() called but NOT a error!";
-    std::cerr << kText << std::endl;
+    std::fprintf(stderr, "%s\n", kText);
     Abort(kText);
 }
 
 [[noreturn]] inline void ResultNotAValue() noexcept {
     static constexpr const char* kText =
         "[CORETYPE Result] : Value, Value() called but NOT a value!";
-    std::cerr << kText << std::endl;
+    std::fprintf(stderr, "%s\n", kText);
     Abort(kText);
 }
 

@@ -176,11 +176,7 @@ LogStream::LogStream(const Log* log, LogLevel level, String tag, LogLimitConfig 
       level_(level),
       tag_(std::move(tag)),
       limit_(limit),
-      enabled_(log != nullptr && log->CheckLogLevel(level)) {
-    if (enabled_) {
-        buffer_ = std::make_unique<std::ostringstream>();
-    }
-}
+      enabled_(log != nullptr && log->CheckLogLevel(level)) {}
 
 LogStream::LogStream(LogStream&& other) noexcept
     : log_(other.log_),
@@ -188,7 +184,7 @@ LogStream::LogStream(LogStream&& other) noexcept
       tag_(std::move(other.tag_)),
       limit_(other.limit_),
       enabled_(other.enabled_),
-      buffer_(std::move(other.buffer_)) {
+      text_(std::move(other.text_)) {
     other.enabled_ = false;
 }
 
@@ -213,7 +209,7 @@ void LogStream::Flush() {
         return;
     }
     enabled_ = false;
-    log_->Emit(level_, tag_, limit_, buffer_->str());
+    log_->Emit(level_, tag_, limit_, std::move(text_));
 }
 
 std::uint8_t SinkMode(const std::vector<String>& names) {

@@ -1,11 +1,15 @@
 #ifndef PLATFORM_LOG_LOG_H
 #define PLATFORM_LOG_LOG_H
 
+#include <charconv>
 #include <chrono>
 #include <cstdint>
+#include <cstdio>
 #include <memory>
 #include <mutex>
 #include <sstream>
+#include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "platform/core/string.h"
@@ -90,7 +94,7 @@ public:
     template <typename T>
     LogStream& operator<<(const T& value) {
         if (enabled_) {
-            *buffer_ << value;
+            Append(value);
         }
         return *this;
     }
@@ -102,14 +106,44 @@ public:
     void Flush();
 
 private:
+    // Texts, characters and numbers are written as an std::ostream writes them, without one: a
+    // stream builds the C++ locale, which costs every process that logs several hundred
+    // kilobytes of resident libstdc++ it needs for nothing else. Any other type goes through a
+    // stream of its own, as before.
+    template <typename T>
+    void Append(const T& value) {
+        if constexpr (std::is_convertible_v<const T&, std::string_view>) {
+            if constexpr (std::is_pointer_v<T>) {
+                if (value == nullptr) {
+                    return;  // a stream writes nothing for a null text either
+                }
+            }
+            text_.append(std::string_view(value));
+        } else if constexpr (std::is_same_v<T, char>) {
+            text_.push_back(value);
+        } else if constexpr (std::is_integral_v<T>) {
+            char digits[24];
+            const auto end = std::to_chars(digits, digits + sizeof(digits), value).ptr;
+            text_.append(digits, end);
+        } else if constexpr (std::is_floating_point_v<T>) {
+            // A stream's default: six significant digits, the shorter of fixed and exponent.
+            char digits[64];
+            const int length =
+                std::snprintf(digits, sizeof(digits), "%Lg", static_cast<long double>(value));
+            text_.append(digits, length > 0 ? static_cast<std::size_t>(length) : 0U);
+        } else {
+            std::ostringstream stream;
+            stream << value;
+            text_ += stream.str();
+        }
+    }
+
     const Log* log_;
     LogLevel level_;
     String tag_;
     LogLimitConfig limit_;
     bool enabled_;
-    // Made only for a line that is written: a disabled line, the common case on hot paths,
-    // costs no stream construction.
-    std::unique_ptr<std::ostringstream> buffer_;
+    String text_;  // the line so far; empty and unused when the line is disabled
 };
 
 // A log context. One object per context id, shared by everybody who asks for it.

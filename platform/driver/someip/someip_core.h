@@ -40,6 +40,7 @@
 #include "platform/driver/someip/someip_driver.h"
 #include "platform/driver/someip/someip_header.h"
 #include "platform/log/log.h"
+#include "platform/memory/byte_buffer.h"
 #include "platform/vcc/utils/stats.h"
 
 namespace lumo::driver::someip {
@@ -227,7 +228,7 @@ private:
     tcp::acceptor acceptor_;
     asio::steady_timer acceptRetry_;
     udp::socket udp_;
-    std::vector<unsigned char> udpBuffer_;
+    lumo::memory::ByteBuffer udpBuffer_;  // not zeroed: its pages are written as datagrams arrive
     udp::endpoint udpFrom_;
     std::set<std::shared_ptr<Connection>> connections_;
 };
@@ -637,7 +638,7 @@ private:
 
     std::shared_ptr<SdSocket> clientSd_;
     std::unique_ptr<udp::socket> clientUdp_;
-    std::vector<unsigned char> clientUdpBuffer_;
+    lumo::memory::ByteBuffer clientUdpBuffer_;  // not zeroed, as the server's
     udp::endpoint clientUdpFrom_;
     std::map<std::pair<std::uint16_t, std::uint16_t>, std::shared_ptr<RemoteService>> remotes_;
     std::map<tcp::endpoint, std::shared_ptr<ClientConnection>> clientConnections_;

@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <cstring>
-#include <sstream>
 
 #include "platform/driver/someip/someip_core.h"
 
@@ -43,16 +42,13 @@ OutMessagePtr MakeMessage(SomeipHeader header, const unsigned char* payload, std
     return message;
 }
 
+// Without a stream, which would build the C++ locale for this alone.
 ara::core::String ToString(const tcp::endpoint& endpoint) {
-    std::ostringstream text;
-    text << endpoint.address().to_string() << ':' << endpoint.port();
-    return text.str();
+    return endpoint.address().to_string() + ':' + std::to_string(endpoint.port());
 }
 
 ara::core::String ToString(const udp::endpoint& endpoint) {
-    std::ostringstream text;
-    text << endpoint.address().to_string() << ':' << endpoint.port();
-    return text.str();
+    return endpoint.address().to_string() + ':' + std::to_string(endpoint.port());
 }
 
 std::array<std::uint8_t, 4> AddressBytes(const asio::ip::address& address) {

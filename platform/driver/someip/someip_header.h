@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <vector>
 
+#include "platform/memory/byte_buffer.h"
+
 namespace lumo::driver::someip {
 
 constexpr std::size_t kHeaderSize = 16;
@@ -114,7 +116,7 @@ private:
     void MakeRoom(std::size_t need);
 
     std::uint32_t maxMessageSize_;
-    std::vector<unsigned char> buffer_;
+    lumo::memory::ByteBuffer buffer_;  // grown without zeroing: only what arrives is written
     std::size_t begin_{0};
     std::size_t end_{0};
 };

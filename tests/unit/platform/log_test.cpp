@@ -3,6 +3,13 @@
 #include <gtest/gtest.h>
 #include <cstdlib>
 
+#include <cstdint>
+#include <fstream>
+#include <limits>
+#include <sstream>
+#include <string>
+#include <string_view>
+
 #include "platform/log/sinks.h"
 #include "tests/support/memory_log.h"
 #include "tests/support/temp_dir.h"
@@ -38,6 +45,34 @@ TEST_F(LogTest, LinesAboveTheLevelAreNotWritten) {
 TEST_F(LogTest, BytesAndBoolsPrintReadably) {
     log_->LogInfo() << std::uint8_t{7} << ' ' << std::int8_t{-2} << ' ' << true;
     EXPECT_TRUE(Logged(LogLevel::kInfo, "7 -2 true")) << LogDump();
+}
+
+struct Streamable {
+    int value;
+};
+std::ostream& operator<<(std::ostream& out, const Streamable& streamable) {
+    return out << "streamable(" << streamable.value << ')';
+}
+
+// A line is built without a stream, and says what a stream would have written.
+TEST_F(LogTest, NumbersTextsAndOtherTypesReadAsAStreamWritesThem) {
+    const std::string text = "text";
+    const char literal[] = "literal";
+    std::ostringstream expected;
+    const auto line = [&](auto&&... values) {
+        expected.str("");
+        (expected << ... << values);
+        (log_->LogInfo() << ... << values);
+        EXPECT_TRUE(Logged(LogLevel::kInfo, expected.str())) << expected.str() << LogDump();
+    };
+    line(std::numeric_limits<int>::min(), ' ', std::numeric_limits<unsigned>::max(), ' ',
+         std::numeric_limits<long long>::min(), ' ', std::numeric_limits<std::uint64_t>::max(), ' ',
+         short{-5}, ' ', std::uint16_t{65535}, ' ', 0);
+    line(0.1, ' ', 1e-7, ' ', 123456789.0, ' ', -0.0, ' ', 2.5F, ' ', 1e300, ' ', 100.0, ' ',
+         0.000123456789, ' ', 1.0L / 3);
+    line(text, ' ', std::string_view("view"), ' ', literal, ' ', static_cast<const char*>(literal),
+         'c', std::string());
+    line(Streamable{42}, " after");
 }
 
 TEST_F(LogTest, TagsLimitLinesPerPeriodAndCountTheRestAnEmptyTagNever) {

@@ -7,6 +7,7 @@
 #include "registry/node_info_manage.h"
 #include "tests/support/process.h"
 #include "tests/support/record_builders.h"
+#include "tests/unit/serialize/sample_records.h"
 
 namespace {
 
@@ -220,6 +221,28 @@ TEST_F(EventInfoManageTest, DeadProcessesInAQuery) {
     EXPECT_TRUE(record.info.subApps.empty());
     // Only an unregistration cleans the subscriber maps.
     EXPECT_EQ(record.subPids.count("deadSub"), 1U);
+}
+
+// The registry keeps records in a compact form of its own: what it hands out is what was
+// registered, field for field, reduced to the record's driver.
+TEST_F(EventInfoManageTest, ARegistrationWithEveryFieldSetComesBackFieldForField) {
+    EventRegisterInfo info = wardend::test::MakeEventRegister(1);
+    info.eventType = type_;
+    info.pid = self_;
+    info.eventMap_.at(DriverType::DDS).dds.serviceId = service_;
+    info.eventMap_.at(DriverType::SOMEIP).someip.serviceId = service_;
+    ASSERT_TRUE(sut_.RegisterEventInfo(info, true));
+
+    const auto result = sut_.QueryEventInfo(type_);
+    ASSERT_EQ(result.size(), 2U);
+    for (const DriverType driver : {DriverType::DDS, DriverType::SOMEIP}) {
+        EventRegisterInfo own = info;
+        own.eventMap_.erase(driver == DriverType::DDS ? DriverType::SOMEIP : DriverType::DDS);
+        const auto& answer = result[driver == DriverType::DDS ? 0 : 1];
+        EXPECT_EQ(answer.registerInfo, own);
+        EXPECT_EQ(answer.pubApp, info.appName);
+        EXPECT_TRUE(answer.isOnline);
+    }
 }
 
 // A query looks at /proc once for each process however many records name it, and the next

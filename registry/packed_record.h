@@ -1,0 +1,276 @@
+#ifndef REGISTRY_PACKED_RECORD_H
+#define REGISTRY_PACKED_RECORD_H
+
+// Records packed into bytes, for registries that keep many of them. A registration that an
+// application sends leaves most of its fields at their defaults, and the record types are
+// large (an EventInfo carries both drivers' halves, each with an E2E and a PDU configuration),
+// so the packed form is a small fraction of the record: numbers are written in as few bytes as
+// their value needs, and a nested record that equals its default is one byte. Unpacking gives
+// back the same record, field for field.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "platform/core/string.h"
+
+namespace vesk::wardend {
+
+namespace packed_detail {
+
+template <typename T, typename = void>
+struct IsRecord : std::false_type {};
+template <typename T>
+struct IsRecord<T, std::void_t<decltype(std::declval<const T&>().Tie())>> : std::true_type {};
+
+template <typename T>
+struct IsVector : std::false_type {};
+template <typename T, typename A>
+struct IsVector<std::vector<T, A>> : std::true_type {};
+
+template <typename T>
+struct IsMap : std::false_type {};
+template <typename K, typename V, typename C, typename A>
+struct IsMap<std::map<K, V, C, A>> : std::true_type {};
+
+template <typename T>
+struct IsPair : std::false_type {};
+template <typename A, typename B>
+struct IsPair<std::pair<A, B>> : std::true_type {};
+
+// The integer that carries a value of T: bool as a byte, an enumeration as its underlying type.
+template <typename T, bool = std::is_enum_v<T>>
+struct IntegerOf {
+    using type = std::conditional_t<std::is_same_v<T, bool>, std::uint8_t, T>;
+};
+template <typename T>
+struct IntegerOf<T, true> {
+    using type = std::underlying_type_t<T>;
+};
+template <typename T>
+using Integer = typename IntegerOf<T>::type;
+
+}  // namespace packed_detail
+
+// Appends values to a byte string.
+class RecordPacker {
+public:
+    template <typename T>
+    void Put(const T& value) {
+        using packed_detail::IsMap;
+        using packed_detail::IsRecord;
+        using packed_detail::IsVector;
+        if constexpr (std::is_same_v<T, ara::core::String>) {
+            PutNumber(value.size());
+            bytes_.append(value);
+        } else if constexpr (std::is_integral_v<T> || std::is_enum_v<T>) {
+            PutNumber(ToUnsigned(value));
+        } else if constexpr (IsRecord<T>::value) {
+            static const T kDefault{};
+            const bool isDefault = value == kDefault;
+            bytes_.push_back(static_cast<char>(isDefault ? 0 : 1));
+            if (!isDefault) {
+                value.enumerate(*this);
+            }
+        } else if constexpr (IsVector<T>::value || IsMap<T>::value) {
+            PutNumber(value.size());
+            for (const auto& element : value) {
+                Put(element);
+            }
+        } else {
+            static_assert(packed_detail::IsPair<T>::value,
+                          "a record field of a type the packer does not know");
+            Put(value.first);
+            Put(value.second);
+        }
+    }
+    // The visitor of a record's enumerate.
+    template <typename T>
+    void operator()(const T& field) {
+        Put(field);
+    }
+
+    std::string Take() { return std::move(bytes_); }
+
+private:
+    // Signed values zigzag, so that small negative numbers stay short.
+    template <typename T>
+    static std::uint64_t ToUnsigned(T value) {
+        if constexpr (std::is_enum_v<T>) {
+            return ToUnsigned(static_cast<std::underlying_type_t<T>>(value));
+        } else if constexpr (std::is_signed_v<T>) {
+            const auto wide = static_cast<std::int64_t>(value);
+            return (static_cast<std::uint64_t>(wide) << 1U) ^
+                   static_cast<std::uint64_t>(wide >> 63);
+        } else {
+            return static_cast<std::uint64_t>(value);
+        }
+    }
+
+    // Seven bits a byte, the high bit set on all but the last.
+    void PutNumber(std::uint64_t value) {
+        while (value >= 0x80U) {
+            bytes_.push_back(static_cast<char>((value & 0x7FU) | 0x80U));
+            value >>= 7U;
+        }
+        bytes_.push_back(static_cast<char>(value));
+    }
+
+    std::string bytes_;
+};
+
+// Reads values back in the order they were put, into values as their default constructor made
+// them (a container is appended to, a record at its default left alone), since a query unpacks
+// into fresh records. Every read checks the bytes that remain and the range of the value; after
+// a failure, Ok() is false and further reads do nothing.
+class RecordUnpacker {
+public:
+    explicit RecordUnpacker(std::string_view bytes) : bytes_(bytes) {}
+
+    template <typename T>
+    void Get(T& value) {
+        using packed_detail::IsMap;
+        using packed_detail::IsRecord;
+        using packed_detail::IsVector;
+        if (!ok_) {
+            return;
+        }
+        if constexpr (std::is_same_v<T, ara::core::String>) {
+            const std::uint64_t size = GetNumber();
+            if (!ok_ || size > bytes_.size() - at_) {
+                ok_ = false;
+                return;
+            }
+            value.assign(bytes_.data() + at_, static_cast<std::size_t>(size));
+            at_ += static_cast<std::size_t>(size);
+        } else if constexpr (std::is_integral_v<T> || std::is_enum_v<T>) {
+            value = FromUnsigned<T>(GetNumber());
+        } else if constexpr (IsRecord<T>::value) {
+            // A record at its default stays as the caller made it.
+            if (GetByte() == 1) {
+                value.enumerate(*this);
+            }
+        } else if constexpr (IsVector<T>::value) {
+            const std::uint64_t count = GetCount();
+            value.reserve(static_cast<std::size_t>(count));
+            for (std::uint64_t i = 0; ok_ && i < count; ++i) {
+                value.emplace_back();
+                Get(value.back());
+            }
+        } else {
+            static_assert(IsMap<T>::value, "a record field of a type the unpacker does not know");
+            const std::uint64_t count = GetCount();
+            for (std::uint64_t i = 0; ok_ && i < count; ++i) {
+                typename T::key_type key{};
+                typename T::mapped_type mapped{};
+                Get(key);
+                Get(mapped);
+                value.emplace_hint(value.end(), std::move(key), std::move(mapped));
+            }
+        }
+    }
+    template <typename T>
+    void operator()(T& field) {
+        Get(field);
+    }
+
+    bool Ok() const { return ok_; }
+    bool AtEnd() const { return at_ == bytes_.size(); }
+
+private:
+    // A value out of the range of T is malformed.
+    template <typename T>
+    T FromUnsigned(std::uint64_t raw) {
+        using I = packed_detail::Integer<T>;
+        if constexpr (std::is_signed_v<I>) {
+            const auto wide = static_cast<std::int64_t>((raw >> 1U) ^ (~(raw & 1U) + 1U));
+            if (wide < std::numeric_limits<I>::min() || wide > std::numeric_limits<I>::max()) {
+                ok_ = false;
+                return T{};
+            }
+            return static_cast<T>(static_cast<I>(wide));
+        } else {
+            if (raw > std::numeric_limits<I>::max()) {
+                ok_ = false;
+                return T{};
+            }
+            return static_cast<T>(static_cast<I>(raw));
+        }
+    }
+
+    std::uint8_t GetByte() {
+        if (at_ >= bytes_.size()) {
+            ok_ = false;
+            return 0;
+        }
+        return static_cast<std::uint8_t>(bytes_[at_++]);
+    }
+
+    std::uint64_t GetNumber() {
+        std::uint64_t value = 0;
+        for (unsigned shift = 0; ok_ && shift < 64U; shift += 7U) {
+            const std::uint8_t byte = GetByte();
+            value |= static_cast<std::uint64_t>(byte & 0x7FU) << shift;
+            if ((byte & 0x80U) == 0) {
+                return value;
+            }
+        }
+        ok_ = false;
+        return 0;
+    }
+
+    // An element takes at least one byte, so a count beyond the bytes left is malformed.
+    std::uint64_t GetCount() {
+        const std::uint64_t count = GetNumber();
+        if (count > bytes_.size() - at_) {
+            ok_ = false;
+            return 0;
+        }
+        return count;
+    }
+
+    std::string_view bytes_;
+    std::size_t at_{0};
+    bool ok_{true};
+};
+
+// Bytes of a packed record, owned: a pointer and a length, half a std::string.
+class PackedBytes {
+public:
+    PackedBytes() = default;
+    explicit PackedBytes(std::string_view bytes)
+        : data_(bytes.empty() ? nullptr : new char[bytes.size()]),
+          size_(static_cast<std::uint32_t>(bytes.size())) {
+        if (!bytes.empty()) {
+            std::memcpy(data_.get(), bytes.data(), bytes.size());
+        }
+    }
+    PackedBytes(const PackedBytes& other) : PackedBytes(other.View()) {}
+    PackedBytes& operator=(const PackedBytes& other) {
+        if (this != &other) {
+            *this = PackedBytes(other.View());
+        }
+        return *this;
+    }
+    PackedBytes(PackedBytes&&) noexcept = default;
+    PackedBytes& operator=(PackedBytes&&) noexcept = default;
+    ~PackedBytes() = default;
+
+    std::string_view View() const { return {data_.get(), size_}; }
+
+private:
+    std::unique_ptr<char[]> data_;
+    std::uint32_t size_{0};
+};
+
+}  // namespace vesk::wardend
+
+#endif

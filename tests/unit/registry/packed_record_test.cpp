@@ -1,0 +1,118 @@
+// Packed records come back field for field; damaged bytes are refused, never read past.
+
+#include "registry/packed_record.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <type_traits>
+
+#include "records/wardend_records.h"
+#include "tests/unit/serialize/sample_records.h"
+
+namespace wardend::test {
+namespace {
+
+template <typename T>
+std::string Pack(const T& value) {
+    vesk::wardend::RecordPacker packer;
+    packer.Put(value);
+    return packer.Take();
+}
+
+template <typename T>
+bool Unpack(std::string_view bytes, T& value) {
+    vesk::wardend::RecordUnpacker unpacker(bytes);
+    unpacker.Get(value);
+    return unpacker.Ok() && unpacker.AtEnd();
+}
+
+template <typename T>
+class PackedRecordTest : public ::testing::Test {};
+
+using Records = ::testing::Types<EventRegisterInfo, EventInfoWithPubSub, MethodRegisterInfo,
+                                 AppRegisterInfo, NodeInfo>;
+// Names the typed cases after their record.
+struct RecordName {
+    template <typename T>
+    static std::string GetName(int /*index*/) {
+        if constexpr (std::is_same_v<T, EventRegisterInfo>) {
+            return "EventRegisterInfo";
+        } else if constexpr (std::is_same_v<T, EventInfoWithPubSub>) {
+            return "EventInfoWithPubSub";
+        } else if constexpr (std::is_same_v<T, MethodRegisterInfo>) {
+            return "MethodRegisterInfo";
+        } else if constexpr (std::is_same_v<T, AppRegisterInfo>) {
+            return "AppRegisterInfo";
+        } else {
+            return "NodeInfo";
+        }
+    }
+};
+TYPED_TEST_SUITE(PackedRecordTest, Records, RecordName);
+
+// Every field set, so that none can be dropped or swapped unseen.
+template <typename T>
+T Sample() {
+    return Filled<T>(7);
+}
+
+TYPED_TEST(PackedRecordTest, EveryFieldComesBack) {
+    const TypeParam sample = Sample<TypeParam>();
+    TypeParam read;
+    ASSERT_TRUE(Unpack(Pack(sample), read));
+    EXPECT_EQ(read, sample);
+}
+
+TYPED_TEST(PackedRecordTest, ADefaultRecordIsOneByteAndComesBack) {
+    const std::string bytes = Pack(TypeParam{});
+    EXPECT_EQ(bytes.size(), 1U);
+    TypeParam read;
+    ASSERT_TRUE(Unpack(bytes, read));
+    EXPECT_EQ(read, TypeParam{});
+}
+
+TYPED_TEST(PackedRecordTest, EveryShorterPrefixIsRefused) {
+    const std::string bytes = Pack(Sample<TypeParam>());
+    for (std::size_t size = 0; size < bytes.size(); ++size) {
+        TypeParam read;
+        EXPECT_FALSE(Unpack(std::string_view(bytes).substr(0, size), read)) << size;
+    }
+}
+
+TEST(PackedRecordLimitsTest, NumbersAtTheEndsOfTheirRanges) {
+    for (const std::int32_t pid : {std::numeric_limits<std::int32_t>::min(), -1, 0, 1,
+                                   std::numeric_limits<std::int32_t>::max()}) {
+        LatencyAppInfo info;
+        info.sampleCount = std::numeric_limits<std::uint64_t>::max();
+        info.result.minimum = 0x80;
+        NodeRegisterInfo node;
+        node.pid = pid;
+        LatencyAppInfo readInfo;
+        NodeRegisterInfo readNode;
+        ASSERT_TRUE(Unpack(Pack(info), readInfo));
+        ASSERT_TRUE(Unpack(Pack(node), readNode));
+        EXPECT_EQ(readInfo, info);
+        EXPECT_EQ(readNode, node) << pid;
+    }
+}
+
+TEST(PackedRecordLimitsTest, AValueBeyondItsFieldOrALengthBeyondTheBytesIsRefused) {
+    // A uint16 field (ServiceIdentifier's width) given 0x10000: 0x80 0x80 0x04.
+    std::uint16_t narrow = 0;
+    EXPECT_FALSE(Unpack(std::string("\x80\x80\x04", 3), narrow));
+    // A string that claims 100 bytes where 2 follow.
+    String text;
+    EXPECT_FALSE(Unpack(std::string("\x64"
+                                    "ab",
+                                    3),
+                        text));
+    // A number that never ends.
+    std::uint64_t wide = 0;
+    EXPECT_FALSE(Unpack(std::string(11, '\xFF'), wide));
+}
+
+}  // namespace
+}  // namespace wardend::test
