@@ -60,7 +60,7 @@ T Sample() {
 }
 
 TYPED_TEST(PackedRecordTest, EveryFieldComesBack) {
-    const TypeParam sample = Sample<TypeParam>();
+    const auto sample = Sample<TypeParam>();
     TypeParam read;
     ASSERT_TRUE(Unpack(Pack(sample), read));
     EXPECT_EQ(read, sample);
