@@ -20,6 +20,7 @@
 #include <utility>
 #include <vector>
 
+#include "binding/serialize/serialize_traits.h"
 #include "platform/core/string.h"
 
 namespace vesk::wardend {
@@ -31,15 +32,8 @@ struct IsRecord : std::false_type {};
 template <typename T>
 struct IsRecord<T, std::void_t<decltype(std::declval<const T&>().Tie())>> : std::true_type {};
 
-template <typename T>
-struct IsVector : std::false_type {};
-template <typename T, typename A>
-struct IsVector<std::vector<T, A>> : std::true_type {};
-
-template <typename T>
-struct IsMap : std::false_type {};
-template <typename K, typename V, typename C, typename A>
-struct IsMap<std::map<K, V, C, A>> : std::true_type {};
+using lumo::serialize::detail::IsMap;
+using lumo::serialize::detail::IsVector;
 
 template <typename T>
 struct IsPair : std::false_type {};
@@ -47,16 +41,8 @@ template <typename A, typename B>
 struct IsPair<std::pair<A, B>> : std::true_type {};
 
 // The integer that carries a value of T: bool as a byte, an enumeration as its underlying type.
-template <typename T, bool = std::is_enum_v<T>>
-struct IntegerOf {
-    using type = std::conditional_t<std::is_same_v<T, bool>, std::uint8_t, T>;
-};
 template <typename T>
-struct IntegerOf<T, true> {
-    using type = std::underlying_type_t<T>;
-};
-template <typename T>
-using Integer = typename IntegerOf<T>::type;
+using Integer = typename lumo::serialize::detail::UnderlyingOf<T>::type;
 
 }  // namespace packed_detail
 
