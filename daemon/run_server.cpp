@@ -7,6 +7,8 @@
 
 #include "daemon/drivers.h"
 #include "daemon/wardend_server.h"
+#include "platform/vcc/service_config.h"
+#include "records/service_interfaces.h"
 #include "records/wardend_log.h"
 
 namespace vesk::wardend {
@@ -43,6 +45,8 @@ void InstallSignalHandlers() {
 }
 
 std::int32_t RunServer() {
+    lumo::vcc::ServiceConfig::DeclareServices(
+        {AppServiceIdentifier().interface->name, ToolsServiceIdentifier().interface->name});
     RegisterDrivers();
     auto server = std::make_unique<WardendServer>();
     if (!server->StartService()) {

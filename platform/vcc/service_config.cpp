@@ -1,6 +1,8 @@
 #include "platform/vcc/service_config.h"
 
+#include <algorithm>
 #include <limits>
+#include <mutex>
 
 #include "platform/config/vesk_config_parser.h"
 #include "platform/vcc/service_interface.h"
@@ -204,6 +206,20 @@ std::shared_ptr<api::types::EventInfo> MakeEventInfo(const ara::com::ServiceIden
     return info;
 }
 
+namespace {
+
+std::mutex& DeclaredMutex() {
+    static std::mutex mutex;  // guards DeclaredServices()
+    return mutex;
+}
+
+std::vector<ara::core::String>& DeclaredServices() {
+    static std::vector<ara::core::String> names;
+    return names;
+}
+
+}  // namespace
+
 std::vector<DriverType> ServiceConfig::DefaultDrivers() {
     return {DriverType::kProloc, DriverType::kSomeip};
 }
@@ -219,7 +235,8 @@ ServiceBinding ServiceConfig::Binding(const ara::core::String& serviceName) cons
 }
 
 std::optional<ServiceConfig> ServiceConfig::Parse(const nlohmann::json* section,
-                                                  ara::core::String& error) {
+                                                  ara::core::String& error,
+                                                  const std::vector<ara::core::String>& services) {
     ServiceConfig config;
     if (section == nullptr) {
         return config;
@@ -240,6 +257,15 @@ std::optional<ServiceConfig> ServiceConfig::Parse(const nlohmann::json* section,
                 return std::nullopt;
             }
             continue;
+        }
+        if (!services.empty() &&
+            std::find(services.begin(), services.end(), key) == services.end()) {
+            error = "unknown service \"" + key + "\" (";
+            for (std::size_t i = 0; i < services.size(); ++i) {
+                error += (i == 0 ? "" : i + 1 == services.size() ? " or " : ", ") + services[i];
+            }
+            error += ")";
+            return std::nullopt;
         }
         ServiceBinding binding;
         binding.drivers = DefaultDrivers();
@@ -262,7 +288,17 @@ std::optional<ServiceConfig> ServiceConfig::Load(ara::core::String& error) {
         error = "the file is not a valid JSON object";
         return std::nullopt;
     }
-    return Parse(parser.GetSection("Services"), error);
+    std::vector<ara::core::String> services;
+    {
+        std::lock_guard<std::mutex> lock(DeclaredMutex());
+        services = DeclaredServices();
+    }
+    return Parse(parser.GetSection("Services"), error, services);
+}
+
+void ServiceConfig::DeclareServices(std::vector<ara::core::String> names) {
+    std::lock_guard<std::mutex> lock(DeclaredMutex());
+    DeclaredServices() = std::move(names);
 }
 
 }  // namespace lumo::vcc

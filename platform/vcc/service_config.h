@@ -50,11 +50,15 @@ struct ServiceConfig {
     ServiceBinding Binding(const ara::core::String& serviceName) const;
 
     // Parses the section; nullopt with `error` set when it is invalid. A missing section (null)
-    // gives the defaults.
+    // gives the defaults. A service entry must name one of `services`, unless that is empty.
     static std::optional<ServiceConfig> Parse(const nlohmann::json* section,
-                                              ara::core::String& error);
-    // The section of the process's vesk.json.
+                                              ara::core::String& error,
+                                              const std::vector<ara::core::String>& services = {});
+    // The section of the process's vesk.json, its entries checked against the declared services.
     static std::optional<ServiceConfig> Load(ara::core::String& error);
+    // The services this program offers or calls, declared once at start-up: without it, an
+    // entry with a misspelt name would be ignored and the service offered on the defaults.
+    static void DeclareServices(std::vector<ara::core::String> names);
 };
 
 // The description of one entity on one driver, from the service's interface and its binding.

@@ -86,6 +86,8 @@ TEST_F(DaemonTest, AServicesSectionThatCannotBeAssembledFailsTheStart) {
     const Case cases[] = {
         {R"({"Services": {"App": {"drivers": ["carrier-pigeon"]}}})",
          "unknown driver \"carrier-pigeon\""},
+        // A misspelt service would otherwise be offered on the defaults.
+        {R"({"Services": {"Toolz": {"drivers": ["proloc"]}}})", "unknown service \"Toolz\""},
         // Not the defaults, which would open sockets the file may have meant to keep closed.
         {R"({"Services": {"App": {"drivers": ["proloc"]}})", "the file is not a valid JSON object"},
     };

@@ -60,11 +60,12 @@ TEST(ServiceConfigTest, AnInvalidSectionIsRefusedSayingWhy) {
         {R"({"App": 5})", R"("App": is not an object)"},
         {R"({"someip": {"sdPort": "30490"}})", R"("someip": bad or unknown key "sdPort")"},
         {R"({"dds": {"domain": 233}})", R"("dds": bad or unknown key "domain")"},
+        {R"({"Toolz": {"port": 30502}})", R"(unknown service "Toolz" (App or Tools))"},
     };
     for (const auto& c : cases) {
         const auto section = nlohmann::json::parse(c.json);
         ara::core::String error;
-        EXPECT_FALSE(ServiceConfig::Parse(&section, error).has_value()) << c.json;
+        EXPECT_FALSE(ServiceConfig::Parse(&section, error, {"App", "Tools"}).has_value()) << c.json;
         EXPECT_EQ(error, c.error) << c.json;
     }
 }
