@@ -35,12 +35,15 @@ bool SpinUntil(const Ready& ready, std::chrono::nanoseconds limit) {
         if (i % 64 == 0 && std::chrono::steady_clock::now() >= deadline) {
             return false;
         }
-        // After a short burst, give the CPU to a thread that waits for one: with more runnable
-        // threads than CPUs, a poller would otherwise hold up the very thread it waits for.
-        if (i < 64) {
-            CpuRelax();
-        } else {
+        // The scheduler tends to keep two threads that hand work to each other on one CPU. The
+        // first yield lets the thread we wait for run at once when it shares our CPU; when it
+        // does not, the yield returns at once and a short burst of polling follows. After the
+        // burst, a poller gives the CPU away on every round, or with more runnable threads than
+        // CPUs it would hold up the very thread it waits for.
+        if (i == 1 || i >= 64) {
             std::this_thread::yield();
+        } else {
+            CpuRelax();
         }
     }
 }
