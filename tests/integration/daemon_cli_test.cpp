@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <filesystem>
 
 #include "tests/integration/daemon_fixture.h"
@@ -73,8 +74,9 @@ INSTANTIATE_TEST_SUITE_P(
     [](const ::testing::TestParamInfo<BadCommandLine>& param) { return param.param.name; });
 
 // An existing -p directory is taken with a trailing slash; the instance id is 1 unless
-// vesk.json gives one.
-TEST_F(DaemonTest, StartsWithTheDirectoryAndInstanceIdItWasGiven) {
+// vesk.json gives one. SIGINT stops the daemon as SIGTERM does, well within a second, as the wait
+// loop sleeps 250 ms at a time.
+TEST_F(DaemonTest, StartsWithTheDirectoryAndInstanceIdItWasGivenAndStopsOnEitherSignal) {
     for (const bool configured : {false, true}) {
         if (configured) {
             WriteConfig(R"({"Log": {"level": "info"}, "Wardend": {"instanceId": "3"}})");
@@ -87,7 +89,14 @@ TEST_F(DaemonTest, StartsWithTheDirectoryAndInstanceIdItWasGiven) {
                                       : "Wardend the instance id is 1."),
                   std::string::npos)
             << log;
-        StopAndExpectCleanExit(*daemon);
+        ASSERT_TRUE(daemon->Signal(configured ? SIGTERM : SIGINT));
+        const auto exitCode = daemon->WaitExit(std::chrono::seconds(1));
+        ASSERT_TRUE(exitCode.has_value()) << "still running a second after the signal";
+        EXPECT_EQ(*exitCode, 0);
+        for (const char* line : {"Wardend is exiting...", "Wardend stops offering service.",
+                                 "Wardend stops offering service finished.", "Wardend exits."}) {
+            EXPECT_NE(daemon->Stderr().find(line), std::string::npos) << line;
+        }
         EXPECT_EQ(daemon->Stdout(), "");
     }
 }

@@ -1,6 +1,6 @@
 // The real daemon on its default SOME/IP endpoints, judged by a raw-socket peer that shares no
-// code path with the driver: service discovery, the error codes on the wire, a broken stream,
-// and the latency switch notification over UDP and TCP.
+// code path with the driver: the error codes on the wire, a broken stream, and the latency switch
+// notification over UDP and TCP.
 
 #include <gtest/gtest.h>
 
@@ -38,41 +38,29 @@ constexpr std::uint16_t kQueryAllDataType = 0x0001;
 constexpr std::uint16_t kLatencyEvent = AppServiceIds::kSomeipLatencySwitchEvent;
 constexpr std::uint16_t kLatencyEventgroup = AppServiceIds::kSomeipLatencySwitchEventgroup;
 
-// A peer's first SD message: reboot and unicast flags.
-constexpr std::uint8_t kFirstSdFlags = 0xC0;
-
-// The first SD answer to message whose first entry has the given type.
-std::optional<SdEntry> Ask(RawUdpPeer& sd, const SdMessage& message, std::uint16_t session,
-                           SdEntryType answerType, SdMessage* whole = nullptr,
-                           const char* address = "127.0.0.1") {
-    EXPECT_TRUE(sd.SendTo(address, kSdPort, SdDatagram(message, session)));
-    const auto deadline = std::chrono::steady_clock::now() + 2s;
-    while (std::chrono::steady_clock::now() < deadline) {
-        auto datagram = sd.Receive(200ms);
-        auto answer = datagram ? ParseSd(*datagram) : std::nullopt;
-        if (answer && !answer->entries.empty() &&
-            answer->entries[0].type == static_cast<std::uint8_t>(answerType)) {
-            if (whole != nullptr) {
-                *whole = *answer;
-            }
-            return answer->entries[0];
-        }
-    }
-    return std::nullopt;
-}
-
 // Subscribes a raw peer on 127.0.0.1 to the latency switch; the acknowledgement, if any.
 std::optional<SdEntry> Subscribe(RawUdpPeer& sd, std::uint16_t session, L4Protocol protocol,
                                  std::uint16_t port, const char* address = "127.0.0.1") {
     SdMessage message;
-    message.flags = kFirstSdFlags;
+    message.flags = 0xC0;  // a peer's first SD message: reboot and unicast
     SdEntry entry =
         lumo::driver::someip::MakeEntry(SdEntryType::kSubscribeEventgroup, kAppService, 1, 1, 5);
     entry.eventgroupId = kLatencyEventgroup;
     entry.index1 = lumo::driver::someip::AddEndpointOption(message, {127, 0, 0, 1}, protocol, port);
     entry.count1 = 1;
     message.entries.push_back(entry);
-    return Ask(sd, message, session, SdEntryType::kSubscribeEventgroupAck, nullptr, address);
+    EXPECT_TRUE(sd.SendTo(address, kSdPort, SdDatagram(message, session)));
+    const auto deadline = std::chrono::steady_clock::now() + 2s;
+    while (std::chrono::steady_clock::now() < deadline) {
+        auto datagram = sd.Receive(200ms);
+        auto answer = datagram ? ParseSd(*datagram) : std::nullopt;
+        if (answer && !answer->entries.empty() &&
+            answer->entries[0].type ==
+                static_cast<std::uint8_t>(SdEntryType::kSubscribeEventgroupAck)) {
+            return answer->entries[0];
+        }
+    }
+    return std::nullopt;
 }
 
 class DaemonWireTest : public DaemonTest {
@@ -91,35 +79,6 @@ protected:
 
     std::unique_ptr<ChildProcess> daemon_;
 };
-
-TEST_F(DaemonWireTest, FindServiceGetsAnOfferOfEachServiceWithItsTcpAndUdpEndpoints) {
-    RawUdpPeer sd;
-    std::uint16_t session = 1;
-    for (const auto& [service, port] :
-         {std::pair{kAppService, kAppPort}, std::pair{kToolsService, kToolsPort}}) {
-        SdMessage find;
-        find.flags = kFirstSdFlags;
-        SdEntry entry =
-            lumo::driver::someip::MakeEntry(SdEntryType::kFindService, service, 0xFFFF, 0xFF, 3);
-        entry.minorVersion = 0xFFFFFFFF;
-        find.entries.push_back(entry);
-        SdMessage offer;
-        const auto offered = Ask(sd, find, session++, SdEntryType::kOfferService, &offer);
-        ASSERT_TRUE(offered) << "no offer of service " << service;
-        EXPECT_EQ(offered->serviceId, service);
-        EXPECT_EQ(offered->instanceId, 1);
-        EXPECT_EQ(offered->majorVersion, 1);
-        EXPECT_EQ(offered->minorVersion, 0U);
-        EXPECT_GT(offered->ttl, 0U);
-        std::vector<const lumo::driver::someip::SdOption*> options;
-        ASSERT_TRUE(lumo::driver::someip::EntryOptions(offer, *offered, options));
-        ASSERT_EQ(options.size(), 2U);
-        EXPECT_EQ(options[0]->protocol, 0x06);
-        EXPECT_EQ(options[0]->port, port);
-        EXPECT_EQ(options[1]->protocol, 0x11);
-        EXPECT_EQ(options[1]->port, port);
-    }
-}
 
 TEST_F(DaemonWireTest, EveryErrorCodeGoesBackOnTcpAndUdp) {
     struct Case {
@@ -178,45 +137,9 @@ TEST_F(DaemonWireTest, AStreamThatCannotBeFramedIsClosedAndTheNextClientIsServed
     EXPECT_EQ(DecodeHeader(answer->data()).returnCode, 0x00);
 }
 
-TEST_F(DaemonWireTest, TheLatencySwitchReachesRawSubscribersOverUdpAndTcp) {
-    RawUdpPeer sd;
-    RawUdpPeer udpEvents;
-    RawTcpPeer tcpEvents;
-    ASSERT_TRUE(tcpEvents.Connect(kAppPort));
-    // The daemon takes a TCP subscription only for a connection it has seen a message on.
-    ASSERT_TRUE(tcpEvents.Send(Request(kAppService, 0x0055, 1)));
-    ASSERT_TRUE(tcpEvents.Receive());
-    const auto udpAck = Subscribe(sd, 1, L4Protocol::kUdp, udpEvents.LocalPort());
-    ASSERT_TRUE(udpAck);
-    EXPECT_EQ(udpAck->ttl, 5U);
-    const auto tcpAck = Subscribe(sd, 2, L4Protocol::kTcp, tcpEvents.LocalPort());
-    ASSERT_TRUE(tcpAck);
-    EXPECT_EQ(tcpAck->ttl, 5U);
-
-    vesk::wardend::proxy::VESKWardendToolsServiceProxy tools;
-    vesk::wardend::LatencySwitch latencySwitch;
-    latencySwitch.mode = vesk::wardend::LatencyMode::kOn;
-    latencySwitch.index.serviceId = 0x4242;
-    auto switched = tools.SwitchLatencyMode(latencySwitch).GetResult();
-    ASSERT_TRUE(switched.HasValue());
-
-    for (auto notification : {udpEvents.Receive(), tcpEvents.Receive()}) {
-        ASSERT_TRUE(notification);
-        const auto header = DecodeHeader(notification->data());
-        EXPECT_EQ(header.serviceId, kAppService);
-        EXPECT_EQ(header.methodId, kLatencyEvent);
-        EXPECT_EQ(header.messageType, 0x02);
-        EXPECT_EQ(header.returnCode, 0x00);
-        const Bytes payload(notification->begin() + 16, notification->end());
-        const Bytes serviceId{0x42, 0x42};
-        EXPECT_NE(std::search(payload.begin(), payload.end(), serviceId.begin(), serviceId.end()),
-                  payload.end())
-            << "the switch's index is in the notification";
-    }
-}
-
-// The client library over SOME/IP: every method answers and the switch reaches its subscriber.
-TEST_F(DaemonWireTest, TheClientLibraryCallsEveryMethodAndGetsTheLatencySwitch) {
+// The client library over SOME/IP: every method answers, and the switch reaches its subscriber
+// and raw subscribers over UDP and TCP.
+TEST_F(DaemonWireTest, EveryMethodAnswersAndTheLatencySwitchReachesEverySubscriber) {
     vesk::wardend::proxy::VESKWardendAppServiceProxy app;
     vesk::wardend::proxy::VESKWardendToolsServiceProxy tools;
     ASSERT_TRUE(app.WaitForService(10s));
@@ -233,7 +156,22 @@ TEST_F(DaemonWireTest, TheClientLibraryCallsEveryMethodAndGetsTheLatencySwitch) 
     EXPECT_EQ(nodes.Value().nodeInfos[0].pid, getpid());
     ExpectEveryQueryAnswers(tools);
 
-    // The subscription is acknowledged asynchronously: switch until a sample arrives.
+    RawUdpPeer sd;
+    RawUdpPeer udpEvents;
+    RawTcpPeer tcpEvents;
+    ASSERT_TRUE(tcpEvents.Connect(kAppPort));
+    // The daemon takes a TCP subscription only for a connection it has seen a message on.
+    ASSERT_TRUE(tcpEvents.Send(Request(kAppService, 0x0055, 1)));
+    ASSERT_TRUE(tcpEvents.Receive());
+    for (const auto& [session, protocol, port] :
+         {std::tuple{1, L4Protocol::kUdp, udpEvents.LocalPort()},
+          std::tuple{2, L4Protocol::kTcp, tcpEvents.LocalPort()}}) {
+        const auto ack = Subscribe(sd, static_cast<std::uint16_t>(session), protocol, port);
+        ASSERT_TRUE(ack);
+        EXPECT_EQ(ack->ttl, 5U);
+    }
+
+    // The library's subscription is acknowledged asynchronously: switch until a sample arrives.
     vesk::wardend::LatencySwitch latencySwitch;
     latencySwitch.mode = vesk::wardend::LatencyMode::kOn;
     latencySwitch.index.serviceId = 0x4242;
@@ -245,6 +183,20 @@ TEST_F(DaemonWireTest, TheClientLibraryCallsEveryMethodAndGetsTheLatencySwitch) 
         10s))
         << "no latency switch reached the SOME/IP subscriber";
     app.UnsubscribeLatencySwitch();
+
+    for (auto notification : {udpEvents.Receive(), tcpEvents.Receive()}) {
+        ASSERT_TRUE(notification);
+        const auto header = DecodeHeader(notification->data());
+        EXPECT_EQ(header.serviceId, kAppService);
+        EXPECT_EQ(header.methodId, kLatencyEvent);
+        EXPECT_EQ(header.messageType, 0x02);
+        EXPECT_EQ(header.returnCode, 0x00);
+        const Bytes payload(notification->begin() + 16, notification->end());
+        const Bytes serviceId{0x42, 0x42};
+        EXPECT_NE(std::search(payload.begin(), payload.end(), serviceId.begin(), serviceId.end()),
+                  payload.end())
+            << "the switch's index is in the notification";
+    }
 }
 
 // A whole session with the daemon on an address of its own, captured and judged by tshark.
