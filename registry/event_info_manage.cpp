@@ -100,11 +100,16 @@ std::string_view PubAppOf(const StoredEvent& record) {
     return record.hasPub ? PackedString(record, true) : std::string_view();
 }
 
+QueriedEvent SharedRegistration(const StoredEvent& record, DriverType driver) {
+    return QueriedEvent{record.registration, record.pid, record.shortName, driver, record.hasPub};
+}
+
 // The record's registration as it was stored, with its short name as the publisher's state
 // left it.
-EventRegisterInfo RegistrationOf(const StoredEvent& record, DriverType driver) {
+EventRegisterInfo RegistrationOf(const QueriedEvent& event) {
+    const DriverType driver = event.driver;
     EventRegisterInfo info;
-    RecordUnpacker unpacker(record.registration.View());
+    RecordUnpacker unpacker(event.registration.View());
     unpacker.Get(info.eventType);
     unpacker.Get(info.appName);
     String eventType = std::move(info.eventType);
@@ -112,35 +117,49 @@ EventRegisterInfo RegistrationOf(const StoredEvent& record, DriverType driver) {
     unpacker.Get(info);
     info.eventType = std::move(eventType);
     info.appName = std::move(appName);
-    info.pid = record.pid;
+    info.pid = event.pid;
     const auto it = info.eventMap_.find(driver);
-    if (it == info.eventMap_.end() || record.shortName == EventShortName::kRegistered) {
+    if (it == info.eventMap_.end() || event.shortName == EventShortName::kRegistered) {
         return info;
     }
     EventInfo& entry = it->second;
-    if (record.shortName == EventShortName::kCleared) {
+    if (event.shortName == EventShortName::kCleared) {
         ShortName(entry, driver).clear();
         return info;
     }
     ShortName(entry, driver) =
-        (record.shortName == EventShortName::kUnknownPub ? "/UnknownPubEvent_"
-                                                         : "/OfflinePubEvent_") +
+        (event.shortName == EventShortName::kUnknownPub ? "/UnknownPubEvent_"
+                                                        : "/OfflinePubEvent_") +
         Decimal(ServiceOf(entry, driver)) + "_" + Decimal(InstanceOf(entry, driver)) +
         (IsDds(driver) ? "_DDS" : "_SOMEIP");
     return info;
 }
 
-// What queries hand out of a record.
-EventInfoWithPubSub InfoOf(const StoredEvent& record, DriverType driver) {
+EventRegisterInfo RegistrationOf(const StoredEvent& record, DriverType driver) {
+    return RegistrationOf(SharedRegistration(record, driver));
+}
+
+// What queries hand out of a record but its registration (and the publisher's name in it).
+EventInfoWithPubSub StateOf(const StoredEvent& record) {
     EventInfoWithPubSub info;
-    info.registerInfo = RegistrationOf(record, driver);
     if (record.subscribers != nullptr) {
         info.subApps = record.subscribers->subApps;
     }
-    if (record.hasPub) {
+    info.isOnline = record.isOnline;
+    return info;
+}
+
+void AddRegistration(const QueriedEvent& event, EventInfoWithPubSub& info) {
+    info.registerInfo = RegistrationOf(event);
+    if (event.hasPub) {
         info.pubApp = info.registerInfo.appName;
     }
-    info.isOnline = record.isOnline;
+}
+
+// What queries hand out of a record.
+EventInfoWithPubSub InfoOf(const StoredEvent& record, DriverType driver) {
+    EventInfoWithPubSub info = StateOf(record);
+    AddRegistration(SharedRegistration(record, driver), info);
     return info;
 }
 
@@ -493,14 +512,16 @@ void EventInfoManage::RemoveDeadSubsLocked(StoredEvent& record, bool& alive, Dri
 template <typename Map>
 void EventInfoManage::QueryMapLocked(Map& map, const String& eventType, bool all, DriverType driver,
                                      ProcessLiveness& liveness,
-                                     std::vector<EventInfoWithPubSub>& result) {
+                                     std::vector<EventInfoWithPubSub>& result,
+                                     std::vector<QueriedEvent>& registrations) {
     const char* const word = IsDds(driver) ? "DDS" : "SOMEIP";
     for (auto& [key, record] : map) {
         if (!all && EventTypeOf(record) != eventType) {
             continue;
         }
         if (CheckEventAliveLocked(record, driver, key.serviceId, liveness)) {
-            result.push_back(InfoOf(record, driver));
+            result.push_back(StateOf(record));
+            registrations.push_back(SharedRegistration(record, driver));
             LogVerbose() << word << " Event type is " << EventTypeOf(record) << " InstanceID is "
                          << key.instanceId;
         } else {
@@ -510,21 +531,33 @@ void EventInfoManage::QueryMapLocked(Map& map, const String& eventType, bool all
 }
 
 std::vector<EventInfoWithPubSub> EventInfoManage::QueryEventInfo(const String& eventType) {
-    const std::lock_guard<std::mutex> lock(eventLock_);
     const bool all = eventType == "ALL";
-    if (all) {
-        LogInfo() << "Wardend query eventinfo --- ALL";
-    } else {
-        LogInfo() << "Wardend query eventinfo " << eventType;
-    }
     std::vector<EventInfoWithPubSub> result;
-    if (all) {
-        // Records are large: growing the vector would copy each of them again.
-        result.reserve(ddsEventMap_.size() + someipEventMap_.size());
+    // The lock covers the liveness checks and a reference to each registration; the unpacking,
+    // most of the work, comes after it, so that registrations do not wait for a whole answer.
+    // The list of references is kept from one query to the next: allocated and freed at each
+    // one, it made the allocator hand memory back and fault it in again.
+    thread_local std::vector<QueriedEvent> registrations;
+    registrations.clear();
+    {
+        const std::lock_guard<std::mutex> lock(eventLock_);
+        if (all) {
+            LogInfo() << "Wardend query eventinfo --- ALL";
+            // Records are large: growing the vector would copy each of them again.
+            result.reserve(ddsEventMap_.size() + someipEventMap_.size());
+        } else {
+            LogInfo() << "Wardend query eventinfo " << eventType;
+        }
+        ProcessLiveness liveness;
+        QueryMapLocked(ddsEventMap_, eventType, all, DriverType::DDS, liveness, result,
+                       registrations);
+        QueryMapLocked(someipEventMap_, eventType, all, DriverType::SOMEIP, liveness, result,
+                       registrations);
     }
-    ProcessLiveness liveness;
-    QueryMapLocked(ddsEventMap_, eventType, all, DriverType::DDS, liveness, result);
-    QueryMapLocked(someipEventMap_, eventType, all, DriverType::SOMEIP, liveness, result);
+    for (std::size_t i = 0; i < result.size(); ++i) {
+        AddRegistration(registrations[i], result[i]);
+    }
+    registrations.clear();
     return result;
 }
 

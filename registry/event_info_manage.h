@@ -98,6 +98,16 @@ struct StoredEvent {
     std::unique_ptr<EventSubscribers> subscribers;  // null until the first subscriber
 };
 
+// A record's registration as a query takes it under the lock, to unpack it after: the bytes
+// are shared with the registry, not copied.
+struct QueriedEvent {
+    PackedBytes registration;
+    std::int32_t pid{};
+    EventShortName shortName{EventShortName::kRegistered};
+    DriverType driver{};
+    bool hasPub{};
+};
+
 using EventRegisterHandler = std::function<void(const EventAllDriverIndex&)>;
 
 // Publishers and subscribers of events, one record per event per driver. Its first member is
@@ -160,7 +170,8 @@ private:
                                      ProcessLiveness& liveness);
     template <typename Map>
     void QueryMapLocked(Map& map, const String& eventType, bool all, DriverType driver,
-                        ProcessLiveness& liveness, std::vector<EventInfoWithPubSub>& result);
+                        ProcessLiveness& liveness, std::vector<EventInfoWithPubSub>& result,
+                        std::vector<QueriedEvent>& registrations);
     template <typename Map>
     void GetNodeEventInfoLocked(const Map& map, const String& nodeName, std::int32_t pid,
                                 std::set<String>& instances, std::set<String>& pubTypes,

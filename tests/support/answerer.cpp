@@ -47,7 +47,10 @@ void Answerer::Answer(const MethodMsgPtr& msg, const std::string& payload) {
         for (std::size_t i = 1; i < 5; ++i) {
             size = (size << 8U) | static_cast<unsigned char>(payload[i]);
         }
-        reply.assign(size, 'B');
+        reply.resize(size);
+        for (std::size_t i = 0; i < reply.size(); ++i) {
+            reply[i] = BigReplyByte(i);
+        }
     }
     const SizeRecord size{static_cast<std::uint32_t>(reply.size())};
     unsigned char* buffer = handler_->AllocateBuffer(size, *msg);

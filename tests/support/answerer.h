@@ -17,7 +17,8 @@ namespace wardend::test {
 // skeleton: the receive handler copies the request and gives its buffer back, then a pool thread
 // of the answerer replies (or the driver's thread itself, unpooled). The payload says how: one
 // that begins with 'N' gets no reply, 'E' an error reply, 'B' and a big-endian 32-bit size a
-// reply of that many bytes; any other gets the prefix, ':' and the payload back.
+// reply of that many bytes (BigReplyByte(i) at i, so that a byte out of place shows); any other
+// gets the prefix, ':' and the payload back.
 class Answerer {
 public:
     struct Request {
@@ -41,6 +42,7 @@ public:
 
     // A payload asking for a reply of size bytes.
     static std::string BigReplyRequest(std::uint32_t size);
+    static char BigReplyByte(std::size_t index) { return static_cast<char>(index % 251U); }
 
 private:
     void Answer(const lumo::vcc::driver::MethodMsgPtr& msg, const std::string& payload);

@@ -126,6 +126,7 @@ private:
     mutable std::mutex sendMutex_;  // guards what follows, and the closing of socket_
     std::deque<OutMessagePtr> queue_;
     std::size_t queuedBytes_{0};
+    std::size_t frontSent_{0};  // bytes of the front message a direct send already wrote
     bool writing_{false};
     bool started_{false};
     bool closeAfterWrite_{false};

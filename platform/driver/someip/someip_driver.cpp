@@ -177,13 +177,11 @@ bool Connection::TrySendDirect(const OutMessagePtr& message) {
     if (sent < 0 && errno != EAGAIN && errno != EWOULDBLOCK) {
         return false;  // the I/O thread sees the error too and closes
     }
-    // The socket took part of it: the rest goes out from the I/O thread, before anything else.
-    auto rest = std::make_shared<OutMessage>();
+    // The socket took part of it: the rest goes out from the I/O thread, before anything else,
+    // from the message itself (a large reply is megabytes, not worth copying).
     const std::size_t done = sent > 0 ? static_cast<std::size_t>(sent) : 0;
-    rest->size = message->size - done;
-    rest->data.reset(new unsigned char[rest->size]);
-    std::memcpy(rest->data.get(), message->data.get() + done, rest->size);
-    queue_.push_back(std::move(rest));
+    queue_.push_back(message);
+    frontSent_ = done;
     queuedBytes_ += message->size - done;
     lastWriteProgress_ = Clock::now();
     writing_ = true;  // reserved for the I/O thread: no other direct send overtakes the rest
@@ -204,7 +202,8 @@ void Connection::WriteLocked() {
     std::vector<asio::const_buffer> buffers;
     const std::size_t batch = std::min<std::size_t>(queue_.size(), 64);
     buffers.reserve(batch);
-    for (std::size_t i = 0; i < batch; ++i) {
+    buffers.emplace_back(queue_[0]->data.get() + frontSent_, queue_[0]->size - frontSent_);
+    for (std::size_t i = 1; i < batch; ++i) {
         buffers.emplace_back(queue_[i]->data.get(), queue_[i]->size);
     }
     auto self = shared_from_this();
@@ -220,6 +219,8 @@ void Connection::WriteLocked() {
                               Close(error.message());
                               return;
                           }
+                          queuedBytes_ += frontSent_;
+                          frontSent_ = 0;
                           for (std::size_t i = 0; i < batch; ++i) {
                               queuedBytes_ -= queue_.front()->size;
                               queue_.pop_front();
@@ -245,6 +246,7 @@ void Connection::Close(const ara::core::String& reason) {
         socket_.close(ignored);
         queue_.clear();
         queuedBytes_ = 0;
+        frontSent_ = 0;
     }
     OnClosed(reason);
 }

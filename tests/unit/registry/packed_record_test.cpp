@@ -6,7 +6,9 @@
 
 #include <cstdint>
 #include <limits>
+#include <memory>
 #include <string>
+#include <utility>
 
 #include "records/wardend_records.h"
 #include "tests/unit/serialize/sample_records.h"
@@ -88,6 +90,23 @@ TEST(PackedRecordLimitsTest, AValueBeyondItsFieldOrALengthBeyondTheBytesIsRefuse
     // A number that never ends.
     std::uint64_t wide = 0;
     EXPECT_FALSE(Unpack(std::string(11, '\xFF'), wide));
+}
+
+// A query keeps a copy of a registration that a new one may replace in the registry meanwhile.
+TEST(PackedBytesTest, ACopyKeepsItsBytesWhateverHappensToTheOriginal) {
+    using vesk::wardend::PackedBytes;
+    auto original = std::make_unique<PackedBytes>("first");
+    const PackedBytes copy = *original;
+    PackedBytes assigned;
+    assigned = copy;
+    *original = PackedBytes("second");
+    EXPECT_EQ(original->View(), "second");
+    original.reset();
+    EXPECT_EQ(copy.View(), "first");
+    EXPECT_EQ(assigned.View(), "first");
+    PackedBytes moved(std::move(assigned));
+    EXPECT_EQ(moved.View(), "first");
+    EXPECT_TRUE(PackedBytes("").View().empty());
 }
 
 }  // namespace
