@@ -208,14 +208,14 @@ std::shared_ptr<api::types::EventInfo> MakeEventInfo(const ara::com::ServiceIden
 
 namespace {
 
-std::mutex& DeclaredMutex() {
-    static std::mutex mutex;  // guards DeclaredServices()
-    return mutex;
-}
+struct DeclaredServices {
+    std::mutex mutex;  // guards names
+    std::vector<ara::core::String> names;
+};
 
-std::vector<ara::core::String>& DeclaredServices() {
-    static std::vector<ara::core::String> names;
-    return names;
+DeclaredServices& Declared() {
+    static DeclaredServices declared;
+    return declared;
 }
 
 }  // namespace
@@ -290,15 +290,15 @@ std::optional<ServiceConfig> ServiceConfig::Load(ara::core::String& error) {
     }
     std::vector<ara::core::String> services;
     {
-        std::lock_guard<std::mutex> lock(DeclaredMutex());
-        services = DeclaredServices();
+        std::lock_guard<std::mutex> lock(Declared().mutex);
+        services = Declared().names;
     }
     return Parse(parser.GetSection("Services"), error, services);
 }
 
 void ServiceConfig::DeclareServices(std::vector<ara::core::String> names) {
-    std::lock_guard<std::mutex> lock(DeclaredMutex());
-    DeclaredServices() = std::move(names);
+    std::lock_guard<std::mutex> lock(Declared().mutex);
+    Declared().names = std::move(names);
 }
 
 }  // namespace lumo::vcc
