@@ -16,6 +16,7 @@
 #include "platform/driver/proloc/proloc_entity_index.h"
 #include "platform/error/com_error_domain.h"
 #include "platform/vcc/driver/driver.h"
+#include "platform/vcc/utils/thread_pool.h"
 
 namespace lumo::vcc::proxy {
 
@@ -58,7 +59,13 @@ public:
         };
         if (IsProloc()) {
             const unsigned char* key = requests_->AddRequest(fixed_->index, args...);
+            // The server queues the request on its pool on this thread. If this thread then
+            // waits for the reply while no worker has taken the request, it serves it itself.
+            utils::ThreadPool::FirstQueued queued;
             client_->Call(key, sizeof(std::tuple<std::decay_t<Args>...>), timeout, handler);
+            if (auto task = queued.Take()) {
+                promise->SetWaitHelper([task] { (void)task.RunHere(); });
+            }
             return future;
         }
         const std::vector<unsigned char> payload = WriteRequest(args...);

@@ -288,6 +288,10 @@ private:
                                    "Error Handler";
             return;
         }
+        if (future.is_ready()) {  // the usual case: no continuation to build
+            SendResult(std::move(future), msg, false);
+            return;
+        }
         std::weak_ptr<MethodSkeletonImpl> weak = this->weak_from_this();
         (void)future.then([weak, msg](FutureType ready) {
             if (auto self = weak.lock()) {

@@ -90,7 +90,6 @@ ara::core::Future<Output> CallUserMethod(
     Vcc& vcc, std::uint32_t entityId, Skeleton* service,
     ara::core::Future<Output> (Skeleton::*member)(const Args&...), const driver::MethodMsgPtr& msg,
     const MethodInfoMap& protocolData) {
-    auto logger = ara::tessel::common::log::Log::GetLog("CM");
     const api::types::MethodInfo& info = *protocolData.at(msg->driverType);
     if (msg->driverType == api::types::DriverType::kProloc) {
         const auto index = lumo::driver::proloc::ProlocEntityIndex::FromEntityInfo(info);
@@ -105,6 +104,7 @@ ara::core::Future<Output> CallUserMethod(
                               *values);
         }
     }
+    auto logger = ara::tessel::common::log::Log::GetLog("CM");
     const auto statusMap = vcc.GetE2EStatusMap();
     if (info.e2e != nullptr && info.e2e->config.has_value()) {
         api::types::E2EErrorCode code{};

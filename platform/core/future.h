@@ -38,14 +38,17 @@ public:
     // Returns false when a result was stored already.
     bool SetResult(Result<T, E> result) {
         std::function<void()> continuation;
+        std::function<void()> helper;  // let go outside the lock: it may own a whole request
         {
-            std::lock_guard<std::mutex> lock(mutex_);  // guards result_ and continuation_
+            std::lock_guard<std::mutex> lock(mutex_);
             if (result_.has_value()) {
                 return false;
             }
             result_.emplace(std::move(result));
             continuation = std::move(continuation_);
             continuation_ = nullptr;
+            helper = std::move(waitHelper_);
+            waitHelper_ = nullptr;
             isReady_.store(true, std::memory_order_release);
         }
         ready_.notify_all();
@@ -60,7 +63,12 @@ public:
         return result_.has_value();
     }
 
-    void Wait() const {
+    void Wait() {
+        if (!isReady_.load(std::memory_order_acquire)) {
+            if (auto helper = TakeWaitHelper()) {
+                helper();
+            }
+        }
         // A reply of the in-process driver comes within microseconds.
         if (SpinUntil([this] { return isReady_.load(std::memory_order_acquire); }, kSpin)) {
             return;
@@ -93,6 +101,22 @@ public:
         continuation();
     }
 
+    // Work that the first thread to block in Wait runs before it blocks, for the result it waits
+    // for: an in-process request that no worker has taken yet. Dropped once the state is ready.
+    void SetWaitHelper(std::function<void()> helper) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        if (!result_.has_value()) {
+            waitHelper_.swap(helper);
+        }
+    }
+
+    std::function<void()> TakeWaitHelper() {
+        std::lock_guard<std::mutex> lock(mutex_);
+        std::function<void()> helper;
+        helper.swap(waitHelper_);
+        return helper;
+    }
+
     bool MarkRetrieved() {
         std::lock_guard<std::mutex> lock(mutex_);
         const bool first = !retrieved_;
@@ -103,11 +127,12 @@ public:
 private:
     static constexpr std::chrono::microseconds kSpin{50};
 
-    mutable std::mutex mutex_;  // guards result_, continuation_ and retrieved_
+    mutable std::mutex mutex_;  // guards result_, continuation_, waitHelper_ and retrieved_
     mutable std::condition_variable ready_;
     std::atomic<bool> isReady_{false};  // result_ is set: a look without the lock
     std::optional<Result<T, E>> result_;
     std::function<void()> continuation_;
+    std::function<void()> waitHelper_;
     bool retrieved_{false};
 };
 
@@ -197,6 +222,7 @@ public:
         auto next = std::make_shared<detail::FutureState<NextT, E>>();
         auto state = std::move(state_);
         auto raw = state.get();
+        next->SetWaitHelper(raw->TakeWaitHelper());
         raw->SetContinuation([state, next, fn = std::forward<F>(func)]() mutable {
             Future<T, E> ready(state);
             if constexpr (std::is_void<Ret>::value) {
@@ -284,6 +310,12 @@ public:
     }
 
     void SetError(E error) { SetResult(Result<T, E>(std::move(error))); }
+
+    // Work that a thread about to block on the future runs first, once (see FutureState).
+    void SetWaitHelper(std::function<void()> helper) {
+        RequireState();
+        state_->SetWaitHelper(std::move(helper));
+    }
 
     void SetResult(Result<T, E> result) {
         RequireState();

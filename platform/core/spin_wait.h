@@ -23,8 +23,9 @@ inline void CpuRelax() {
 template <typename Ready>
 bool SpinUntil(const Ready& ready, std::chrono::nanoseconds limit) {
     static const bool worthIt = std::thread::hardware_concurrency() > 1;
-    if (!worthIt) {
-        return ready();
+    const bool readyNow = ready();  // before the clock: it is read for a wait only
+    if (readyNow || !worthIt) {
+        return readyNow;
     }
     const auto deadline = std::chrono::steady_clock::now() + limit;
     for (unsigned i = 1;; ++i) {

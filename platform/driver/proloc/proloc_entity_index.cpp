@@ -9,9 +9,10 @@ ProlocEntityIndex ProlocEntityIndex::FromEntityInfo(const vcc::api::types::Entit
     return ProlocEntityIndex{info.serviceId, info.instanceId, info.entityId};
 }
 
+// The numbers first: entities of one instance differ in them, and they compare without a call.
 bool ProlocEntityIndex::operator<(const ProlocEntityIndex& other) const {
-    return std::tie(serviceId, instanceId, entityId) <
-           std::tie(other.serviceId, other.instanceId, other.entityId);
+    return std::tie(serviceId, entityId, instanceId) <
+           std::tie(other.serviceId, other.entityId, other.instanceId);
 }
 
 bool ProlocEntityIndex::operator==(const ProlocEntityIndex& other) const {

@@ -2,7 +2,11 @@
 
 #include <pthread.h>
 
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
 #include <csignal>
+#include <deque>
 #include <exception>
 
 #include "platform/core/spin_wait.h"
@@ -15,16 +19,113 @@ namespace {
 constexpr std::size_t kThreadNameMax = 15;
 // How long a worker that has just finished a task polls for the next one.
 constexpr std::chrono::microseconds kPoll{50};
+
+thread_local ThreadPool::FirstQueued* tlsFirstQueued = nullptr;
+// The queue whose task this thread runs outside its pool, if any.
+thread_local const ThreadPoolQueue* tlsRunningHereFor = nullptr;
 }  // namespace
+
+struct ThreadPoolQueue {
+    struct Entry {
+        ThreadPool::Task task;
+        TaskSoureceId sourceId;
+        std::uint64_t ticket{0};  // non-zero for a task its submitter may take back
+    };
+
+    ThreadPoolQueue(std::uint32_t size, ara::core::String poolName)
+        : queueSize(size), name(std::move(poolName)) {}
+
+    void RunGuarded(ThreadPool::Task& task, const TaskSoureceId& id) {
+        try {
+            task();
+            return;
+        } catch (const std::exception& e) {
+            LogTaskFailure(id, e.what());
+        } catch (...) {
+            LogTaskFailure(id, "unknown exception");
+        }
+        failed.fetch_add(1, std::memory_order_relaxed);
+    }
+
+    void LogTaskFailure(const TaskSoureceId& id, const char* what) const {
+        ara::tessel::common::log::Log::GetLog("CM")->LogError("ThreadPool_Task_Exception")
+            << "[ThreadPool][" << name << "][Task ended by exception: " << what
+            << "][taskTypeId=" << id.taskTypeId << ", uuidHigh=" << id.uuidHigh
+            << ", uuidLow=" << id.uuidLow << "]";
+    }
+
+    const std::uint32_t queueSize;
+    const ara::core::String name;
+    std::mutex mutex;  // guards every member below but the atomics
+    std::condition_variable available;
+    std::condition_variable doneHere;  // a task run outside the pool has ended
+    std::deque<Entry> entries;
+    bool stopped{false};
+    std::uint32_t sleeping{0};     // workers blocked on available
+    std::uint32_t runningHere{0};  // tasks that threads outside the pool run now
+    std::uint64_t dropped{0};
+    std::uint64_t lastTicket{0};
+    // Looks without the lock for the worker that polls for the next task.
+    std::atomic<std::size_t> queued{0};
+    std::atomic<bool> stopping{false};
+    std::atomic<bool> polling{false};  // one worker at a time polls
+    std::atomic<std::uint64_t> failed{0};
+};
+
+ThreadPool::FirstQueued::FirstQueued() : outer_(tlsFirstQueued) {
+    tlsFirstQueued = this;
+}
+
+ThreadPool::FirstQueued::~FirstQueued() {
+    tlsFirstQueued = outer_;
+}
+
+bool ThreadPool::QueuedTask::RunHere() const {
+    if (pool_ == nullptr) {
+        return false;
+    }
+    ThreadPoolQueue& queue = *pool_;
+    Task task;
+    TaskSoureceId id;
+    {
+        std::lock_guard<std::mutex> lock(queue.mutex);
+        if (queue.stopped) {
+            return false;
+        }
+        // The newest entries are searched first: the task was queued moments ago.
+        const auto found = std::find_if(
+            queue.entries.rbegin(), queue.entries.rend(),
+            [this](const ThreadPoolQueue::Entry& entry) { return entry.ticket == ticket_; });
+        if (found == queue.entries.rend()) {
+            return false;
+        }
+        task = std::move(found->task);
+        id = found->sourceId;
+        queue.entries.erase(std::next(found).base());
+        queue.queued.store(queue.entries.size(), std::memory_order_release);
+        ++queue.runningHere;
+    }
+    const ThreadPoolQueue* outer = tlsRunningHereFor;
+    tlsRunningHereFor = &queue;
+    queue.RunGuarded(task, id);
+    tlsRunningHereFor = outer;
+    task = nullptr;  // what the task holds goes before the pool's Stop may return
+    {
+        std::lock_guard<std::mutex> lock(queue.mutex);
+        --queue.runningHere;
+    }
+    queue.doneHere.notify_all();
+    return true;
+}
 
 ThreadPool::ThreadPool(std::uint32_t threadNumber, std::uint32_t queueSize,
                        const ara::core::String& name)
-    : queueSize_(queueSize), name_(name.substr(0, kThreadNameMax)) {
+    : queue_(std::make_shared<ThreadPoolQueue>(queueSize, name.substr(0, kThreadNameMax))) {
     WithoutStopSignals([this, threadNumber] {
         threads_.reserve(threadNumber);
         for (std::uint32_t i = 0; i < threadNumber; ++i) {
             threads_.emplace_back([this] { Work(); });
-            pthread_setname_np(threads_.back().native_handle(), name_.c_str());
+            pthread_setname_np(threads_.back().native_handle(), queue_->name.c_str());
         }
     });
 }
@@ -34,34 +135,49 @@ ThreadPool::~ThreadPool() {
 }
 
 bool ThreadPool::Enqueue(Task task, TaskSoureceId sourceId) {
+    FirstQueued* keeper = tlsFirstQueued;
+    if (keeper != nullptr && keeper->seen_) {
+        keeper = nullptr;
+    } else if (keeper != nullptr) {
+        keeper->seen_ = true;
+    }
+    ThreadPoolQueue& queue = *queue_;
     {
-        std::lock_guard<std::mutex> lock(mutex_);
-        if (stopped_ || queue_.size() >= queueSize_ || !task) {
+        std::lock_guard<std::mutex> lock(queue.mutex);
+        if (queue.stopped || queue.entries.size() >= queue.queueSize || !task) {
             return false;
         }
-        queue_.push_back(Entry{std::move(task), sourceId});
-        queued_.store(queue_.size(), std::memory_order_release);
+        std::uint64_t ticket = 0;
+        if (keeper != nullptr) {
+            ticket = ++queue.lastTicket;
+            keeper->task_.pool_ = queue_;
+            keeper->task_.ticket_ = ticket;
+        }
+        queue.entries.push_back(ThreadPoolQueue::Entry{std::move(task), sourceId, ticket});
+        queue.queued.store(queue.entries.size(), std::memory_order_release);
         // A polling worker takes a single task without being woken.
-        if (sleeping_ == 0 || (queue_.size() == 1 && polling_.load(std::memory_order_acquire))) {
+        if (queue.sleeping == 0 ||
+            (queue.entries.size() == 1 && queue.polling.load(std::memory_order_acquire))) {
             return true;
         }
     }
-    available_.notify_one();
+    queue.available.notify_one();
     return true;
 }
 
 void ThreadPool::Stop() {
     std::lock_guard<std::mutex> stopLock(stopMutex_);
-    std::deque<Entry> dropped;
+    ThreadPoolQueue& queue = *queue_;
+    std::deque<ThreadPoolQueue::Entry> dropped;
     {
-        std::lock_guard<std::mutex> lock(mutex_);
-        stopped_ = true;
-        stopping_.store(true, std::memory_order_release);
-        dropped_ += queue_.size();
-        dropped.swap(queue_);
-        queued_.store(0, std::memory_order_release);
+        std::lock_guard<std::mutex> lock(queue.mutex);
+        queue.stopped = true;
+        queue.stopping.store(true, std::memory_order_release);
+        queue.dropped += queue.entries.size();
+        dropped.swap(queue.entries);
+        queue.queued.store(0, std::memory_order_release);
     }
-    available_.notify_all();
+    queue.available.notify_all();
     for (auto& thread : threads_) {
         if (thread.joinable() && thread.get_id() != std::this_thread::get_id()) {
             thread.join();
@@ -70,75 +186,60 @@ void ThreadPool::Stop() {
         }
     }
     threads_.clear();
+    // A task that stops its own pool from outside the pool must not wait for itself.
+    const std::uint32_t own = tlsRunningHereFor == &queue ? 1 : 0;
+    std::unique_lock<std::mutex> lock(queue.mutex);
+    queue.doneHere.wait(lock, [&queue, own] { return queue.runningHere <= own; });
 }
 
 bool ThreadPool::IsStopped() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return stopped_;
+    std::lock_guard<std::mutex> lock(queue_->mutex);
+    return queue_->stopped;
 }
 
 std::size_t ThreadPool::QueuedCount() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return queue_.size();
+    std::lock_guard<std::mutex> lock(queue_->mutex);
+    return queue_->entries.size();
 }
 
 std::uint64_t ThreadPool::DroppedCount() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return dropped_;
+    std::lock_guard<std::mutex> lock(queue_->mutex);
+    return queue_->dropped;
 }
 
 std::uint64_t ThreadPool::FailedCount() const {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return failed_;
-}
-
-void ThreadPool::RunGuarded(Entry& entry) {
-    try {
-        entry.task();
-        return;
-    } catch (const std::exception& e) {
-        LogTaskFailure(entry.sourceId, e.what());
-    } catch (...) {
-        LogTaskFailure(entry.sourceId, "unknown exception");
-    }
-    std::lock_guard<std::mutex> lock(mutex_);
-    ++failed_;
-}
-
-void ThreadPool::LogTaskFailure(const TaskSoureceId& id, const char* what) const {
-    ara::tessel::common::log::Log::GetLog("CM")->LogError("ThreadPool_Task_Exception")
-        << "[ThreadPool][" << name_ << "][Task ended by exception: " << what
-        << "][taskTypeId=" << id.taskTypeId << ", uuidHigh=" << id.uuidHigh
-        << ", uuidLow=" << id.uuidLow << "]";
+    return queue_->failed.load(std::memory_order_relaxed);
 }
 
 void ThreadPool::Work() {
+    ThreadPoolQueue& queue = *queue_;
     bool justWorked = false;
     for (;;) {
-        Entry entry;
-        if (justWorked && queued_.load(std::memory_order_acquire) == 0 &&
-            !polling_.exchange(true, std::memory_order_acq_rel)) {
+        ThreadPoolQueue::Entry entry;
+        if (justWorked && queue.queued.load(std::memory_order_acquire) == 0 &&
+            !queue.polling.exchange(true, std::memory_order_acq_rel)) {
             (void)ara::core::detail::SpinUntil(
-                [this] {
-                    return queued_.load(std::memory_order_acquire) > 0 ||
-                           stopping_.load(std::memory_order_acquire);
+                [&queue] {
+                    return queue.queued.load(std::memory_order_acquire) > 0 ||
+                           queue.stopping.load(std::memory_order_acquire);
                 },
                 kPoll);
-            polling_.store(false, std::memory_order_release);
+            queue.polling.store(false, std::memory_order_release);
         }
         {
-            std::unique_lock<std::mutex> lock(mutex_);
-            ++sleeping_;
-            available_.wait(lock, [this] { return stopped_ || !queue_.empty(); });
-            --sleeping_;
-            if (stopped_) {
+            std::unique_lock<std::mutex> lock(queue.mutex);
+            ++queue.sleeping;
+            queue.available.wait(lock,
+                                 [&queue] { return queue.stopped || !queue.entries.empty(); });
+            --queue.sleeping;
+            if (queue.stopped) {
                 return;
             }
-            entry = std::move(queue_.front());
-            queue_.pop_front();
-            queued_.store(queue_.size(), std::memory_order_release);
+            entry = std::move(queue.entries.front());
+            queue.entries.pop_front();
+            queue.queued.store(queue.entries.size(), std::memory_order_release);
         }
-        RunGuarded(entry);
+        queue.RunGuarded(entry.task, entry.sourceId);
         justWorked = true;
     }
 }

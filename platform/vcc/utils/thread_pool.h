@@ -1,11 +1,9 @@
 #ifndef PLATFORM_VCC_UTILS_THREAD_POOL_H
 #define PLATFORM_VCC_UTILS_THREAD_POOL_H
 
-#include <atomic>
-#include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -26,14 +24,54 @@ struct TaskSoureceId {
     std::uint64_t uuidLow{0};
 };
 
+struct ThreadPoolQueue;
+
 // A fixed number of named threads over one bounded FIFO queue. With one thread, tasks run in
 // the order they were queued. A worker that has just finished a task polls for the next one for
 // a few microseconds before it sleeps, so that a stream of requests costs no wake-ups; an idle
 // pool sleeps. An exception that escapes a task is logged at error with the
 // pool's name and its text; the worker goes on with the next task.
+//
+// A thread that queues a task and then waits for its outcome may take the task back while no
+// worker has started it, and run it itself (FirstQueued): handing it to a worker costs two
+// thread switches, which on a busy or small machine are most of an in-process round trip.
 class ThreadPool {
 public:
     using Task = std::function<void()>;
+
+    // A task this thread queued, that it may run itself.
+    class QueuedTask {
+    public:
+        QueuedTask() = default;
+        explicit operator bool() const { return pool_ != nullptr; }
+        // Takes the task out of the queue and runs it on this thread; false when a worker has
+        // started it already or the pool has stopped. The pool's Stop waits for it as for its
+        // workers' tasks.
+        bool RunHere() const;
+
+    private:
+        friend class ThreadPool;
+        std::shared_ptr<ThreadPoolQueue> pool_;
+        std::uint64_t ticket_{0};
+    };
+
+    // While one lives, the first task that its thread queues on any pool is kept for it.
+    class FirstQueued {
+    public:
+        FirstQueued();
+        ~FirstQueued();
+        FirstQueued(const FirstQueued&) = delete;
+        FirstQueued& operator=(const FirstQueued&) = delete;
+
+        // The task; empty when the thread queued none or it was refused.
+        QueuedTask Take() { return std::move(task_); }
+
+    private:
+        friend class ThreadPool;
+        QueuedTask task_;
+        bool seen_{false};
+        FirstQueued* outer_;
+    };
 
     // name is given to every thread (at most 15 characters show in ps -L and gdb).
     ThreadPool(std::uint32_t threadNumber, std::uint32_t queueSize, const ara::core::String& name);
@@ -55,28 +93,10 @@ public:
     std::uint64_t FailedCount() const;
 
 private:
-    struct Entry {
-        Task task;
-        TaskSoureceId sourceId;
-    };
-
     void Work();
-    void RunGuarded(Entry& entry);
-    void LogTaskFailure(const TaskSoureceId& id, const char* what) const;
 
-    const std::uint32_t queueSize_;
-    const ara::core::String name_;
-    mutable std::mutex mutex_;  // guards queue_, stopped_, dropped_, failed_ and sleeping_
-    std::condition_variable available_;
-    std::deque<Entry> queue_;
-    bool stopped_{false};
-    std::uint32_t sleeping_{0};  // workers blocked on available_
-    // Looks without the lock for the worker that polls for the next task.
-    std::atomic<std::size_t> queued_{0};
-    std::atomic<bool> stopping_{false};
-    std::atomic<bool> polling_{false};  // one worker at a time polls
-    std::uint64_t dropped_{0};
-    std::uint64_t failed_{0};
+    // The queue and what guards it; shared with the tasks handed out, which may outlive the pool.
+    const std::shared_ptr<ThreadPoolQueue> queue_;
     std::vector<std::thread> threads_;
     std::mutex stopMutex_;  // serializes Stop() so that threads are joined once
 };

@@ -127,4 +127,25 @@ TEST(FutureTest, WaitForTimesOutOnAPendingFuture) {
     EXPECT_EQ(future.wait_for(std::chrono::milliseconds(1)), ara::core::future_status::ready);
 }
 
+// The first thread to wait runs the helper, once; a state that is ready drops it unrun.
+TEST(FutureTest, TheFirstWaiterRunsTheWaitHelperOnce) {
+    ara::core::Promise<int> promise;
+    auto future = promise.get_future();
+    int runs = 0;
+    promise.SetWaitHelper([&] {
+        ++runs;
+        promise.set_value(7);
+    });
+    future.wait();
+    EXPECT_EQ(future.get(), 7);
+    EXPECT_EQ(runs, 1);
+
+    ara::core::Promise<int> ready;
+    auto readyFuture = ready.get_future();
+    ready.set_value(1);
+    ready.SetWaitHelper([&] { ++runs; });
+    EXPECT_EQ(readyFuture.get(), 1);
+    EXPECT_EQ(runs, 1);
+}
+
 }  // namespace

@@ -10,8 +10,8 @@ namespace {
 
 using lumo::vcc::utils::ThreadPool;
 
-// Producers race each other and a Stop: every accepted task either ran or was counted as
-// dropped, and nothing runs after Stop returns.
+// Producers race each other, the workers (for the tasks they take back) and a Stop: every
+// accepted task ran once or was counted as dropped, and nothing runs after Stop returns.
 TEST(ThreadPoolConcurrencyTest, AcceptedTasksRunOrAreDroppedNeverBoth) {
     ThreadPool sut(3, 256, "wrdn_conc");
     std::atomic<long> accepted{0};
@@ -20,8 +20,12 @@ TEST(ThreadPoolConcurrencyTest, AcceptedTasksRunOrAreDroppedNeverBoth) {
     for (int p = 0; p < 4; ++p) {
         producers.emplace_back([&, p] {
             for (int i = 0; i < 5000; ++i) {
+                ThreadPool::FirstQueued first;
                 if (sut.Enqueue([&] { ++ran; }, static_cast<std::uint32_t>(p))) {
                     ++accepted;
+                }
+                if (i % 2 == 0) {
+                    (void)first.Take().RunHere();
                 }
             }
         });

@@ -54,4 +54,55 @@ TEST(ThreadPoolTest, OneThreadRunsTasksInArrivalOrder) {
     EXPECT_EQ(order, expected);
 }
 
+// The thread that queued a task takes it back and runs it while the worker is busy; a task the
+// worker has started, a second take-back and a take-back after Stop run nothing.
+TEST(ThreadPoolTest, TheSubmitterRunsItsTaskOnlyWhileNoWorkerHasIt) {
+    ThreadPool sut(1, 8, "wrdn_test");
+    wardend::test::Gate gate;
+    std::atomic<int> ran{0};
+    ThreadPool::QueuedTask started;
+    {
+        ThreadPool::FirstQueued first;
+        ASSERT_TRUE(sut.Enqueue(
+            [&] {
+                gate.Enter();
+                while (!sut.IsStopped()) {
+                    std::this_thread::yield();
+                }
+            },
+            1));
+        ASSERT_TRUE(sut.Enqueue([&] { ++ran; }, 1));  // only the first one is kept
+        started = first.Take();
+    }
+    ASSERT_TRUE(gate.WaitEntered(1));
+    EXPECT_FALSE(started.RunHere());
+
+    ThreadPool::QueuedTask queued;
+    std::thread::id ranOn;
+    {
+        ThreadPool::FirstQueued first;
+        ASSERT_TRUE(sut.Enqueue([&] { ranOn = std::this_thread::get_id(); }, 2));
+        queued = first.Take();
+    }
+    ASSERT_TRUE(queued);
+    EXPECT_EQ(sut.QueuedCount(), 2U);
+    EXPECT_TRUE(queued.RunHere());
+    EXPECT_EQ(ranOn, std::this_thread::get_id());
+    EXPECT_EQ(sut.QueuedCount(), 1U);
+    EXPECT_FALSE(queued.RunHere());
+
+    ThreadPool::QueuedTask dropped;
+    {
+        ThreadPool::FirstQueued first;
+        ASSERT_TRUE(sut.Enqueue([&] { ++ran; }, 3));
+        dropped = first.Take();
+    }
+    gate.Open();
+    sut.Stop();
+    EXPECT_FALSE(dropped.RunHere());
+    EXPECT_EQ(ran.load(), 0);
+    EXPECT_EQ(sut.DroppedCount(), 2U);
+    EXPECT_FALSE(ThreadPool::FirstQueued().Take());
+}
+
 }  // namespace
