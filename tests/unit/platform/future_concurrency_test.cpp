@@ -37,6 +37,7 @@ TEST(FutureConcurrencyTest, ManyWaitersSeeTheSameReadyState) {
     Promise<int> promise;
     auto future = promise.get_future();
     std::vector<std::thread> waiters;
+    waiters.reserve(8);
     std::atomic<int> ready{0};
     for (int i = 0; i < 8; ++i) {
         waiters.emplace_back([&] {
