@@ -14,19 +14,21 @@ namespace {
 
 using lumo::vcc::utils::ThreadPool;
 
+// A task that enters the gate and then outlasts the moment Stop marks the pool stopped.
+ThreadPool::Task HoldUntilStopped(const ThreadPool& pool, wardend::test::Gate& gate) {
+    return [&pool, &gate] {
+        gate.Enter();
+        while (!pool.IsStopped()) {
+            std::this_thread::yield();
+        }
+    };
+}
+
 TEST(ThreadPoolTest, RefusesTasksBeyondTheQueueSizeAndStopDropsQueuedOnes) {
     ThreadPool sut(1, 2, "wrdn_test");
     wardend::test::Gate gate;
     std::atomic<int> ran{0};
-    // The running task outlasts the moment Stop marks the pool stopped.
-    ASSERT_TRUE(sut.Enqueue(
-        [&] {
-            gate.Enter();
-            while (!sut.IsStopped()) {
-                std::this_thread::yield();
-            }
-        },
-        1));
+    ASSERT_TRUE(sut.Enqueue(HoldUntilStopped(sut, gate), 1));
     EXPECT_TRUE(gate.WaitEntered(1));
     EXPECT_TRUE(sut.Enqueue([&] { ++ran; }, 2));
     EXPECT_TRUE(sut.Enqueue([&] { ++ran; }, 2));
@@ -63,14 +65,7 @@ TEST(ThreadPoolTest, TheSubmitterRunsItsTaskOnlyWhileNoWorkerHasIt) {
     ThreadPool::QueuedTask started;
     {
         ThreadPool::FirstQueued first;
-        ASSERT_TRUE(sut.Enqueue(
-            [&] {
-                gate.Enter();
-                while (!sut.IsStopped()) {
-                    std::this_thread::yield();
-                }
-            },
-            1));
+        ASSERT_TRUE(sut.Enqueue(HoldUntilStopped(sut, gate), 1));
         ASSERT_TRUE(sut.Enqueue([&] { ++ran; }, 1));  // only the first one is kept
         started = first.Take();
     }
