@@ -14,13 +14,13 @@ LogStream LogVerbose() {
     return WardendLog()->LogVerbose();
 }
 LogStream LogInfo() {
-    return WardendLog()->LogInfo("", {});
+    return WardendLog()->LogInfo();
 }
 LogStream LogWarn() {
-    return WardendLog()->LogWarn("", {});
+    return WardendLog()->LogWarn();
 }
 LogStream LogError() {
-    return WardendLog()->LogError("", {});
+    return WardendLog()->LogError();
 }
 
 }  // namespace vesk::wardend

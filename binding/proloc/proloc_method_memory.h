@@ -168,13 +168,24 @@ public:
         return this->Insert(index, std::move(record));
     }
 
-    // Client side: a copy of the result, if it is there.
-    std::optional<Record> GetReply(const ProlocEntityIndex& index,
-                                   const unsigned char* address) const {
-        std::lock_guard<std::mutex> lock(this->mutex_);
-        bool indexFound = false;
-        const Record* record = this->FindLocked(index, address, indexFound);
-        return record == nullptr ? std::nullopt : std::optional<Record>(*record);
+    // Client side: the result, moved out, with its loan returned in the same step; nullopt when
+    // it is not there.
+    std::optional<Record> TakeReply(const ProlocEntityIndex& index, const unsigned char* address) {
+        std::shared_ptr<Record> record;
+        {
+            std::lock_guard<std::mutex> lock(this->mutex_);
+            auto entity = this->entries_.find(index);
+            if (entity == this->entries_.end()) {
+                return std::nullopt;
+            }
+            auto found = entity->second.find(Base::Key(address));
+            if (found == entity->second.end()) {
+                return std::nullopt;
+            }
+            record = std::move(found->second);
+            entity->second.erase(found);
+        }
+        return std::optional<Record>(std::move(*record));
     }
 };
 

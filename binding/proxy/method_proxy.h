@@ -176,13 +176,11 @@ private:
     static Result ReadProlocReply(const driver::MethodReply& reply,
                                   const lumo::driver::proloc::ProlocEntityIndex& index) {
         auto replies = lumo::driver::proloc::ProlocMemoryFactory::GetMethodReplyInstance<Output>();
-        if (auto result = replies->GetReply(index, reply.payload)) {
-            replies->ReturnLoan(reply.payload, index);
-            return *result;
+        if (auto result = replies->TakeReply(index, reply.payload)) {
+            return std::move(*result);
         }
         auto refused = lumo::driver::proloc::ProlocMemoryFactory::GetMethodReplyInstance<void>();
-        if (auto result = refused->GetReply(index, reply.payload)) {
-            refused->ReturnLoan(reply.payload, index);
+        if (auto result = refused->TakeReply(index, reply.payload)) {
             if (!result->HasValue()) {
                 return Result::FromError(result->Error());
             }

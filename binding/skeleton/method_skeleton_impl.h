@@ -41,16 +41,17 @@ public:
                        Handler handler = {})
         : entityId_(entityId),
           methodMode_(mode),
-          methodHandler_(std::move(handler)),
+          methodHandler_(Share(std::move(handler))),
           logger_(ara::tessel::common::log::Log::GetLog("CM")) {}
 
     ~MethodSkeletonImpl() override { logger_->LogVerbose() << "MethodSkeletonImpl deconstructor"; }
 
     // Installs the user handler; the old one is returned.
     Handler ExchangeHandler(Handler handler) {
+        auto shared = Share(std::move(handler));
         std::lock_guard<std::mutex> lock(requestMutex_);
-        std::swap(methodHandler_, handler);
-        return handler;
+        std::swap(methodHandler_, shared);
+        return shared == nullptr ? Handler() : *shared;
     }
 
     void SetMethodDriver(api::types::DriverType driver,
@@ -107,7 +108,7 @@ public:
     }
 
     void ProcessRequest(const driver::MethodMsgPtr& msg) override {
-        Handler handler;
+        std::shared_ptr<const Handler> handler;
         {
             std::lock_guard<std::mutex> lock(requestMutex_);
             ++inFlightCount_;
@@ -127,13 +128,13 @@ public:
                 self.inFlightDone_.notify_all();
             }
         } leave{*this, msg};
-        if (!handler) {
+        if (handler == nullptr) {
             logger_->LogWarn("MethodSkeleton_No_Callback", LogLimit())
                 << "[MethodSkeleton][Method was not registerd]";
         } else if (msg->isTrafficControlled) {
             ReplyTrafficControlled(msg);
         } else {
-            CallUser(handler, msg);
+            CallUser(*handler, msg);
         }
     }
 
@@ -157,6 +158,10 @@ public:
         entityIdentifier_ = protocolData_.empty() || protocolData_.begin()->second == nullptr
                                 ? ara::core::String()
                                 : protocolData_.begin()->second->GetEntityIdentifier();
+        if (!protocolData_.empty() && protocolData_.begin()->second != nullptr) {
+            prolocIndex_ = lumo::driver::proloc::ProlocEntityIndex::FromEntityInfo(
+                *protocolData_.begin()->second);
+        }
     }
     void SetStats(std::shared_ptr<utils::stats::MethodSkeletonStats> stats) override {
         stats_ = std::move(stats);
@@ -251,6 +256,11 @@ public:
 
 private:
     static ara::tessel::common::log::LogLimitConfig LogLimit() { return {}; }
+
+    // A request copies a reference to the handler, not the handler.
+    static std::shared_ptr<const Handler> Share(Handler handler) {
+        return handler ? std::make_shared<const Handler>(std::move(handler)) : nullptr;
+    }
 
     const ara::core::String& EntityIdentifier() const { return entityIdentifier_; }
 
@@ -354,9 +364,7 @@ private:
     template <typename T>
     void InProcessReply(const ara::core::Result<T>& result, const driver::MethodMsgPtr& msg) {
         auto store = lumo::driver::proloc::ProlocMemoryFactory::GetMethodReplyInstance<T>();
-        const auto index =
-            lumo::driver::proloc::ProlocEntityIndex::FromEntityInfo(*protocolData_.begin()->second);
-        const unsigned char* key = store->AddReply(result, index, *msg);
+        const unsigned char* key = store->AddReply(result, prolocIndex_, *msg);
         auto handler = Driver(api::types::DriverType::kProloc);
         if (handler != nullptr) {
             (void)handler->ReplyData(const_cast<unsigned char*>(key), driver::SizeRecord{0}, msg,
@@ -470,7 +478,9 @@ private:
     const std::uint32_t entityId_;
     std::shared_ptr<utils::ThreadPool> threadPool_;
     const api::types::MethodCallProcessingMode methodMode_;
-    Handler methodHandler_;
+    std::shared_ptr<const Handler> methodHandler_;
+    // The in-process stores' key of this method; set with the method info, before any request.
+    lumo::driver::proloc::ProlocEntityIndex prolocIndex_;
     std::function<void(const driver::MethodMsgPtr&)> vccReceiveHandler_;
     std::atomic<bool> isFireForget_{false};
     std::shared_ptr<ara::tessel::common::log::Log> logger_;

@@ -171,19 +171,19 @@ void MemoryLogSink::Clear() {
     records_.clear();
 }
 
-LogStream::LogStream(const Log* log, LogLevel level, String tag, LogLimitConfig limit)
+LogStream::LogStream(const Log* log, LogLevel level, const String& tag, LogLimitConfig limit)
     : log_(log),
       level_(level),
-      tag_(std::move(tag)),
-      limit_(limit),
-      enabled_(log != nullptr && log->CheckLogLevel(level)) {}
+      enabled_(log != nullptr && log->CheckLogLevel(level)),
+      tag_(enabled_ ? tag : String()),
+      limit_(limit) {}
 
 LogStream::LogStream(LogStream&& other) noexcept
     : log_(other.log_),
       level_(other.level_),
+      enabled_(other.enabled_),
       tag_(std::move(other.tag_)),
       limit_(other.limit_),
-      enabled_(other.enabled_),
       text_(std::move(other.text_)) {
     other.enabled_ = false;
 }

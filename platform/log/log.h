@@ -84,7 +84,8 @@ class Log;
 // is enabled and its tag is not limited.
 class LogStream final {
 public:
-    LogStream(const Log* log, LogLevel level, String tag, LogLimitConfig limit);
+    // A disabled line copies nothing: most lines on a hot path are below the level.
+    LogStream(const Log* log, LogLevel level, const String& tag, LogLimitConfig limit);
     LogStream(LogStream&& other) noexcept;
     LogStream(const LogStream&) = delete;
     LogStream& operator=(const LogStream&) = delete;
@@ -140,9 +141,9 @@ private:
 
     const Log* log_;
     LogLevel level_;
-    String tag_;
-    LogLimitConfig limit_;
     bool enabled_;
+    String tag_;  // empty when the line is disabled
+    LogLimitConfig limit_;
     String text_;  // the line so far; empty and unused when the line is disabled
 };
 

@@ -271,12 +271,8 @@ private:
 }  // namespace
 
 bool PendingCall::Complete(const MethodReply& reply) {
-    {
-        std::lock_guard<std::mutex> lock(mutex);
-        if (done) {
-            return false;
-        }
-        done = true;
+    if (done.exchange(true, std::memory_order_acq_rel)) {
+        return false;
     }
     if (timer != nullptr) {
         timer->Cancel(*this);
@@ -524,8 +520,10 @@ void ProlocMethodHandler::ReturnLoan(const unsigned char* payload) {
 }
 
 void ProlocMethodHandler::SetReceiveHandler(vcc::driver::ReceiveHandler handler) {
+    auto shared =
+        handler ? std::make_shared<const vcc::driver::ReceiveHandler>(std::move(handler)) : nullptr;
     std::lock_guard<std::mutex> lock(mutex_);
-    receiveHandler_ = std::move(handler);
+    receiveHandler_ = std::move(shared);
 }
 
 void ProlocMethodHandler::SetProlocMemory(std::shared_ptr<ProlocMethodManager> memory) {
@@ -548,10 +546,10 @@ ara::core::String ProlocMethodHandler::GetStatisticsText(vcc::driver::DriverType
 
 bool ProlocMethodHandler::Deliver(const vcc::driver::MethodMsgPtr& msg,
                                   const std::shared_ptr<ProlocMethodManager>& requestMemory) {
-    vcc::driver::ReceiveHandler handler;
+    std::shared_ptr<const vcc::driver::ReceiveHandler> handler;
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        if (!receiveHandler_) {
+        if (receiveHandler_ == nullptr) {
             return false;
         }
         handler = receiveHandler_;
@@ -560,7 +558,7 @@ bool ProlocMethodHandler::Deliver(const vcc::driver::MethodMsgPtr& msg,
             requestLoans_[msg->payload] = requestMemory;
         }
     }
-    handler(msg);
+    (*handler)(msg);
     return true;
 }
 

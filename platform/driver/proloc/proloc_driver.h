@@ -1,6 +1,7 @@
 #ifndef PLATFORM_DRIVER_PROLOC_PROLOC_DRIVER_H
 #define PLATFORM_DRIVER_PROLOC_PROLOC_DRIVER_H
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <map>
@@ -103,8 +104,7 @@ private:
 struct PendingCall {
     ProlocEntityIndex index;
     vcc::driver::ReplyHandler handler;
-    std::mutex mutex;  // guards done
-    bool done{false};
+    std::atomic<bool> done{false};
     // Set by Schedule; the entry is valid while scheduled, both guarded by the timer's mutex.
     std::shared_ptr<ProlocCallTimer> timer;
     std::multimap<std::chrono::steady_clock::time_point, std::weak_ptr<PendingCall>>::iterator
@@ -143,7 +143,8 @@ private:
 
     const ProlocEntityIndex index_;
     mutable std::mutex mutex_;  // guards every member below
-    vcc::driver::ReceiveHandler receiveHandler_;
+    // Shared, so that a request copies a reference and not the handler.
+    std::shared_ptr<const vcc::driver::ReceiveHandler> receiveHandler_;
     std::shared_ptr<ProlocMethodManager> replyMemory_;
     // Request keys handed out and not yet returned, with the store they came from.
     std::map<const unsigned char*, std::shared_ptr<ProlocMethodManager>> requestLoans_;

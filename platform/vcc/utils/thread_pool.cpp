@@ -109,12 +109,16 @@ bool ThreadPool::QueuedTask::RunHere() const {
     tlsRunningHereFor = &queue;
     queue.RunGuarded(task, id);
     tlsRunningHereFor = outer;
-    task = nullptr;  // what the task holds goes before the pool's Stop may return
+    task = nullptr;          // what the task holds goes before the pool's Stop may return
+    bool stopWaits = false;  // only Stop waits for tasks run here
     {
         std::lock_guard<std::mutex> lock(queue.mutex);
         --queue.runningHere;
+        stopWaits = queue.stopped;
     }
-    queue.doneHere.notify_all();
+    if (stopWaits) {
+        queue.doneHere.notify_all();
+    }
     return true;
 }
 

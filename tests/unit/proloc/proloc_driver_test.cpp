@@ -77,10 +77,9 @@ protected:
         std::promise<MethodReply> done;
         client.Call(key, sizeof(std::tuple<std::string>), timeout, [&](const MethodReply& reply) {
             if (reply.status == CallStatus::kOk && result != nullptr) {
-                auto value = replies_->GetReply(index, reply.payload);
+                auto value = replies_->TakeReply(index, reply.payload);
                 *result = value && value->HasValue() ? std::optional<std::size_t>(value->Value())
                                                      : std::nullopt;
-                replies_->ReturnLoan(reply.payload, index);
             }
             replyThread_ = std::this_thread::get_id();
             done.set_value(reply);

@@ -185,9 +185,6 @@ TEST_F(ProlocMethodMemoryTest, RepliesMarkErrorsAndRefuseFutureDomainErrors) {
                          lumo::vcc::api::types::ComErrc::kMaxSamplesExceeded, 0)),
                      kIndex, msg);
     EXPECT_TRUE(msg.isErrorReply);
-    ASSERT_TRUE(sut.GetReply(kIndex, value).has_value());
-    EXPECT_EQ(sut.GetReply(kIndex, value)->Value(), 4);
-    EXPECT_FALSE(sut.GetReply(kIndex, error)->HasValue());
 
     EXPECT_THROW((void)sut.AddReply(ara::core::Result<int>::FromError(ara::core::MakeErrorCode(
                                         ara::core::future_errc::broken_promise, 0)),
@@ -195,6 +192,16 @@ TEST_F(ProlocMethodMemoryTest, RepliesMarkErrorsAndRefuseFutureDomainErrors) {
                  ara::core::FutureException);
     EXPECT_EQ(sut.Count(kIndex), 2U);
 
+    // A reply is taken once: the take returns its loan.
+    const auto taken = sut.TakeReply(kIndex, value);
+    ASSERT_TRUE(taken.has_value());
+    EXPECT_EQ(taken->Value(), 4);
+    EXPECT_FALSE(sut.TakeReply(kIndex, value).has_value());
+    EXPECT_FALSE(sut.TakeReply(ProlocEntityIndex{9, "1", 1}, error).has_value());
+    EXPECT_FALSE(sut.TakeReply(kIndex, error)->HasValue());
+    EXPECT_EQ(sut.Count(kIndex), 0U);
+
+    (void)sut.AddReply(ara::core::Result<int>(5), kIndex, msg);
     sut.UnRegisterMethod(kIndex);
     EXPECT_EQ(sut.Count(kIndex), 0U);
     EXPECT_TRUE(Logged(LogLevel::kDebug, "Proloc unregister method server index [" + kInfo + "]"));
