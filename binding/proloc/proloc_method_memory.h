@@ -69,18 +69,6 @@ protected:
         return address;
     }
 
-    // Caller holds mutex_. Null when the index or the address is not there.
-    const Record* FindLocked(const ProlocEntityIndex& index, const unsigned char* address,
-                             bool& indexFound) const {
-        auto entity = entries_.find(index);
-        indexFound = entity != entries_.end();
-        if (!indexFound) {
-            return nullptr;
-        }
-        auto record = entity->second.find(Key(address));
-        return record == entity->second.end() ? nullptr : record->second.get();
-    }
-
     mutable std::mutex mutex_;  // guards entries_
     std::map<ProlocEntityIndex, std::map<std::uint64_t, std::shared_ptr<Record>>> entries_;
     std::shared_ptr<ara::tessel::common::log::Log> logger_;
