@@ -146,6 +146,9 @@ TEST_F(ProlocDriverTest, CallsFailAtOnceWhenNotOfferedAndTimeOutWhenNobodyAnswer
     EXPECT_EQ(replies_->Count(index), 0U);
     handler->ReturnLoan(held->payload);
     EXPECT_EQ(requests_->Count(index), 0U);
+    handler->SetReceiveHandler(nullptr);
+    EXPECT_EQ(CallAndWait(*client, "x", 5s).status, CallStatus::kNotReachable)
+        << "a receive handler taken away again";
 
     driver_->StopOfferService(kService, "1");
     EXPECT_EQ(CallAndWait(*client, "x", 5s).status, CallStatus::kNotReachable);
