@@ -26,13 +26,15 @@ template <typename Record>
 class ProlocRecordStore : public ProlocMethodManager {
 public:
     void ReturnLoan(const unsigned char* address, const ProlocEntityIndex& index) override {
-        std::lock_guard<std::mutex> lock(mutex_);
-        auto entity = entries_.find(index);
-        if (entity == entries_.end()) {
-            logger_->LogWarn() << returnNoIndex_ << index.GetProlocInfo() << "]";
-            return;
+        bool indexFound = false;
+        std::shared_ptr<Record> record;  // freed after the lock
+        {
+            std::lock_guard<std::mutex> lock(mutex_);
+            record = TakeLocked(index, address, indexFound);
         }
-        if (entity->second.erase(Key(address)) == 0) {
+        if (!indexFound) {
+            logger_->LogWarn() << returnNoIndex_ << index.GetProlocInfo() << "]";
+        } else if (record == nullptr) {
             logger_->LogWarn() << returnNoAddress_ << index.GetProlocInfo() << "]";
         }
     }
@@ -67,6 +69,24 @@ protected:
         const auto* address = reinterpret_cast<const unsigned char*>(record.get());
         entries_[index][Key(address)] = std::move(record);
         return address;
+    }
+
+    // Caller holds mutex_. Removes the record and hands it over; null when the index or the
+    // address is not there.
+    std::shared_ptr<Record> TakeLocked(const ProlocEntityIndex& index, const unsigned char* address,
+                                       bool& indexFound) {
+        auto entity = entries_.find(index);
+        indexFound = entity != entries_.end();
+        if (!indexFound) {
+            return nullptr;
+        }
+        auto found = entity->second.find(Key(address));
+        if (found == entity->second.end()) {
+            return nullptr;
+        }
+        auto record = std::move(found->second);
+        entity->second.erase(found);
+        return record;
     }
 
     mutable std::mutex mutex_;  // guards entries_
@@ -159,21 +179,13 @@ public:
     // Client side: the result, moved out, with its loan returned in the same step; nullopt when
     // it is not there.
     std::optional<Record> TakeReply(const ProlocEntityIndex& index, const unsigned char* address) {
+        bool indexFound = false;
         std::shared_ptr<Record> record;
         {
             std::lock_guard<std::mutex> lock(this->mutex_);
-            auto entity = this->entries_.find(index);
-            if (entity == this->entries_.end()) {
-                return std::nullopt;
-            }
-            auto found = entity->second.find(Base::Key(address));
-            if (found == entity->second.end()) {
-                return std::nullopt;
-            }
-            record = std::move(found->second);
-            entity->second.erase(found);
+            record = this->TakeLocked(index, address, indexFound);
         }
-        return std::optional<Record>(std::move(*record));
+        return record == nullptr ? std::nullopt : std::optional<Record>(std::move(*record));
     }
 };
 

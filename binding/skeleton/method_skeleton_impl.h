@@ -46,12 +46,11 @@ public:
 
     ~MethodSkeletonImpl() override { logger_->LogVerbose() << "MethodSkeletonImpl deconstructor"; }
 
-    // Installs the user handler; the old one is returned.
-    Handler ExchangeHandler(Handler handler) {
+    // Installs the user handler; the old one goes once no request holds it any more.
+    void SetHandler(Handler handler) {
         auto shared = Share(std::move(handler));
         std::lock_guard<std::mutex> lock(requestMutex_);
         std::swap(methodHandler_, shared);
-        return shared == nullptr ? Handler() : *shared;
     }
 
     void SetMethodDriver(api::types::DriverType driver,
@@ -155,13 +154,12 @@ public:
     void SetMethodInfo(const MethodInfoMap& protocolData) override {
         protocolData_ = protocolData;
         // Made once: the verbose lines of every request name the method, whatever the level.
-        entityIdentifier_ = protocolData_.empty() || protocolData_.begin()->second == nullptr
-                                ? ara::core::String()
-                                : protocolData_.begin()->second->GetEntityIdentifier();
-        if (!protocolData_.empty() && protocolData_.begin()->second != nullptr) {
-            prolocIndex_ = lumo::driver::proloc::ProlocEntityIndex::FromEntityInfo(
-                *protocolData_.begin()->second);
-        }
+        const api::types::MethodInfo* first =
+            protocolData_.empty() ? nullptr : protocolData_.begin()->second.get();
+        entityIdentifier_ = first == nullptr ? ara::core::String() : first->GetEntityIdentifier();
+        prolocIndex_ = first == nullptr
+                           ? lumo::driver::proloc::ProlocEntityIndex()
+                           : lumo::driver::proloc::ProlocEntityIndex::FromEntityInfo(*first);
     }
     void SetStats(std::shared_ptr<utils::stats::MethodSkeletonStats> stats) override {
         stats_ = std::move(stats);

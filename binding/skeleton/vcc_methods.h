@@ -55,12 +55,11 @@ void Vcc::RegisterMethod(std::uint32_t entityId, Skeleton* service,
                                 << " have not registered. Ignore this time register...";
         return;
     }
-    (void)method->ExchangeHandler(
-        [this, object = service, member, entityId](const driver::MethodMsgPtr& msg,
-                                                   const MethodInfoMap& protocolData) {
-            return detail::CallUserMethod<Skeleton, Output, Args...>(*this, entityId, object,
-                                                                     member, msg, protocolData);
-        });
+    method->SetHandler([this, object = service, member, entityId](
+                           const driver::MethodMsgPtr& msg, const MethodInfoMap& protocolData) {
+        return detail::CallUserMethod<Skeleton, Output, Args...>(*this, entityId, object, member,
+                                                                 msg, protocolData);
+    });
     (void)RegisterMethodPool(entityId, {ThreadPoolType::kServicePool, nullptr});
     logInstance_->LogDebug() << "Method " << entityId << " register success!";
 }

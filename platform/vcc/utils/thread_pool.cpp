@@ -109,8 +109,9 @@ bool ThreadPool::QueuedTask::RunHere() const {
     tlsRunningHereFor = &queue;
     queue.RunGuarded(task, id);
     tlsRunningHereFor = outer;
-    task = nullptr;          // what the task holds goes before the pool's Stop may return
-    bool stopWaits = false;  // only Stop waits for tasks run here
+    task = nullptr;  // what the task holds goes before the pool's Stop may return
+    // Only Stop waits for tasks run here: nobody else needs waking.
+    bool stopWaits = false;
     {
         std::lock_guard<std::mutex> lock(queue.mutex);
         --queue.runningHere;
