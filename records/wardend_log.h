@@ -13,10 +13,19 @@ using ara::core::String;
 // four helpers below.
 std::shared_ptr<ara::tessel::common::log::Log>& WardendLog();
 
-ara::tessel::common::log::LogStream LogVerbose();
-ara::tessel::common::log::LogStream LogInfo();
-ara::tessel::common::log::LogStream LogWarn();
-ara::tessel::common::log::LogStream LogError();
+// Inline, so that a line below the level costs a load and a compare.
+inline ara::tessel::common::log::LogStream LogVerbose() {
+    return WardendLog()->LogVerbose();
+}
+inline ara::tessel::common::log::LogStream LogInfo() {
+    return WardendLog()->LogInfo();
+}
+inline ara::tessel::common::log::LogStream LogWarn() {
+    return WardendLog()->LogWarn();
+}
+inline ara::tessel::common::log::LogStream LogError() {
+    return WardendLog()->LogError();
+}
 
 }  // namespace vesk::wardend
 

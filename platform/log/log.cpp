@@ -28,8 +28,8 @@ public:
         return manager;
     }
 
-    void Configure(const String& appId, const String& description, LogLevel level,
-                   std::uint8_t mode, const String& path) {
+    void Configure(const String& appId, const String& description, std::uint8_t mode,
+                   const String& path) {
         std::vector<std::shared_ptr<LogSink>> sinks;
         if (mode == 0 || (mode & kModeConsole) != 0) {
             sinks.push_back(std::make_shared<ConsoleLogSink>());
@@ -48,7 +48,6 @@ public:
         std::lock_guard<std::mutex> lock(mutex_);
         appId_ = appId;
         configuredSinks_ = std::move(sinks);
-        level_.store(static_cast<std::uint8_t>(level));
     }
 
     void AddSink(std::shared_ptr<LogSink> sink) {
@@ -61,9 +60,6 @@ public:
         extraSinks_.erase(std::remove(extraSinks_.begin(), extraSinks_.end(), sink),
                           extraSinks_.end());
     }
-
-    void SetLevel(LogLevel level) { level_.store(static_cast<std::uint8_t>(level)); }
-    LogLevel Level() const { return static_cast<LogLevel>(level_.load()); }
 
     std::shared_ptr<Log> GetLog(const String& contextId) {
         std::lock_guard<std::mutex> lock(mutex_);
@@ -114,7 +110,6 @@ private:
     // Before InitLogging: warnings and errors to the console.
     LogManager() : configuredSinks_{std::make_shared<ConsoleLogSink>()} {}
 
-    std::atomic<std::uint8_t> level_{static_cast<std::uint8_t>(LogLevel::kWarn)};
     std::mutex mutex_;  // guards appId_, the sink lists, contexts_ and limits_
     String appId_{"WRDN"};
     std::vector<std::shared_ptr<LogSink>> configuredSinks_;
@@ -171,13 +166,6 @@ void MemoryLogSink::Clear() {
     records_.clear();
 }
 
-LogStream::LogStream(const Log* log, LogLevel level, const String& tag, LogLimitConfig limit)
-    : log_(log),
-      level_(level),
-      enabled_(log != nullptr && log->CheckLogLevel(level)),
-      tag_(enabled_ ? tag : String()),
-      limit_(limit) {}
-
 LogStream::LogStream(LogStream&& other) noexcept
     : log_(other.log_),
       level_(other.level_),
@@ -186,10 +174,6 @@ LogStream::LogStream(LogStream&& other) noexcept
       limit_(other.limit_),
       text_(std::move(other.text_)) {
     other.enabled_ = false;
-}
-
-LogStream::~LogStream() {
-    Flush();
 }
 
 LogStream& LogStream::operator<<(std::uint8_t value) {
@@ -239,8 +223,8 @@ void Log::InitLogging(const String& appId, const String& description, std::uint8
     if (level > static_cast<std::uint8_t>(LogLevel::kVerbose)) {
         level = static_cast<std::uint8_t>(LogLevel::kVerbose);
     }
-    LogManager::Instance().Configure(appId, description, static_cast<LogLevel>(level), mode,
-                                     filePath);
+    LogManager::Instance().Configure(appId, description, mode, filePath);
+    level_.store(level);
 }
 
 void Log::InitLog(const String& /*appId*/, const String& contextId, const String& /*description*/) {
@@ -259,12 +243,15 @@ void Log::RemoveSink(const std::shared_ptr<LogSink>& sink) {
     LogManager::Instance().RemoveSink(sink);
 }
 
+// Before InitLogging: warnings and errors.
+std::atomic<std::uint8_t> Log::level_{static_cast<std::uint8_t>(LogLevel::kWarn)};
+
 void Log::SetLevel(LogLevel level) {
-    LogManager::Instance().SetLevel(level);
+    level_.store(static_cast<std::uint8_t>(level));
 }
 
 LogLevel Log::GetLevel() {
-    return LogManager::Instance().Level();
+    return static_cast<LogLevel>(level_.load());
 }
 
 std::uint64_t Log::SuppressedCount(const String& tag) {
@@ -272,11 +259,6 @@ std::uint64_t Log::SuppressedCount(const String& tag) {
 }
 
 Log::Log(String contextId) : contextId_(std::move(contextId)) {}
-
-bool Log::CheckLogLevel(LogLevel level) const noexcept {
-    return level != LogLevel::kOff && static_cast<std::uint8_t>(level) <=
-                                          static_cast<std::uint8_t>(LogManager::Instance().Level());
-}
 
 LogStream Log::LogFatal(const String& tag, LogLimitConfig limit) const {
     return LogStream(this, LogLevel::kFatal, tag, limit);

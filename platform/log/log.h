@@ -1,6 +1,7 @@
 #ifndef PLATFORM_LOG_LOG_H
 #define PLATFORM_LOG_LOG_H
 
+#include <atomic>
 #include <charconv>
 #include <chrono>
 #include <cstdint>
@@ -84,13 +85,18 @@ class Log;
 // is enabled and its tag is not limited.
 class LogStream final {
 public:
-    // A disabled line copies nothing: most lines on a hot path are below the level.
+    // A disabled line copies nothing and calls nothing: most lines on a hot path are below the
+    // level, so its construction and destruction are inline.
     LogStream(const Log* log, LogLevel level, const String& tag, LogLimitConfig limit);
     LogStream(LogStream&& other) noexcept;
     LogStream(const LogStream&) = delete;
     LogStream& operator=(const LogStream&) = delete;
     LogStream& operator=(LogStream&&) = delete;
-    ~LogStream();
+    ~LogStream() {
+        if (enabled_) {
+            Flush();
+        }
+    }
 
     template <typename T>
     LogStream& operator<<(const T& value) {
@@ -170,21 +176,47 @@ public:
 
     bool IsValid() const noexcept { return !contextId_.empty(); }
     const String& ContextId() const noexcept { return contextId_; }
-    bool CheckLogLevel(LogLevel level) const noexcept;
+    bool CheckLogLevel(LogLevel level) const noexcept {
+        return level != LogLevel::kOff &&
+               static_cast<std::uint8_t>(level) <= level_.load(std::memory_order_relaxed);
+    }
 
-    LogStream LogFatal(const String& tag = {}, LogLimitConfig limit = {}) const;
-    LogStream LogError(const String& tag = {}, LogLimitConfig limit = {}) const;
-    LogStream LogWarn(const String& tag = {}, LogLimitConfig limit = {}) const;
-    LogStream LogInfo(const String& tag = {}, LogLimitConfig limit = {}) const;
-    LogStream LogDebug(const String& tag = {}, LogLimitConfig limit = {}) const;
-    LogStream LogVerbose(const String& tag = {}, LogLimitConfig limit = {}) const;
+    // Lines without a tag or limit.
+    LogStream LogFatal() const { return Untagged(LogLevel::kFatal); }
+    LogStream LogError() const { return Untagged(LogLevel::kError); }
+    LogStream LogWarn() const { return Untagged(LogLevel::kWarn); }
+    LogStream LogInfo() const { return Untagged(LogLevel::kInfo); }
+    LogStream LogDebug() const { return Untagged(LogLevel::kDebug); }
+    LogStream LogVerbose() const { return Untagged(LogLevel::kVerbose); }
+
+    LogStream LogFatal(const String& tag, LogLimitConfig limit = {}) const;
+    LogStream LogError(const String& tag, LogLimitConfig limit = {}) const;
+    LogStream LogWarn(const String& tag, LogLimitConfig limit = {}) const;
+    LogStream LogInfo(const String& tag, LogLimitConfig limit = {}) const;
+    LogStream LogDebug(const String& tag, LogLimitConfig limit = {}) const;
+    LogStream LogVerbose(const String& tag, LogLimitConfig limit = {}) const;
 
 private:
     friend class LogStream;
+    LogStream Untagged(LogLevel level) const;
     void Emit(LogLevel level, const String& tag, const LogLimitConfig& limit, String text) const;
+
+    // The level of every context, read by every line outside any lock.
+    static std::atomic<std::uint8_t> level_;
 
     String contextId_;
 };
+
+inline LogStream::LogStream(const Log* log, LogLevel level, const String& tag, LogLimitConfig limit)
+    : log_(log),
+      level_(level),
+      enabled_(log != nullptr && log->CheckLogLevel(level)),
+      tag_(enabled_ ? tag : String()),
+      limit_(limit) {}
+
+inline LogStream Log::Untagged(LogLevel level) const {
+    return LogStream(this, level, String(), {});
+}
 
 }  // namespace ara::tessel::common::log
 
