@@ -12,6 +12,7 @@
 #include "platform/core/future.h"
 #include "platform/core/result.h"
 #include "platform/driver/proloc/proloc_memory_manager.h"
+#include "platform/driver/proloc/spare_nodes.h"
 #include "platform/error/future_error_domain.h"
 #include "platform/log/log.h"
 #include "platform/vcc/api/types/method_msg.h"
@@ -41,6 +42,7 @@ public:
 
     void UnRegisterMethod(const ProlocEntityIndex& index) override {
         std::lock_guard<std::mutex> lock(mutex_);
+        last_ = entries_.end();
         if (entries_.erase(index) != 0) {
             logger_->LogDebug() << "Proloc unregister method server index ["
                                 << index.GetProlocInfo() << "]";
@@ -67,7 +69,11 @@ protected:
     // Caller holds mutex_.
     const unsigned char* Insert(const ProlocEntityIndex& index, std::shared_ptr<Record> record) {
         const auto* address = reinterpret_cast<const unsigned char*>(record.get());
-        entries_[index][Key(address)] = std::move(record);
+        auto entity = FindLocked(index);
+        if (entity == entries_.end()) {
+            entity = last_ = entries_.emplace(index, Records{}).first;
+        }
+        (void)spares_.Insert(entity->second, Key(address), std::move(record));
         return address;
     }
 
@@ -75,7 +81,7 @@ protected:
     // address is not there.
     std::shared_ptr<Record> TakeLocked(const ProlocEntityIndex& index, const unsigned char* address,
                                        bool& indexFound) {
-        auto entity = entries_.find(index);
+        auto entity = FindLocked(index);
         indexFound = entity != entries_.end();
         if (!indexFound) {
             return nullptr;
@@ -84,13 +90,29 @@ protected:
         if (found == entity->second.end()) {
             return nullptr;
         }
-        auto record = std::move(found->second);
-        entity->second.erase(found);
-        return record;
+        return spares_.Take(entity->second, found);
     }
 
-    mutable std::mutex mutex_;  // guards entries_
-    std::map<ProlocEntityIndex, std::map<std::uint64_t, std::shared_ptr<Record>>> entries_;
+    using Records = std::map<std::uint64_t, std::shared_ptr<Record>>;
+    using Entries = std::map<ProlocEntityIndex, Records>;
+
+    // Caller holds mutex_. A store mostly serves one entity at a time: the one found last is
+    // compared first, which is cheaper than a walk of the tree with its string keys.
+    typename Entries::iterator FindLocked(const ProlocEntityIndex& index) {
+        if (last_ != entries_.end() && last_->first == index) {
+            return last_;
+        }
+        auto found = entries_.find(index);
+        if (found != entries_.end()) {
+            last_ = found;
+        }
+        return found;
+    }
+
+    mutable std::mutex mutex_;  // guards entries_, last_ and spares_
+    Entries entries_;
+    typename Entries::iterator last_{entries_.end()};
+    SpareNodes<Records> spares_;
     std::shared_ptr<ara::tessel::common::log::Log> logger_;
 
 private:
@@ -125,9 +147,9 @@ public:
     // Server side: the arguments, unchanged until their loan is returned, so that they need no
     // copy; defaults when they are not there.
     std::shared_ptr<const Record> GetRequest(const ProlocEntityIndex& index,
-                                             const unsigned char* address) const {
+                                             const unsigned char* address) {
         std::lock_guard<std::mutex> lock(this->mutex_);
-        auto entity = this->entries_.find(index);
+        auto entity = this->FindLocked(index);
         if (entity == this->entries_.end()) {
             this->logger_->LogWarn()
                 << "Proloc get request value cannot find index [" << index.GetProlocInfo() << "]";

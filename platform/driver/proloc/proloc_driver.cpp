@@ -69,9 +69,9 @@ public:
 
     void Call(const unsigned char* payload, std::uint64_t size, std::chrono::milliseconds timeout,
               vcc::driver::ReplyHandler handler) override {
-        auto requestMemory = RequestMemory();
         auto driver = driver_.lock();
-        auto server = driver == nullptr ? nullptr : driver->FindOfferedServer(index_);
+        std::shared_ptr<ProlocMethodManager> requestMemory;
+        auto server = Resolve(driver, requestMemory);
         if (server == nullptr) {
             ReturnRequest(requestMemory, payload);
             handler(Failure(CallStatus::kNotReachable, "service not offered in this process [" +
@@ -99,9 +99,9 @@ public:
     }
 
     bool CallNoReturn(const unsigned char* payload, std::uint64_t size) override {
-        auto requestMemory = RequestMemory();
         auto driver = driver_.lock();
-        auto server = driver == nullptr ? nullptr : driver->FindOfferedServer(index_);
+        std::shared_ptr<ProlocMethodManager> requestMemory;
+        auto server = Resolve(driver, requestMemory);
         auto msg = std::make_shared<vcc::api::types::MethodMsg>();
         msg->payload = payload;
         msg->size = size;
@@ -153,9 +153,21 @@ private:
         return ++sequence;
     }
 
-    std::shared_ptr<ProlocMethodManager> RequestMemory() const {
+    // The request store, and the offered server or null. The server found last is kept with
+    // the driver's offer generation and is looked up again only when that has changed.
+    std::shared_ptr<ProlocMethodHandler> Resolve(const std::shared_ptr<ProlocDriver>& driver,
+                                                 std::shared_ptr<ProlocMethodManager>& memory) {
+        const std::uint64_t generation = driver == nullptr ? 0 : driver->OfferGeneration();
         std::lock_guard<std::mutex> lock(mutex_);
-        return requestMemory_;
+        memory = requestMemory_;
+        if (driver == nullptr) {
+            return nullptr;
+        }
+        if (generation != serverGeneration_) {
+            server_ = driver->FindOfferedServer(index_);
+            serverGeneration_ = generation;
+        }
+        return server_.lock();
     }
 
     void ReturnRequest(const std::shared_ptr<ProlocMethodManager>& memory,
@@ -167,8 +179,10 @@ private:
 
     std::weak_ptr<ProlocDriver> driver_;
     const ProlocEntityIndex index_;
-    mutable std::mutex mutex_;  // guards requestMemory_
+    std::mutex mutex_;  // guards requestMemory_, server_ and serverGeneration_
     std::shared_ptr<ProlocMethodManager> requestMemory_;
+    std::weak_ptr<ProlocMethodHandler> server_;
+    std::uint64_t serverGeneration_{0};  // none yet: the driver's start at 1
     const std::shared_ptr<vcc::driver::ServiceFoundSignal> found_ =
         std::make_shared<vcc::driver::ServiceFoundSignal>();
 };
@@ -312,7 +326,7 @@ void ProlocCallTimer::Schedule(std::chrono::steady_clock::time_point deadline,
         if (stopping_) {
             return;
         }
-        call->timerEntry = deadlines_.emplace(deadline, call);
+        call->timerEntry = spareDeadlines_.Insert(deadlines_, deadline, call);
         call->scheduled = true;
         wake = deadline < wakeAt_;
         if (!thread_.joinable()) {
@@ -327,7 +341,7 @@ void ProlocCallTimer::Schedule(std::chrono::steady_clock::time_point deadline,
 void ProlocCallTimer::Cancel(PendingCall& call) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (call.scheduled) {
-        deadlines_.erase(call.timerEntry);
+        spareDeadlines_.Erase(deadlines_, call.timerEntry);
         call.scheduled = false;
     }
 }
@@ -353,7 +367,7 @@ void ProlocCallTimer::Run() {
             continue;
         }
         auto call = deadlines_.begin()->second.lock();
-        deadlines_.erase(deadlines_.begin());
+        spareDeadlines_.Erase(deadlines_, deadlines_.begin());
         if (call != nullptr) {
             call->scheduled = false;
             lock.unlock();
@@ -375,6 +389,7 @@ std::shared_ptr<vcc::driver::MethodHandler> ProlocDriver::CreateMethodHandler(
     auto handler = std::make_shared<ProlocMethodHandler>(index);
     std::lock_guard<std::mutex> lock(mutex_);
     servers_[index] = handler;
+    generation_.fetch_add(1, std::memory_order_release);
     return handler;
 }
 
@@ -390,6 +405,7 @@ bool ProlocDriver::OfferService(std::uint16_t serviceId, const ara::core::String
         if (!offered_.emplace(serviceId, instanceId).second) {
             return true;
         }
+        generation_.fetch_add(1, std::memory_order_release);
         auto& watchers = watchers_[{serviceId, instanceId}];
         watchers.erase(std::remove_if(watchers.begin(), watchers.end(),
                                       [](const auto& watcher) { return watcher.expired(); }),
@@ -420,7 +436,9 @@ bool ProlocDriver::WatchOffer(std::uint16_t serviceId, const ara::core::String& 
 
 void ProlocDriver::StopOfferService(std::uint16_t serviceId, const ara::core::String& instanceId) {
     std::lock_guard<std::mutex> lock(mutex_);
-    offered_.erase({serviceId, instanceId});
+    if (offered_.erase({serviceId, instanceId}) != 0) {
+        generation_.fetch_add(1, std::memory_order_release);
+    }
 }
 
 std::shared_ptr<vcc::driver::MethodClient> ProlocDriver::CreateMethodClient(
@@ -511,8 +529,7 @@ void ProlocMethodHandler::ReturnLoan(const unsigned char* payload) {
         if (loan == requestLoans_.end()) {
             return;
         }
-        memory = std::move(loan->second);
-        requestLoans_.erase(loan);
+        memory = spareLoans_.Take(requestLoans_, loan);
     }
     if (memory != nullptr) {
         memory->ReturnLoan(payload, index_);
@@ -555,7 +572,7 @@ bool ProlocMethodHandler::Deliver(const vcc::driver::MethodMsgPtr& msg,
         handler = receiveHandler_;
         ++requests_;
         if (msg->payload != nullptr) {
-            requestLoans_[msg->payload] = requestMemory;
+            (void)spareLoans_.Insert(requestLoans_, msg->payload, requestMemory);
         }
     }
     (*handler)(msg);

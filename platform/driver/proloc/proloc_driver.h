@@ -14,6 +14,7 @@
 
 #include "platform/driver/proloc/proloc_entity_index.h"
 #include "platform/driver/proloc/proloc_memory_manager.h"
+#include "platform/driver/proloc/spare_nodes.h"
 #include "platform/vcc/driver/driver.h"
 
 namespace lumo::driver::proloc {
@@ -47,6 +48,7 @@ private:
     mutable std::mutex mutex_;  // guards every member below and each PendingCall's timer fields
     std::condition_variable wake_;
     Deadlines deadlines_;
+    SpareNodes<Deadlines> spareDeadlines_;
     // When the thread wakes next by itself: an earlier deadline must wake it, a later one not.
     std::chrono::steady_clock::time_point wakeAt_{std::chrono::steady_clock::time_point::max()};
     bool stopping_{false};
@@ -84,6 +86,9 @@ public:
                     const std::shared_ptr<vcc::driver::ServiceFoundSignal>& signal);
     // The server of an offered method, or null.
     std::shared_ptr<ProlocMethodHandler> FindOfferedServer(const ProlocEntityIndex& index) const;
+    // Changes whenever an offer or a server does, so that a client may keep the server it found
+    // until then instead of looking it up on every call.
+    std::uint64_t OfferGeneration() const { return generation_.load(std::memory_order_acquire); }
     // Completes the call with kTimeout at the deadline unless it completed before.
     void ScheduleTimeout(std::chrono::steady_clock::time_point deadline,
                          const std::shared_ptr<PendingCall>& call);
@@ -91,7 +96,8 @@ public:
     std::size_t PendingTimeouts() const { return timer_->Scheduled(); }
 
 private:
-    mutable std::mutex mutex_;  // guards servers_, offered_ and watchers_
+    mutable std::mutex mutex_;  // guards servers_, offered_ and watchers_; bumps generation_
+    std::atomic<std::uint64_t> generation_{1};
     std::map<ProlocEntityIndex, std::weak_ptr<ProlocMethodHandler>> servers_;
     std::set<std::pair<std::uint16_t, ara::core::String>> offered_;
     std::map<std::pair<std::uint16_t, ara::core::String>,
@@ -147,7 +153,9 @@ private:
     std::shared_ptr<const vcc::driver::ReceiveHandler> receiveHandler_;
     std::shared_ptr<ProlocMethodManager> replyMemory_;
     // Request keys handed out and not yet returned, with the store they came from.
-    std::map<const unsigned char*, std::shared_ptr<ProlocMethodManager>> requestLoans_;
+    using RequestLoans = std::map<const unsigned char*, std::shared_ptr<ProlocMethodManager>>;
+    RequestLoans requestLoans_;
+    SpareNodes<RequestLoans> spareLoans_;
     std::uint64_t requests_{0};
     std::uint64_t replies_{0};
     std::uint64_t lateReplies_{0};

@@ -16,8 +16,21 @@ struct ProlocEntityIndex {
 
     static ProlocEntityIndex FromEntityInfo(const vcc::api::types::EntityInfo& info);
 
-    bool operator<(const ProlocEntityIndex& other) const;
-    bool operator==(const ProlocEntityIndex& other) const;
+    // Every store looks its entity up by this on every call: inline, numbers first (entities of
+    // one instance differ in them, and they compare without a call).
+    bool operator<(const ProlocEntityIndex& other) const {
+        if (serviceId != other.serviceId) {
+            return serviceId < other.serviceId;
+        }
+        if (entityId != other.entityId) {
+            return entityId < other.entityId;
+        }
+        return instanceId < other.instanceId;
+    }
+    bool operator==(const ProlocEntityIndex& other) const {
+        return serviceId == other.serviceId && entityId == other.entityId &&
+               instanceId == other.instanceId;
+    }
     // "serviceId=<s>, instanceId=<i>, entityId=<e>"
     ara::core::String GetProlocInfo() const;
 };

@@ -117,6 +117,19 @@ TEST_F(ProlocDriverTest, ARequestAndItsReplyTravelBetweenTwoThreads) {
     EXPECT_NE(handler->GetStatisticsText(lumo::vcc::api::types::DriverType::kProloc), "");
 }
 
+TEST_F(ProlocDriverTest, AServerMadeAfterACallFoundNoneIsFoundByTheNextCall) {
+    ASSERT_TRUE(driver_->OfferService(kService, "1"));
+    auto client = driver_->CreateMethodClient(method_);
+    client->SetProlocMemory(requests_);
+    EXPECT_EQ(CallAndWait(*client, "x", 5s).status, CallStatus::kNotReachable);
+
+    auto handler = driver_->CreateMethodHandler(method_);
+    LengthServer server(handler, ProlocEntityIndex::FromEntityInfo(method_));
+    std::optional<std::size_t> result;
+    EXPECT_EQ(CallAndWait(*client, "four", 5s, &result).status, CallStatus::kOk);
+    EXPECT_EQ(result, std::optional<std::size_t>(4));
+}
+
 TEST_F(ProlocDriverTest, CallsFailAtOnceWhenNotOfferedAndTimeOutWhenNobodyAnswers) {
     auto handler = driver_->CreateMethodHandler(method_);
     auto client = driver_->CreateMethodClient(method_);

@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <map>
 #include <string>
 #include <vector>
 
 #include "binding/proloc/proloc_memory_factory.h"
+#include "platform/driver/proloc/spare_nodes.h"
 #include "platform/error/com_error_domain.h"
 #include "platform/error/future_error_domain.h"
 #include "tests/support/memory_log.h"
@@ -145,6 +147,36 @@ TEST_F(ProlocMethodMemoryTest, RequestsAreHeldUntilTheirLoanIsReturned) {
     (void)sut.GetRequest(other, key);
     EXPECT_TRUE(Logged(LogLevel::kWarn, "Proloc get request value cannot find index [" +
                                             other.GetProlocInfo() + "]"));
+
+    // An entity unregistered with a request still held is gone, also for the store's look-up
+    // of the entity it served last.
+    const auto* held = sut.AddRequest(kIndex, "held", 8);
+    sut.UnRegisterMethod(kIndex);
+    EXPECT_EQ(*sut.GetRequest(kIndex, held), std::make_tuple(std::string(), 0));
+    EXPECT_TRUE(
+        Logged(LogLevel::kWarn, "Proloc get request value cannot find index [" + kInfo + "]"));
+}
+
+// The stores reuse the nodes of the entries they remove.
+TEST(SpareNodesTest, NodesAreReusedAndAMapKeepsOneValuePerKey) {
+    using Map = std::map<int, std::string>;
+    Map map;
+    lumo::driver::proloc::SpareNodes<Map> spares;
+    const auto* node = &*spares.Insert(map, 1, "a");
+    EXPECT_EQ(spares.Take(map, map.find(1)), "a");
+    EXPECT_TRUE(map.empty());
+    EXPECT_EQ(&*spares.Insert(map, 2, "b"), node) << "the removed entry's node is used again";
+    spares.Erase(map, spares.Insert(map, 3, "c"));
+    (void)spares.Insert(map, 2, "B");
+    EXPECT_EQ(map, (Map{{2, "B"}})) << "a key held already gets the new value";
+
+    using Multi = std::multimap<int, std::string>;
+    Multi multi;
+    lumo::driver::proloc::SpareNodes<Multi> multiSpares;
+    multiSpares.Erase(multi, multiSpares.Insert(multi, 5, "x"));
+    (void)multiSpares.Insert(multi, 5, "y");
+    (void)multiSpares.Insert(multi, 5, "z");
+    EXPECT_EQ(multi, (Multi{{5, "y"}, {5, "z"}}));
 }
 
 TEST_F(ProlocMethodMemoryTest, ReturningAnUnknownLoanWarnsInEachStore) {
