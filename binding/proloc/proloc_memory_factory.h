@@ -8,21 +8,22 @@
 
 namespace lumo::driver::proloc {
 
-// One process-wide store per type, made on first use and released at exit.
+// One process-wide store per type, made on first use and released at exit. Handed out by
+// reference: a request that only uses the store copies no shared reference.
 class ProlocMemoryFactory {
 public:
     template <typename... Args>
-    static std::shared_ptr<ProlocRequestMemory<Args...>> GetMethodRequestInstance() {
+    static const std::shared_ptr<ProlocRequestMemory<Args...>>& GetMethodRequestInstance() {
         static const auto instance = std::make_shared<ProlocRequestMemory<Args...>>();
         return instance;
     }
     template <typename Output>
-    static std::shared_ptr<ProlocReplyMemory<Output>> GetMethodReplyInstance() {
+    static const std::shared_ptr<ProlocReplyMemory<Output>>& GetMethodReplyInstance() {
         static const auto instance = std::make_shared<ProlocReplyMemory<Output>>();
         return instance;
     }
     template <typename T>
-    static std::shared_ptr<ProlocEventMemory<T>> GetEventInstance() {
+    static const std::shared_ptr<ProlocEventMemory<T>>& GetEventInstance() {
         static const auto instance = std::make_shared<ProlocEventMemory<T>>();
         return instance;
     }

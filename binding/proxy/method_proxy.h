@@ -175,11 +175,13 @@ private:
     // method ran, in the one of void.
     static Result ReadProlocReply(const driver::MethodReply& reply,
                                   const lumo::driver::proloc::ProlocEntityIndex& index) {
-        auto replies = lumo::driver::proloc::ProlocMemoryFactory::GetMethodReplyInstance<Output>();
+        const auto& replies =
+            lumo::driver::proloc::ProlocMemoryFactory::GetMethodReplyInstance<Output>();
         if (auto result = replies->TakeReply(index, reply.payload)) {
             return std::move(*result);
         }
-        auto refused = lumo::driver::proloc::ProlocMemoryFactory::GetMethodReplyInstance<void>();
+        const auto& refused =
+            lumo::driver::proloc::ProlocMemoryFactory::GetMethodReplyInstance<void>();
         if (auto result = refused->TakeReply(index, reply.payload)) {
             if (!result->HasValue()) {
                 return Result::FromError(result->Error());

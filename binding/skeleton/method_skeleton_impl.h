@@ -361,9 +361,9 @@ private:
 
     template <typename T>
     void InProcessReply(const ara::core::Result<T>& result, const driver::MethodMsgPtr& msg) {
-        auto store = lumo::driver::proloc::ProlocMemoryFactory::GetMethodReplyInstance<T>();
+        const auto& store = lumo::driver::proloc::ProlocMemoryFactory::GetMethodReplyInstance<T>();
         const unsigned char* key = store->AddReply(result, prolocIndex_, *msg);
-        auto handler = Driver(api::types::DriverType::kProloc);
+        auto* handler = Driver(api::types::DriverType::kProloc);
         if (handler != nullptr) {
             (void)handler->ReplyData(const_cast<unsigned char*>(key), driver::SizeRecord{0}, msg,
                                      false);
@@ -421,7 +421,7 @@ private:
             return;
         }
         msg->isErrorReply = true;
-        auto handler = Driver(msg->driverType);
+        auto* handler = Driver(msg->driverType);
         if (handler == nullptr) {
             return;
         }
@@ -447,7 +447,7 @@ private:
             return;
         }
         msg->isErrorReply = false;
-        auto handler = Driver(msg->driverType);
+        auto* handler = Driver(msg->driverType);
         if (handler == nullptr) {
             return;
         }
@@ -462,9 +462,11 @@ private:
         (void)handler->ReplyData(buffer, record, msg, false);
     }
 
-    std::shared_ptr<driver::MethodHandler> Driver(api::types::DriverType type) const {
+    // The skeleton keeps its handlers from set-up to its end: a reply needs no reference of
+    // its own.
+    driver::MethodHandler* Driver(api::types::DriverType type) const {
         auto it = driverHandlers_.find(type);
-        return it == driverHandlers_.end() ? nullptr : it->second;
+        return it == driverHandlers_.end() ? nullptr : it->second.get();
     }
 
     std::shared_ptr<api::types::MethodInfo> Info(api::types::DriverType type) const {

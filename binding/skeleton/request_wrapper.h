@@ -97,7 +97,7 @@ ara::core::Future<Output> CallUserMethod(
             (void)index;
             return (service->*member)();
         } else {
-            auto store = lumo::driver::proloc::ProlocMemoryFactory::GetMethodRequestInstance<
+            const auto& store = lumo::driver::proloc::ProlocMemoryFactory::GetMethodRequestInstance<
                 std::decay_t<Args>...>();
             const auto values = store->GetRequest(index, msg->payload);
             return std::apply([&](const auto&... value) { return (service->*member)(value...); },

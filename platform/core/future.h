@@ -39,6 +39,7 @@ public:
     bool SetResult(Result<T, E> result) {
         std::function<void()> continuation;
         std::function<void()> helper;  // let go outside the lock: it may own a whole request
+        bool wake = false;
         {
             std::lock_guard<std::mutex> lock(mutex_);
             if (result_.has_value()) {
@@ -50,18 +51,18 @@ public:
             helper = std::move(waitHelper_);
             waitHelper_ = nullptr;
             isReady_.store(true, std::memory_order_release);
+            wake = blocked_ != 0;
         }
-        ready_.notify_all();
+        if (wake) {
+            ready_.notify_all();
+        }
         if (continuation) {
             continuation();
         }
         return true;
     }
 
-    bool IsReady() const {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return result_.has_value();
-    }
+    bool IsReady() const { return isReady_.load(std::memory_order_acquire); }
 
     void Wait() {
         if (!isReady_.load(std::memory_order_acquire)) {
@@ -74,18 +75,24 @@ public:
             return;
         }
         std::unique_lock<std::mutex> lock(mutex_);
+        ++blocked_;
         ready_.wait(lock, [this] { return result_.has_value(); });
+        --blocked_;
     }
 
     template <typename Clock, typename Duration>
     bool WaitUntil(const std::chrono::time_point<Clock, Duration>& deadline) const {
         std::unique_lock<std::mutex> lock(mutex_);
-        return ready_.wait_until(lock, deadline, [this] { return result_.has_value(); });
+        ++blocked_;
+        const bool ready =
+            ready_.wait_until(lock, deadline, [this] { return result_.has_value(); });
+        --blocked_;
+        return ready;
     }
 
+    // The result does not change once it is ready, and only the one future takes it: no lock.
     Result<T, E> TakeResult() {
         Wait();
-        std::lock_guard<std::mutex> lock(mutex_);
         return std::move(*result_);
     }
 
@@ -117,23 +124,19 @@ public:
         return helper;
     }
 
-    bool MarkRetrieved() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        const bool first = !retrieved_;
-        retrieved_ = true;
-        return first;
-    }
+    bool MarkRetrieved() { return !retrieved_.exchange(true, std::memory_order_relaxed); }
 
 private:
     static constexpr std::chrono::microseconds kSpin{50};
 
-    mutable std::mutex mutex_;  // guards result_, continuation_, waitHelper_ and retrieved_
+    mutable std::mutex mutex_;  // guards result_ until ready, continuation_, waitHelper_, blocked_
     mutable std::condition_variable ready_;
+    mutable int blocked_{0};            // threads waiting on ready_: nobody to wake, no system call
     std::atomic<bool> isReady_{false};  // result_ is set: a look without the lock
     std::optional<Result<T, E>> result_;
     std::function<void()> continuation_;
     std::function<void()> waitHelper_;
-    bool retrieved_{false};
+    std::atomic<bool> retrieved_{false};
 };
 
 template <typename U>

@@ -61,14 +61,14 @@ struct ThreadPoolQueue {
     std::condition_variable doneHere;  // a task run outside the pool has ended
     std::deque<Entry> entries;
     bool stopped{false};
-    std::uint32_t sleeping{0};     // workers blocked on available
-    std::uint32_t runningHere{0};  // tasks that threads outside the pool run now
+    std::uint32_t sleeping{0};  // workers blocked on available
     std::uint64_t dropped{0};
     std::uint64_t lastTicket{0};
     // Looks without the lock for the worker that polls for the next task.
     std::atomic<std::size_t> queued{0};
     std::atomic<bool> stopping{false};
-    std::atomic<bool> polling{false};  // one worker at a time polls
+    std::atomic<std::uint32_t> runningHere{0};  // tasks that threads outside the pool run now
+    std::atomic<bool> polling{false};           // one worker at a time polls
     std::atomic<std::uint64_t> failed{0};
 };
 
@@ -110,14 +110,11 @@ bool ThreadPool::QueuedTask::RunHere() const {
     queue.RunGuarded(task, id);
     tlsRunningHereFor = outer;
     task = nullptr;  // what the task holds goes before the pool's Stop may return
-    // Only Stop waits for tasks run here: nobody else needs waking.
-    bool stopWaits = false;
-    {
-        std::lock_guard<std::mutex> lock(queue.mutex);
-        --queue.runningHere;
-        stopWaits = queue.stopped;
-    }
-    if (stopWaits) {
+    // Only Stop waits for tasks run here, and it sets stopping before it looks at runningHere:
+    // either it sees this task gone, or this thread sees it stopping and wakes it.
+    queue.runningHere.fetch_sub(1);
+    if (queue.stopping.load()) {
+        { std::lock_guard<std::mutex> lock(queue.mutex); }  // Stop is waiting or sees zero
         queue.doneHere.notify_all();
     }
     return true;
@@ -177,7 +174,7 @@ void ThreadPool::Stop() {
     {
         std::lock_guard<std::mutex> lock(queue.mutex);
         queue.stopped = true;
-        queue.stopping.store(true, std::memory_order_release);
+        queue.stopping.store(true);  // before runningHere is read: see RunHere
         queue.dropped += queue.entries.size();
         dropped.swap(queue.entries);
         queue.queued.store(0, std::memory_order_release);
