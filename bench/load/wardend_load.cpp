@@ -446,7 +446,8 @@ struct DaemonState {
     long threads{0};
     long fds{0};
     long rssKb{0};
-    long pssKb{0};  // shared pages counted by the share of each process that maps them
+    long anonKb{0};  // of the RSS: heap and stacks, not code or files
+    long pssKb{0};   // shared pages counted by the share of each process that maps them
 };
 
 DaemonState ReadState(pid_t pid) {
@@ -458,6 +459,8 @@ DaemonState ReadState(pid_t pid) {
             state.threads = std::strtol(line.c_str() + 8, nullptr, 10);
         } else if (line.rfind("VmRSS:", 0) == 0) {
             state.rssKb = std::strtol(line.c_str() + 6, nullptr, 10);
+        } else if (line.rfind("RssAnon:", 0) == 0) {
+            state.anonKb = std::strtol(line.c_str() + 8, nullptr, 10);
         }
     }
     std::ifstream rollup("/proc/" + std::to_string(pid) + "/smaps_rollup");
@@ -476,8 +479,9 @@ DaemonState ReadState(pid_t pid) {
 }
 
 void PrintState(const char* when, const DaemonState& state) {
-    std::printf("daemon %-28s threads %3ld  fds %3ld  RSS %6ld kB  PSS %6ld kB\n", when,
-                state.threads, state.fds, state.rssKb, state.pssKb);
+    std::printf(
+        "daemon %-28s threads %3ld  fds %3ld  RSS %6ld kB (anonymous %6ld kB)  PSS %6ld kB\n", when,
+        state.threads, state.fds, state.rssKb, state.anonKb, state.pssKb);
 }
 
 std::string g_workDir;  // the daemon's config, log and msg directory
