@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "daemon/drivers.h"
+#include "daemon/memory_keeper.h"
 #include "daemon/wardend_server.h"
 #include "platform/vcc/service_config.h"
 #include "records/service_interfaces.h"
@@ -47,6 +48,7 @@ void InstallSignalHandlers() {
 std::int32_t RunServer() {
     lumo::vcc::ServiceConfig::DeclareServices(
         {AppServiceIdentifier().interface->name, ToolsServiceIdentifier().interface->name});
+    KeepFreedMemory();
     RegisterDrivers();
     auto server = std::make_unique<WardendServer>();
     if (!server->StartService()) {
@@ -55,8 +57,10 @@ std::int32_t RunServer() {
         return 1;
     }
     LogInfo() << "Wardend server init finished.";
+    MemoryKeeper keeper = MakeDaemonMemoryKeeper();
     while (running != 0) {
         SleepOnePeriod();
+        keeper.OnPeriod(ProcessCpuTime());
     }
     server->StopService();
     server.reset();

@@ -11,8 +11,9 @@ extern volatile std::uint8_t running;
 // Installs the handler that clears the running flag, for SIGTERM and SIGINT.
 void InstallSignalHandlers();
 
-// Starts the services, waits in steps of 250 ms until a signal, stops them. 0 after a normal
-// stop, 1 when the services could not be created.
+// Starts the services, waits in steps of 250 ms until a signal (handing freed memory back after
+// work: memory_keeper.h), stops them. 0 after a normal stop, 1 when the services could not be
+// created.
 std::int32_t RunServer();
 
 }  // namespace vesk::wardend

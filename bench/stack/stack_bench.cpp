@@ -15,6 +15,7 @@
 #include "bench/registry/bench_events.h"
 #include "client/wardend_proxy.h"
 #include "daemon/drivers.h"
+#include "daemon/memory_keeper.h"
 #include "daemon/wardend_server.h"
 #include "platform/error/com_error_domain.h"
 #include "platform/log/log.h"
@@ -43,6 +44,8 @@ public:
         std::fclose(file);
         setenv("VESK_CONFIG", path, 1);
         ara::tessel::common::log::Log::SetLevel(ara::tessel::common::log::LogLevel::kError);
+        // As the daemon holds freed memory; the tool's side, in this process too, shares it.
+        vesk::wardend::KeepFreedMemory();
         vesk::wardend::RegisterDrivers();
         if (!server_.StartService()) {
             std::abort();

@@ -161,7 +161,10 @@ FrameStatus StreamFramer::Next(const unsigned char*& message, std::size_t& size,
         }
         if (available == 0) {
             begin_ = end_ = 0;
-            if (buffer_.size() > kReadChunk) {  // a large message has gone: give its room back
+            // The room of a large message is kept for the next one (a tool that asks for a
+            // large answer again would otherwise have every page of it mapped in anew), and
+            // given back once a small message has gone through.
+            if (buffer_.size() > kReadChunk && lastWhole_ <= kReadChunk) {
                 buffer_.resize(kReadChunk);
                 buffer_.shrink_to_fit();
             }
@@ -184,6 +187,7 @@ FrameStatus StreamFramer::Next(const unsigned char*& message, std::size_t& size,
     message = buffer_.data() + begin_;
     size = whole;
     begin_ += whole;
+    lastWhole_ = whole;
     return FrameStatus::kMessage;
 }
 

@@ -110,6 +110,8 @@ public:
     // True while bytes of an incomplete message are buffered.
     bool HasPartial() const noexcept { return end_ > begin_; }
     std::size_t Buffered() const noexcept { return end_ - begin_; }
+    // Bytes of room the framer holds.
+    std::size_t Room() const noexcept { return buffer_.size(); }
 
 private:
     // Moves the unread bytes to the front and makes room for need bytes in all.
@@ -119,6 +121,7 @@ private:
     lumo::memory::ByteBuffer buffer_;  // grown without zeroing: only what arrives is written
     std::size_t begin_{0};
     std::size_t end_{0};
+    std::size_t lastWhole_{0};  // the size of the last message handed out
 };
 
 // Walks the messages of one UDP datagram. A length below 8 or past the datagram's end ends the

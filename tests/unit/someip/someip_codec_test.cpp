@@ -125,6 +125,20 @@ TEST(StreamFramerTest, SplitsMessagesSharingAndSpanningSegments) {
     }
 }
 
+// A tool that asks for a large answer again reads it into the same room; a small message gives
+// the room back.
+TEST(StreamFramerTest, KeepsTheRoomOfALargeMessageUntilASmallOneFollows) {
+    StreamFramer framer(1U << 20U);
+    const Bytes large = Message(8 + 40000, 1, 40000);
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(Frame(framer, large, 4096), std::vector<FrameStatus>{FrameStatus::kMessage});
+        EXPECT_GE(framer.Room(), large.size()) << "round " << round;
+    }
+    EXPECT_EQ(Frame(framer, Message(8 + 3, 1, 3), 4096),
+              std::vector<FrameStatus>{FrameStatus::kMessage});
+    EXPECT_EQ(framer.Room(), StreamFramer::kReadChunk);
+}
+
 TEST(StreamFramerTest, RefusesWhatCannotBeFramedBeforeReadingIt) {
     struct Case {
         const char* name;
