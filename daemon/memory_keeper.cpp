@@ -10,10 +10,11 @@
 namespace vesk::wardend {
 
 void KeepFreedMemory() {
-    // Setting either threshold also stops glibc from sliding them after each large free.
+    // Setting either threshold also stops glibc from sliding them after each large free. A
+    // sanitizer's allocator refuses both, and has thresholds of its own.
     if (mallopt(M_MMAP_THRESHOLD, static_cast<int>(kKeptFreeBytes)) != 1 ||
         mallopt(M_TRIM_THRESHOLD, static_cast<int>(kKeptFreeBytes)) != 1) {
-        LogWarn() << "Wardend keeps the allocator's own thresholds.";
+        LogInfo() << "Wardend keeps the allocator's own thresholds.";
     }
 }
 
