@@ -1,10 +1,15 @@
 #include "registry/event_info_manage.h"
 
 #include <algorithm>
+#include <limits>
+#include <string_view>
+#include <type_traits>
+#include <utility>
 
 #include "records/wardend_log.h"
 #include "registry/e2e_info_manage.h"
 #include "registry/node_info_manage.h"
+#include "registry/packed_someip.h"
 #include "registry/registry_names.h"
 
 namespace vesk::wardend {
@@ -68,6 +73,13 @@ void StoreRegistration(StoredEvent& record, const EventRegisterInfo& own) {
     record.registration = PackedBytes(packer.Take());
     record.pid = own.pid;
     record.shortName = EventShortName::kRegistered;
+    for (const bool raw : {false, true}) {
+        const std::uint64_t size =
+            lumo::serialize::someip::PlainWriter<lumo::serialize::ByteOrder::kBigEndian>(raw).Size(
+                own);
+        record.someipSizes[raw ? 1 : 0] =
+            size < std::numeric_limits<std::uint32_t>::max() ? static_cast<std::uint32_t>(size) : 0;
+    }
 }
 
 // The first two strings of the packed registration, read in place.
@@ -101,7 +113,8 @@ std::string_view PubAppOf(const StoredEvent& record) {
 }
 
 QueriedEvent SharedRegistration(const StoredEvent& record, DriverType driver) {
-    return QueriedEvent{record.registration, record.pid, record.shortName, driver, record.hasPub};
+    return QueriedEvent{record.registration, record.pid, record.someipSizes,
+                        record.shortName,    driver,     record.hasPub};
 }
 
 // The record's registration as it was stored, with its short name as the publisher's state
@@ -512,16 +525,19 @@ void EventInfoManage::RemoveDeadSubsLocked(StoredEvent& record, bool& alive, Dri
 template <typename Map>
 void EventInfoManage::QueryMapLocked(Map& map, const String& eventType, bool all, DriverType driver,
                                      ProcessLiveness& liveness,
-                                     std::vector<EventInfoWithPubSub>& result,
-                                     std::vector<QueriedEvent>& registrations) {
+                                     std::vector<AnsweredEvent>& answered) {
     const char* const word = IsDds(driver) ? "DDS" : "SOMEIP";
     for (auto& [key, record] : map) {
         if (!all && EventTypeOf(record) != eventType) {
             continue;
         }
         if (CheckEventAliveLocked(record, driver, key.serviceId, liveness)) {
-            result.push_back(StateOf(record));
-            registrations.push_back(SharedRegistration(record, driver));
+            AnsweredEvent& event = answered.emplace_back();
+            event.registration = SharedRegistration(record, driver);
+            if (record.subscribers != nullptr) {
+                event.subApps = record.subscribers->subApps;
+            }
+            event.isOnline = record.isOnline;
             LogVerbose() << word << " Event type is " << EventTypeOf(record) << " InstanceID is "
                          << key.instanceId;
         } else {
@@ -530,35 +546,166 @@ void EventInfoManage::QueryMapLocked(Map& map, const String& eventType, bool all
     }
 }
 
-std::vector<EventInfoWithPubSub> EventInfoManage::QueryEventInfo(const String& eventType) {
+std::vector<AnsweredEvent> EventInfoManage::CollectEventInfo(const String& eventType) {
     const bool all = eventType == "ALL";
-    std::vector<EventInfoWithPubSub> result;
-    // The lock covers the liveness checks and a reference to each registration; the unpacking,
-    // most of the work, comes after it, so that registrations do not wait for a whole answer.
-    // The list of references is kept from one query to the next: allocated and freed at each
-    // one, it made the allocator hand memory back and fault it in again.
-    thread_local std::vector<QueriedEvent> registrations;
-    registrations.clear();
-    {
-        const std::lock_guard<std::mutex> lock(eventLock_);
-        if (all) {
-            LogInfo() << "Wardend query eventinfo --- ALL";
-            // Records are large: growing the vector would copy each of them again.
-            result.reserve(ddsEventMap_.size() + someipEventMap_.size());
-        } else {
-            LogInfo() << "Wardend query eventinfo " << eventType;
-        }
-        ProcessLiveness liveness;
-        QueryMapLocked(ddsEventMap_, eventType, all, DriverType::DDS, liveness, result,
-                       registrations);
-        QueryMapLocked(someipEventMap_, eventType, all, DriverType::SOMEIP, liveness, result,
-                       registrations);
+    std::vector<AnsweredEvent> answered;
+    // The lock covers the liveness checks and a reference to each registration; the unpacking
+    // or encoding, most of the work, comes after it, so that registrations do not wait for a
+    // whole answer.
+    const std::lock_guard<std::mutex> lock(eventLock_);
+    if (all) {
+        LogInfo() << "Wardend query eventinfo --- ALL";
+        answered.reserve(ddsEventMap_.size() + someipEventMap_.size());
+    } else {
+        LogInfo() << "Wardend query eventinfo " << eventType;
     }
-    for (std::size_t i = 0; i < result.size(); ++i) {
-        AddRegistration(registrations[i], result[i]);
+    ProcessLiveness liveness;
+    QueryMapLocked(ddsEventMap_, eventType, all, DriverType::DDS, liveness, answered);
+    QueryMapLocked(someipEventMap_, eventType, all, DriverType::SOMEIP, liveness, answered);
+    return answered;
+}
+
+std::vector<EventInfoWithPubSub> EventInfoManage::QueryEventInfo(const String& eventType) {
+    std::vector<AnsweredEvent> answered = CollectEventInfo(eventType);
+    std::vector<EventInfoWithPubSub> result(answered.size());
+    for (std::size_t i = 0; i < answered.size(); ++i) {
+        result[i].subApps = std::move(answered[i].subApps);
+        result[i].isOnline = answered[i].isOnline;
+        AddRegistration(answered[i].registration, result[i]);
     }
-    registrations.clear();
     return result;
+}
+
+EventInfoSomeipAnswer EventInfoManage::QueryEventInfoSomeip(const String& eventType,
+                                                            lumo::serialize::ByteOrder order,
+                                                            bool isStringRaw) {
+    return EventInfoSomeipAnswer(CollectEventInfo(eventType), order, isStringRaw);
+}
+
+namespace {
+
+// EventRegisterInfo from a packed registration (eventType and appName in front, then the
+// record without them and without pid) and the record's pid.
+template <typename Out>
+void WritePackedRegistration(PackedSomeipReader& reader, std::string_view eventType,
+                             std::string_view appName, std::int32_t pid, Out& out) {
+    static const EventRegisterInfo kDefault{};
+    const bool packed = reader.In().Byte() == 1;
+    auto field = [&](const auto& member) {
+        using F = std::decay_t<decltype(member)>;
+        const void* const at = &member;
+        if constexpr (std::is_same_v<F, String>) {
+            if (at == &kDefault.appName || at == &kDefault.eventType) {
+                if (packed) {
+                    reader.Skip<F>();
+                }
+                out.String(at == &kDefault.appName ? appName : eventType);
+                return;
+            }
+        } else if constexpr (std::is_same_v<F, std::int32_t>) {
+            if (at == &kDefault.pid) {
+                if (packed) {
+                    reader.Skip<F>();
+                }
+                out.Scalar(pid);
+                return;
+            }
+        }
+        if (packed) {
+            reader.Copy<F>(out);
+        } else {
+            out.Value(member);
+        }
+    };
+    kDefault.enumerate(field);
+}
+
+// One EventInfoWithPubSub; false when its packed registration is malformed.
+template <typename Out>
+bool WriteAnswered(const AnsweredEvent& event, Out& out) {
+    const QueriedEvent& queried = event.registration;
+    String builtAppName;
+    std::string_view appName;
+    PackedSomeipReader reader(queried.registration.View());
+    const std::uint32_t knownSize = queried.someipSizes[out.IsStringRaw() ? 1 : 0];
+    if (queried.shortName == EventShortName::kRegistered) {
+        const std::string_view eventType = reader.In().Text();
+        appName = reader.In().Text();
+        if constexpr (!Out::kWrites) {
+            if (knownSize != 0) {
+                out.Advance(knownSize);
+            } else {
+                WritePackedRegistration(reader, eventType, appName, queried.pid, out);
+            }
+        } else {
+            WritePackedRegistration(reader, eventType, appName, queried.pid, out);
+        }
+        if (!reader.Ok()) {
+            return false;
+        }
+    } else {
+        // The publisher's state renames the record: built, as the query builds it.
+        EventRegisterInfo info = RegistrationOf(queried);
+        out.Value(info);
+        builtAppName = std::move(info.appName);
+        appName = builtAppName;
+    }
+    const std::uint64_t frame = out.BeginFrame();
+    for (const String& subApp : event.subApps) {
+        out.String(subApp);
+    }
+    if (!out.EndFrame(frame)) {
+        return false;
+    }
+    out.String(queried.hasPub ? appName : std::string_view());
+    out.Scalar(event.isOnline);
+    return true;
+}
+
+}  // namespace
+
+EventInfoSomeipAnswer::EventInfoSomeipAnswer(std::vector<AnsweredEvent> events,
+                                             lumo::serialize::ByteOrder order, bool isStringRaw)
+    : events_(std::move(events)), order_(order), isStringRaw_(isStringRaw) {}
+
+template <lumo::serialize::ByteOrder kOrder, bool kWrite>
+// NOLINTNEXTLINE(readability-non-const-parameter): the writing walk writes through out
+std::uint64_t EventInfoSomeipAnswer::Walk(unsigned char* out, std::uint64_t capacity) const {
+    SomeipOut<kOrder, kWrite> writer(out, isStringRaw_, capacity);
+    const std::uint64_t frame = writer.BeginFrame();
+    for (const AnsweredEvent& event : events_) {
+        if (!WriteAnswered(event, writer)) {
+            LogError() << "Wardend query eventinfo: a stored registration does not unpack";
+            return lumo::serialize::kSizeFailure;
+        }
+    }
+    return writer.EndFrame(frame) ? writer.Written() : lumo::serialize::kSizeFailure;
+}
+
+std::uint64_t EventInfoSomeipAnswer::Size() {
+    if (size_ == lumo::serialize::kSizeFailure) {
+        size_ = order_ == lumo::serialize::ByteOrder::kLittleEndian
+                    ? Walk<lumo::serialize::ByteOrder::kLittleEndian, false>(nullptr, 0)
+                    : Walk<lumo::serialize::ByteOrder::kBigEndian, false>(nullptr, 0);
+    }
+    return size_;
+}
+
+bool EventInfoSomeipAnswer::Write(unsigned char* out) {
+    const std::uint64_t size = Size();
+    if (size > lumo::serialize::kSizeMax) {
+        return false;
+    }
+    const std::uint64_t written =
+        order_ == lumo::serialize::ByteOrder::kLittleEndian
+            ? Walk<lumo::serialize::ByteOrder::kLittleEndian, true>(out, size)
+            : Walk<lumo::serialize::ByteOrder::kBigEndian, true>(out, size);
+    if (written != size) {
+        LogError() << "Wardend query eventinfo: the answer came out at " << written
+                   << " bytes, sized at " << size;
+        return false;
+    }
+    return true;
 }
 
 EventInfoWithPubSub EventInfoManage::QuerySubEventInfo(const QuerySubEventInfoIndex& index) {

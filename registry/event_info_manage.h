@@ -3,6 +3,7 @@
 
 // A cycle by design with the node registry, whose node query asks this one back.
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -12,6 +13,7 @@
 #include <tuple>
 #include <vector>
 
+#include "platform/serialize/serialize_config.h"
 #include "records/wardend_records.h"
 #include "registry/node_info_manage.h"
 #include "registry/packed_record.h"
@@ -92,6 +94,9 @@ struct StoredEvent {
     // eventType, appName, then the EventRegisterInfo without them and without pid.
     PackedBytes registration;
     std::int32_t pid{};
+    // The plain SOME/IP size of the registration as stored (strings with marks, strings raw),
+    // so that an answer's size needs no walk of the packed bytes; 0 when it does not fit.
+    std::array<std::uint32_t, 2> someipSizes{};
     bool hasPub{};
     bool isOnline{};
     EventShortName shortName{EventShortName::kRegistered};
@@ -103,9 +108,41 @@ struct StoredEvent {
 struct QueriedEvent {
     PackedBytes registration;
     std::int32_t pid{};
+    std::array<std::uint32_t, 2> someipSizes{};
     EventShortName shortName{EventShortName::kRegistered};
     DriverType driver{};
     bool hasPub{};
+};
+
+// A record as a query answers it, taken under the lock.
+struct AnsweredEvent {
+    QueriedEvent registration;
+    std::vector<String> subApps;
+    bool isOnline{};
+};
+
+// The answer of a QueryEventInfo in the plain SOME/IP form of QueryEventInfoOutput, written
+// from the packed registrations instead of records built for it: the same bytes as the
+// serialized output of QueryEventInfo, at a fraction of the work.
+class EventInfoSomeipAnswer {
+public:
+    EventInfoSomeipAnswer(std::vector<AnsweredEvent> events, lumo::serialize::ByteOrder order,
+                          bool isStringRaw);
+
+    // Bytes of the payload, or lumo::serialize::kSizeFailure.
+    std::uint64_t Size();
+    // Writes the Size() bytes at out; false when they came out other than sized (nothing is
+    // written past them).
+    bool Write(unsigned char* out);
+
+private:
+    template <lumo::serialize::ByteOrder kOrder, bool kWrite>
+    std::uint64_t Walk(unsigned char* out, std::uint64_t capacity) const;
+
+    std::vector<AnsweredEvent> events_;
+    lumo::serialize::ByteOrder order_;
+    bool isStringRaw_;
+    std::uint64_t size_{lumo::serialize::kSizeFailure};
 };
 
 using EventRegisterHandler = std::function<void(const EventAllDriverIndex&)>;
@@ -130,6 +167,9 @@ public:
     bool UnregisterEventInfo(const EventRegisterInfo& info, const bool& isPub);
     // "ALL" or an event type; DDS records first, each driver in key order.
     std::vector<EventInfoWithPubSub> QueryEventInfo(const String& eventType);
+    // The same query, answered in its plain SOME/IP form.
+    EventInfoSomeipAnswer QueryEventInfoSomeip(const String& eventType,
+                                               lumo::serialize::ByteOrder order, bool isStringRaw);
     EventInfoWithPubSub QuerySubEventInfo(const QuerySubEventInfoIndex& index);
     bool QueryEventInfoByType(const String& eventType, EventInfoWithPubSub& out);
     std::vector<EventInfoWithPubSub> QueryDDSEventInfo(const DDSEventKey& key);
@@ -168,10 +208,11 @@ private:
                                       std::uint16_t serviceId, ProcessLiveness& liveness);
     static void RemoveDeadSubsLocked(StoredEvent& record, bool& alive, DriverType driver,
                                      ProcessLiveness& liveness);
+    // The records a QueryEventInfo answers, after its liveness checks.
+    std::vector<AnsweredEvent> CollectEventInfo(const String& eventType);
     template <typename Map>
     void QueryMapLocked(Map& map, const String& eventType, bool all, DriverType driver,
-                        ProcessLiveness& liveness, std::vector<EventInfoWithPubSub>& result,
-                        std::vector<QueriedEvent>& registrations);
+                        ProcessLiveness& liveness, std::vector<AnsweredEvent>& answered);
     template <typename Map>
     void GetNodeEventInfoLocked(const Map& map, const String& nodeName, std::int32_t pid,
                                 std::set<String>& instances, std::set<String>& pubTypes,

@@ -115,49 +115,124 @@ private:
     std::string bytes_;
 };
 
+// The primitive reads of the packed format. Every read checks the bytes that remain and the
+// range of the value; after a failure Ok() is false and further reads give zeros.
+class PackedCursor {
+public:
+    explicit PackedCursor(std::string_view bytes) : bytes_(bytes) {}
+
+    bool Ok() const { return ok_; }
+    bool AtEnd() const { return at_ == bytes_.size(); }
+    void Fail() { ok_ = false; }
+
+    std::uint8_t Byte() {
+        if (!ok_ || at_ >= bytes_.size()) {
+            ok_ = false;
+            return 0;
+        }
+        return static_cast<std::uint8_t>(bytes_[at_++]);
+    }
+
+    // Seven bits a byte, the high bit set on all but the last.
+    std::uint64_t Number() {
+        std::uint64_t value = 0;
+        for (unsigned shift = 0; ok_ && shift < 64U; shift += 7U) {
+            const std::uint8_t byte = Byte();
+            value |= static_cast<std::uint64_t>(byte & 0x7FU) << shift;
+            if ((byte & 0x80U) == 0) {
+                return value;
+            }
+        }
+        ok_ = false;
+        return 0;
+    }
+
+    // An element takes at least one byte, so a count beyond the bytes left is malformed.
+    std::uint64_t Count() {
+        const std::uint64_t count = Number();
+        if (count > bytes_.size() - at_) {
+            ok_ = false;
+            return 0;
+        }
+        return count;
+    }
+
+    // A number of T (an integer, bool or enumeration); a value out of its range is malformed.
+    template <typename T>
+    T Integer() {
+        using I = packed_detail::Integer<T>;
+        const std::uint64_t raw = Number();
+        if constexpr (std::is_signed_v<I>) {
+            const auto wide = static_cast<std::int64_t>((raw >> 1U) ^ (~(raw & 1U) + 1U));
+            if (wide < std::numeric_limits<I>::min() || wide > std::numeric_limits<I>::max()) {
+                ok_ = false;
+                return T{};
+            }
+            return static_cast<T>(static_cast<I>(wide));
+        } else {
+            if (raw > std::numeric_limits<I>::max()) {
+                ok_ = false;
+                return T{};
+            }
+            return static_cast<T>(static_cast<I>(raw));
+        }
+    }
+
+    // A string, in place.
+    std::string_view Text() {
+        const std::uint64_t size = Number();
+        if (!ok_ || size > bytes_.size() - at_) {
+            ok_ = false;
+            return {};
+        }
+        const std::string_view text = bytes_.substr(at_, static_cast<std::size_t>(size));
+        at_ += static_cast<std::size_t>(size);
+        return text;
+    }
+
+private:
+    std::string_view bytes_;
+    std::size_t at_{0};
+    bool ok_{true};
+};
+
 // Reads values back in the order they were put, into values as their default constructor made
 // them (a container is appended to, a record at its default left alone), since a query unpacks
-// into fresh records. Every read checks the bytes that remain and the range of the value; after
-// a failure, Ok() is false and further reads do nothing.
+// into fresh records. After a failure, Ok() is false and further reads do nothing.
 class RecordUnpacker {
 public:
-    explicit RecordUnpacker(std::string_view bytes) : bytes_(bytes) {}
+    explicit RecordUnpacker(std::string_view bytes) : in_(bytes) {}
 
     template <typename T>
     void Get(T& value) {
         using packed_detail::IsMap;
         using packed_detail::IsRecord;
         using packed_detail::IsVector;
-        if (!ok_) {
+        if (!in_.Ok()) {
             return;
         }
         if constexpr (std::is_same_v<T, ara::core::String>) {
-            const std::uint64_t size = GetNumber();
-            if (!ok_ || size > bytes_.size() - at_) {
-                ok_ = false;
-                return;
-            }
-            value.assign(bytes_.data() + at_, static_cast<std::size_t>(size));
-            at_ += static_cast<std::size_t>(size);
+            const std::string_view text = in_.Text();
+            value.assign(text.data(), text.size());
         } else if constexpr (std::is_integral_v<T> || std::is_enum_v<T>) {
-            value = FromUnsigned<T>(GetNumber());
+            value = in_.Integer<T>();
         } else if constexpr (IsRecord<T>::value) {
             // A record at its default stays as the caller made it.
-            if (GetByte() == 1) {
+            if (in_.Byte() == 1) {
                 value.enumerate(*this);
             }
         } else if constexpr (IsVector<T>::value) {
-            const std::uint64_t count = GetCount();
+            const std::uint64_t count = in_.Count();
             value.reserve(static_cast<std::size_t>(count));
-            for (std::uint64_t i = 0; ok_ && i < count; ++i) {
+            for (std::uint64_t i = 0; in_.Ok() && i < count; ++i) {
                 value.emplace_back();
                 Get(value.back());
             }
         } else {
             static_assert(IsMap<T>::value, "a record field of a type the unpacker does not know");
             // Read in place: moving a large record into its node costs about as much again.
-            const std::uint64_t count = GetCount();
-            for (std::uint64_t i = 0; ok_ && i < count; ++i) {
+            const std::uint64_t count = in_.Count();
+            for (std::uint64_t i = 0; in_.Ok() && i < count; ++i) {
                 typename T::key_type key{};
                 Get(key);
                 const std::size_t before = value.size();
@@ -178,64 +253,11 @@ public:
         Get(field);
     }
 
-    bool Ok() const { return ok_; }
-    bool AtEnd() const { return at_ == bytes_.size(); }
+    bool Ok() const { return in_.Ok(); }
+    bool AtEnd() const { return in_.AtEnd(); }
 
 private:
-    // A value out of the range of T is malformed.
-    template <typename T>
-    T FromUnsigned(std::uint64_t raw) {
-        using I = packed_detail::Integer<T>;
-        if constexpr (std::is_signed_v<I>) {
-            const auto wide = static_cast<std::int64_t>((raw >> 1U) ^ (~(raw & 1U) + 1U));
-            if (wide < std::numeric_limits<I>::min() || wide > std::numeric_limits<I>::max()) {
-                ok_ = false;
-                return T{};
-            }
-            return static_cast<T>(static_cast<I>(wide));
-        } else {
-            if (raw > std::numeric_limits<I>::max()) {
-                ok_ = false;
-                return T{};
-            }
-            return static_cast<T>(static_cast<I>(raw));
-        }
-    }
-
-    std::uint8_t GetByte() {
-        if (at_ >= bytes_.size()) {
-            ok_ = false;
-            return 0;
-        }
-        return static_cast<std::uint8_t>(bytes_[at_++]);
-    }
-
-    std::uint64_t GetNumber() {
-        std::uint64_t value = 0;
-        for (unsigned shift = 0; ok_ && shift < 64U; shift += 7U) {
-            const std::uint8_t byte = GetByte();
-            value |= static_cast<std::uint64_t>(byte & 0x7FU) << shift;
-            if ((byte & 0x80U) == 0) {
-                return value;
-            }
-        }
-        ok_ = false;
-        return 0;
-    }
-
-    // An element takes at least one byte, so a count beyond the bytes left is malformed.
-    std::uint64_t GetCount() {
-        const std::uint64_t count = GetNumber();
-        if (count > bytes_.size() - at_) {
-            ok_ = false;
-            return 0;
-        }
-        return count;
-    }
-
-    std::string_view bytes_;
-    std::size_t at_{0};
-    bool ok_{true};
+    PackedCursor in_;
 };
 
 // Bytes of a packed record, immutable and shared between copies: a query copies the pointer

@@ -1,8 +1,10 @@
 #include "service/wardend_tools_skeleton.h"
 
+#include <memory>
 #include <mutex>
 #include <utility>
 
+#include "binding/skeleton/encoded_reply.h"
 #include "catalogue/msg_file_store.h"
 #include "records/wardend_log.h"
 #include "registry/e2e_info_manage.h"
@@ -23,6 +25,17 @@ ara::core::Future<Output> Ready(Output output) {
     promise.set_value(std::move(output));
     return future;
 }
+
+// The registry's SOME/IP answer as the method skeleton takes it.
+class EncodedEventInfo final : public lumo::vcc::EncodedReply {
+public:
+    explicit EncodedEventInfo(EventInfoSomeipAnswer answer) : answer_(std::move(answer)) {}
+    std::uint64_t Size() override { return answer_.Size(); }
+    bool Write(unsigned char* out) override { return answer_.Write(out); }
+
+private:
+    EventInfoSomeipAnswer answer_;
+};
 
 }  // namespace
 
@@ -83,6 +96,14 @@ WardendToolsSkeleton::QueryDataTypeRefList() {
 ara::core::Future<WardendToolsSkeleton::QueryEventInfoOutput> WardendToolsSkeleton::QueryEventInfo(
     const String& eventType) {
     QueryEventInfoOutput output;
+    if (const auto* config = lumo::vcc::PlainSomeipReplyConfig()) {
+        // Ten thousand records are written from their packed form, not built first.
+        lumo::vcc::ReplyEncoded(
+            std::make_unique<EncodedEventInfo>(EventInfoManage::GetInstance().QueryEventInfoSomeip(
+                eventType, config->byteOrder, config->isStringRaw)));
+        LogInfo() << "Wardend query event info finished";
+        return Ready(std::move(output));
+    }
     output.eventInfos = EventInfoManage::GetInstance().QueryEventInfo(eventType);
     LogInfo() << "Wardend query event info finished";
     return Ready(std::move(output));

@@ -581,6 +581,8 @@ public:
         (void)Writer<T>::Write(*value_, Context(), buffer);
     }
 
+    // True when the value is written without a node: every byte, no padding.
+    bool IsPlain() const { return detail::IsPlain(Context()); }
     std::uint8_t GetLengthWidth() const { return lengthWidth_; }
     std::uint8_t GetPadding() const { return padding_; }
 

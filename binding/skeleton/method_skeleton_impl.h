@@ -12,6 +12,7 @@
 #include "binding/proloc/proloc_memory_factory.h"
 #include "binding/serialize/dds_serializer.h"
 #include "binding/serialize/someip_serializer.h"
+#include "binding/skeleton/encoded_reply.h"
 #include "binding/skeleton/error_reply.h"
 #include "platform/core/future.h"
 #include "platform/driver/proloc/proloc_entity_index.h"
@@ -280,9 +281,14 @@ private:
     void CallUser(const Handler& handler, const driver::MethodMsgPtr& msg) {
         logger_->LogVerbose() << "Call user method handler[method=" << EntityIdentifier()
                               << ", dataSize=" << msg->size << "]";
+        detail::EncodedReplyScope scope(PlainSomeipReply(*msg));
         FutureType future = handler(msg, protocolData_);
         if (stats_ != nullptr) {
             ++stats_->requestsHandled;
+        }
+        if (auto encoded = scope.Take()) {
+            EncodedValueReply(*encoded, msg);
+            return;
         }
         if (!future.valid()) {
             logger_->LogWarn()
@@ -412,6 +418,56 @@ private:
         }
     }
 
+    // The reply's configuration when it goes out over SOME/IP under plain widths, else null.
+    const serialize::SerializeConfig* PlainSomeipReply(const driver::MethodMsg& msg) const {
+        if (msg.serializeType != static_cast<std::uint8_t>(api::types::SerializeType::kSomeip)) {
+            return nullptr;
+        }
+        auto it = protocolData_.find(msg.driverType);
+        if (it == protocolData_.end() || it->second == nullptr) {
+            return nullptr;
+        }
+        const auto& node = it->second->replyNode;
+        if ((node != nullptr && node->members != nullptr && !node->members->empty()) ||
+            !serialize::someip::HasPlainWidths(it->second->replyConfig)) {
+            return nullptr;
+        }
+        return &it->second->replyConfig;
+    }
+
+    // A reply the user method wrote itself, in the shape of a serializer.
+    struct EncodedWriter {
+        EncodedReply& reply;
+        std::uint64_t size;
+        std::uint64_t GetSize() const { return size; }
+        bool Serialize(unsigned char* buffer) const { return reply.Write(buffer); }
+    };
+
+    // A reply the user method wrote itself, sent as a serialized Output would be.
+    void EncodedValueReply(EncodedReply& reply, const driver::MethodMsgPtr& msg) {
+        if (isFireForget_) {
+            logger_->LogVerbose() << "Fire and Forget mode, no need to send reply to proxy";
+            return;
+        }
+        if (msg->payload == nullptr && msg->size == 0) {
+            return;
+        }
+        logger_->LogVerbose() << "Send method reply msg written by the user method[method="
+                              << EntityIdentifier() << "]";
+        // The size walks the whole answer: once.
+        EncodedWriter encoded{reply, reply.Size()};
+        if (encoded.size > serialize::kSizeMax) {
+            logger_->LogError("MethodSkeleton_ReplySerialize", LogLimit())
+                << "[MethodSkeleton][Method request serialize failed, maybe length filed is less "
+                   "than actual size][methodEntityId="
+                << entityId_ << "]";
+            ErrorReply(api::types::MakeErrorCode(api::types::ComErrc::kNetworkBindingFailure, 0),
+                       msg);
+            return;
+        }
+        Write(encoded, msg);
+    }
+
     void ErrorReply(const ara::core::ErrorCode& error, const driver::MethodMsgPtr& msg) {
         const auto info = Info(msg->driverType);
         const auto type = static_cast<api::types::SerializeType>(msg->serializeType);
@@ -436,6 +492,18 @@ private:
         (void)handler->ReplyError(buffer, kErrorReplySize, msg, false);
     }
 
+    // Whether a serializer writes every byte of its buffer: a plain SOME/IP one does (no
+    // padding), and so does a reply the user method wrote; the others may skip padding.
+    template <typename T>
+    static bool FillsBuffer(const serialize::someip::Serializer<T>& serializer) {
+        return serializer.IsPlain();
+    }
+    static bool FillsBuffer(const EncodedWriter& /*writer*/) { return true; }
+    template <typename Serializer>
+    static bool FillsBuffer(const Serializer& /*serializer*/) {
+        return false;
+    }
+
     template <typename Serializer>
     void Write(Serializer& serializer, const driver::MethodMsgPtr& msg) {
         const std::uint64_t size = serializer.GetSize();
@@ -451,14 +519,26 @@ private:
         if (handler == nullptr) {
             return;
         }
-        const driver::SizeRecord record{static_cast<std::uint32_t>(size)};
+        const driver::SizeRecord record{static_cast<std::uint32_t>(size), FillsBuffer(serializer)};
         unsigned char* buffer = handler->AllocateBuffer(record, *msg);
         if (buffer == nullptr) {
             logger_->LogError() << "Allocate buffer failed when reply error in method "
                                 << entityId_;
             return;
         }
-        serializer.Serialize(buffer);
+        if constexpr (std::is_same_v<decltype(serializer.Serialize(buffer)), bool>) {
+            if (!serializer.Serialize(buffer)) {
+                // The buffer stays with the driver's handler, which frees it at its end.
+                logger_->LogError("MethodSkeleton_ReplyData", LogLimit())
+                    << "[MethodSkeleton][Reply written by the user method failed][methodEntityId="
+                    << entityId_ << "]";
+                ErrorReply(
+                    api::types::MakeErrorCode(api::types::ComErrc::kNetworkBindingFailure, 0), msg);
+                return;
+            }
+        } else {
+            serializer.Serialize(buffer);
+        }
         (void)handler->ReplyData(buffer, record, msg, false);
     }
 

@@ -59,7 +59,8 @@ using OutMessagePtr = std::shared_ptr<const OutMessage>;
 
 // Buffers handed to the binding keep kHeaderSize bytes in front of the returned pointer, so a
 // reply or event gets its header written in place.
-unsigned char* AllocatePayload(std::uint64_t payloadSize);
+// Zeroed unless `filled` says the caller writes every byte.
+unsigned char* AllocatePayload(std::uint64_t payloadSize, bool filled = false);
 // Takes a buffer of AllocatePayload back and writes the header in front of it.
 OutMessagePtr AdoptPayload(unsigned char* payload, SomeipHeader header, std::uint64_t size);
 // A message made by copying the payload.

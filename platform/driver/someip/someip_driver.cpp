@@ -13,11 +13,13 @@ using ara::tessel::common::log::Log;
 using ara::tessel::common::log::LogLimitConfig;
 namespace types = vcc::api::types;
 
-unsigned char* AllocatePayload(std::uint64_t payloadSize) {
+unsigned char* AllocatePayload(std::uint64_t payloadSize, bool filled) {
     if (payloadSize > std::numeric_limits<std::uint32_t>::max()) {
         return nullptr;
     }
-    auto* block = new (std::nothrow) unsigned char[kHeaderSize + payloadSize]();
+    // Padding that a serializer skips must not carry old heap contents onto the wire.
+    auto* block = filled ? new (std::nothrow) unsigned char[kHeaderSize + payloadSize]
+                         : new (std::nothrow) unsigned char[kHeaderSize + payloadSize]();
     return block == nullptr ? nullptr : block + kHeaderSize;
 }
 

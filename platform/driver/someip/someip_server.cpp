@@ -468,7 +468,7 @@ bool SomeipMethodHandler::Reply(unsigned char* buffer, std::uint64_t size,
 
 unsigned char* SomeipMethodHandler::AllocateBuffer(const vcc::driver::SizeRecord& size,
                                                    const types::MethodMsg& /*msg*/) {
-    unsigned char* buffer = AllocatePayload(size.length);
+    unsigned char* buffer = AllocatePayload(size.length, size.filled);
     if (buffer != nullptr) {
         std::lock_guard<std::mutex> lock(bufferMutex_);
         buffers_.insert(buffer);

@@ -46,6 +46,9 @@ using MethodMsgPtr = std::shared_ptr<MethodMsg>;
 // The size of a reply; it begins with the length in bytes.
 struct SizeRecord {
     std::uint32_t length{0};
+    // The caller writes every byte of the buffer (no padding left as it is): it need not be
+    // zeroed first.
+    bool filled{false};
 };
 
 // Called for every request that arrives; on a driver thread. An empty handler detaches.

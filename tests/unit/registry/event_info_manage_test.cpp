@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "binding/serialize/someip_serializer.h"
+#include "records/service_outputs.h"
 #include "registry/e2e_info_manage.h"
 #include "registry/node_info_manage.h"
 #include "tests/support/process.h"
@@ -243,6 +245,53 @@ TEST_F(EventInfoManageTest, ARegistrationWithEveryFieldSetComesBackFieldForField
         EXPECT_EQ(answer.pubApp, info.appName);
         EXPECT_TRUE(answer.isOnline);
     }
+}
+
+// The SOME/IP answer written from the packed registrations is, byte for byte, the serialized
+// answer built from records: both byte orders, strings with and without their marks, records
+// with every field set and mostly at their defaults, with subscribers, and renamed by their
+// publisher's state (offline, unknown).
+TEST_F(EventInfoManageTest, TheSomeipAnswerIsTheSerializedQueryByteForByte) {
+    EventRegisterInfo full = wardend::test::MakeEventRegister(1, 5);
+    full.eventType = type_;
+    full.pid = self_;
+    full.eventMap_.at(DriverType::DDS).dds.serviceId = service_;
+    full.eventMap_.at(DriverType::SOMEIP).someip.serviceId = service_;
+    full.eventMap_.at(DriverType::SOMEIP).someip.instanceId = 5;
+    ASSERT_TRUE(sut_.RegisterEventInfo(full, true));
+    ASSERT_TRUE(Register("answerPub", true, true, true));
+    ASSERT_TRUE(Register("answerSubA", true, true, false));
+    ASSERT_TRUE(Register("answerSubB", false, true, false));
+    EventShape offline = Shape("answerGone", MakeDeadPid());
+    offline.instanceId = 3;
+    ASSERT_TRUE(sut_.RegisterEventInfo(Event(offline, true, true), true));
+    EventShape unknown = Shape("answerEarlySub", self_);
+    unknown.instanceId = 4;
+    ASSERT_TRUE(sut_.RegisterEventInfo(Event(unknown, true, true), false));
+
+    QueryEventInfoOutput built;
+    built.eventInfos = sut_.QueryEventInfo(type_);
+    ASSERT_EQ(built.eventInfos.size(), 8U);
+    for (const auto order :
+         {lumo::serialize::ByteOrder::kBigEndian, lumo::serialize::ByteOrder::kLittleEndian}) {
+        for (const bool raw : {false, true}) {
+            lumo::serialize::SerializeConfig config;
+            config.byteOrder = order;
+            config.isStringRaw = raw;
+            lumo::serialize::someip::Serializer<QueryEventInfoOutput> serializer(built, config);
+            std::vector<unsigned char> expected(serializer.GetSize());
+            serializer.Serialize(expected.data());
+
+            EventInfoSomeipAnswer answer = sut_.QueryEventInfoSomeip(type_, order, raw);
+            std::vector<unsigned char> written(answer.Size(), 0xAA);
+            EXPECT_TRUE(answer.Write(written.data()));
+            EXPECT_EQ(written, expected) << "order " << static_cast<int>(order) << " raw " << raw;
+        }
+    }
+    EXPECT_EQ(sut_.QueryEventInfoSomeip("NoSuchType" + svc_, lumo::serialize::ByteOrder::kBigEndian,
+                                        false)
+                  .Size(),
+              4U);
 }
 
 // A query looks at /proc once for each process however many records name it, and the next

@@ -4,13 +4,16 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <limits>
 #include <memory>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "records/wardend_records.h"
+#include "registry/packed_someip.h"
 #include "tests/unit/serialize/sample_records.h"
 
 namespace wardend::test {
@@ -57,6 +60,55 @@ TYPED_TEST(PackedRecordTest, EveryShorterPrefixIsRefused) {
     for (std::size_t size = 0; size < bytes.size(); ++size) {
         TypeParam read;
         EXPECT_FALSE(Unpack(std::string_view(bytes).substr(0, size), read)) << size;
+    }
+}
+
+// The SOME/IP form written from the packed bytes is PlainWriter's of the record, in both byte
+// orders and string forms, for records with every field set and at their defaults; a writer
+// never writes past its capacity.
+template <lumo::serialize::ByteOrder kOrder, typename T>
+void ExpectSomeipFromPacked(const T& sample, bool raw) {
+    const lumo::serialize::someip::PlainWriter<kOrder> plain(raw);
+    std::vector<unsigned char> expected(plain.Size(sample));
+    plain.Write(sample, expected.data());
+
+    const std::string bytes = Pack(sample);
+    vesk::wardend::PackedSomeipReader sizer(bytes);
+    vesk::wardend::SomeipOut<kOrder, false> counted(nullptr, raw);
+    sizer.Copy<T>(counted);
+    ASSERT_TRUE(sizer.Ok() && sizer.AtEnd());
+    ASSERT_EQ(counted.Written(), expected.size());
+
+    std::vector<unsigned char> written(expected.size() + 8, 0xAA);
+    vesk::wardend::PackedSomeipReader reader(bytes);
+    vesk::wardend::SomeipOut<kOrder, true> out(written.data(), raw, expected.size());
+    reader.Copy<T>(out);
+    EXPECT_TRUE(reader.Ok() && !out.Overrun());
+    EXPECT_EQ(std::vector<unsigned char>(written.begin(), written.begin() + expected.size()),
+              expected);
+
+    // One byte short: the writer stops, and the byte behind its room stays.
+    std::fill(written.begin(), written.end(), 0xAA);
+    vesk::wardend::PackedSomeipReader shortReader(bytes);
+    vesk::wardend::SomeipOut<kOrder, true> shortOut(written.data(), raw, expected.size() - 1);
+    shortReader.Copy<T>(shortOut);
+    EXPECT_TRUE(shortOut.Overrun());
+    EXPECT_EQ(written[expected.size() - 1], 0xAA);
+}
+
+TYPED_TEST(PackedRecordTest, TheSomeipFormFromThePackedBytesIsTheRecordsOwn) {
+    for (const auto& sample : {Filled<TypeParam>(7), TypeParam{}}) {
+        for (const bool raw : {false, true}) {
+            ExpectSomeipFromPacked<lumo::serialize::ByteOrder::kBigEndian>(sample, raw);
+            ExpectSomeipFromPacked<lumo::serialize::ByteOrder::kLittleEndian>(sample, raw);
+        }
+    }
+    const std::string bytes = Pack(Filled<TypeParam>(7));
+    for (std::size_t size = 0; size < bytes.size(); ++size) {
+        vesk::wardend::PackedSomeipReader reader(std::string_view(bytes).substr(0, size));
+        vesk::wardend::SomeipOut<lumo::serialize::ByteOrder::kBigEndian, false> out(nullptr, false);
+        reader.Copy<TypeParam>(out);
+        EXPECT_FALSE(reader.Ok()) << size;
     }
 }
 

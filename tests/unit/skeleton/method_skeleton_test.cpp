@@ -29,7 +29,26 @@ constexpr auto kDds = static_cast<std::uint8_t>(SerializeType::kDds);
 // The user side: answers the length of its argument, or as the test asks.
 class LengthService {
 public:
-    enum class Mode { kReady, kInvalid, kBrokenPromise, kBlock };
+    enum class Mode { kReady, kInvalid, kBrokenPromise, kBlock, kEncoded, kEncodedTooLarge };
+
+    // Writes the output with result 1000 + the length, to tell it from the returned one.
+    class Encoded final : public lumo::vcc::EncodedReply {
+    public:
+        Encoded(std::uint16_t result, bool tooLarge) : tooLarge_(tooLarge) {
+            output_.result = result;
+        }
+        std::uint64_t Size() override {
+            return tooLarge_ ? lumo::serialize::kSizeFailure : sizeof(output_.result);
+        }
+        bool Write(unsigned char* out) override {
+            lumo::serialize::someip::Serializer<RegisterAppInfoOutput>(output_, {}).Serialize(out);
+            return true;
+        }
+
+    private:
+        RegisterAppInfoOutput output_;
+        bool tooLarge_;
+    };
 
     ara::core::Future<RegisterAppInfoOutput> Length(const ara::core::String& text) {
         ++calls;
@@ -42,6 +61,12 @@ public:
             }
             case Mode::kBlock:
                 gate.Enter();
+                break;
+            case Mode::kEncoded:
+            case Mode::kEncodedTooLarge:
+                lumo::vcc::ReplyEncoded(
+                    std::make_unique<Encoded>(static_cast<std::uint16_t>(1000 + text.size()),
+                                              mode == Mode::kEncodedTooLarge));
                 break;
             case Mode::kReady:
                 break;
@@ -138,22 +163,41 @@ protected:
     std::shared_ptr<wardend::test::FakeMethodHandler> handler_;
 };
 
+// The returned output in both wire families; then a SOME/IP reply that the user method writes
+// itself (its DDS reply is still the returned output), and one that it cannot write, which is a
+// binding failure.
 TEST_F(MethodSkeletonTest, ValueRepliesInBothWireFamiliesAndTheLoanGoesBack) {
     Build(2, 8);
-    // One after the other: both replies are two bytes, so their order tells them apart.
-    (void)handler_->Deliver(SomeipString("abcd"), kSomeip);
-    ASSERT_TRUE(handler_->WaitForReplies(1));
-    const ara::core::String seven = "abcdefg";
-    (void)handler_->Deliver(
-        wardend::test::Written(lumo::serialize::dds::Serializer<ara::core::String>(seven, {})),
-        kDds);
-    ASSERT_TRUE(handler_->WaitForReplies(2));
-    const auto replies = handler_->Replies();
-    EXPECT_FALSE(replies[0].isError);
-    EXPECT_EQ(ResultOf(replies[0], kSomeip), 4);
-    EXPECT_EQ(ResultOf(replies[1], kDds), 7);
+    const struct {
+        LengthService::Mode mode;
+        std::uint16_t someipResult;
+    } cases[] = {{LengthService::Mode::kReady, 4}, {LengthService::Mode::kEncoded, 1004}};
+    std::size_t replied = 0;
+    for (const auto& c : cases) {
+        service_->mode = c.mode;
+        // One after the other: both replies are two bytes, so their order tells them apart.
+        (void)handler_->Deliver(SomeipString("abcd"), kSomeip);
+        ASSERT_TRUE(handler_->WaitForReplies(++replied));
+        const ara::core::String seven = "abcdefg";
+        (void)handler_->Deliver(
+            wardend::test::Written(lumo::serialize::dds::Serializer<ara::core::String>(seven, {})),
+            kDds);
+        ASSERT_TRUE(handler_->WaitForReplies(++replied));
+        const auto replies = handler_->Replies();
+        EXPECT_FALSE(replies[replied - 2].isError);
+        EXPECT_EQ(ResultOf(replies[replied - 2], kSomeip), c.someipResult);
+        EXPECT_EQ(ResultOf(replies[replied - 1], kDds), 7);
+    }
+    service_->mode = LengthService::Mode::kEncodedTooLarge;
+    (void)handler_->Deliver(SomeipString("ab"), kSomeip);
+    ASSERT_TRUE(handler_->WaitForReplies(++replied));
+    const auto tooLarge = handler_->Replies().back();
+    ASSERT_TRUE(tooLarge.isError);
+    EXPECT_EQ(ErrorOf(tooLarge).second,
+              static_cast<std::int32_t>(lumo::vcc::api::types::ComErrc::kNetworkBindingFailure));
+    EXPECT_EQ(lumo::vcc::PlainSomeipReplyConfig(), nullptr) << "outside a user method";
     EXPECT_TRUE(handler_->WaitForLoansReturned());
-    EXPECT_EQ(vcc_->FindMethodStats(kMethodId)->requestsToUser, 2U);
+    EXPECT_EQ(vcc_->FindMethodStats(kMethodId)->requestsToUser, 5U);
     EXPECT_NE(vcc_->GetStatisticsText().find("fake\n--------------------\n"), std::string::npos);
 }
 
