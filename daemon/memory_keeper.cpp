@@ -2,6 +2,7 @@
 
 #include <malloc.h>
 
+#include <algorithm>
 #include <ctime>
 #include <utility>
 
@@ -25,8 +26,11 @@ bool MemoryKeeper::OnPeriod(std::chrono::microseconds cpuTime) {
     const bool first = lastCpu_.count() < 0;
     const auto used = first ? std::chrono::microseconds(0) : cpuTime - lastCpu_;
     lastCpu_ = cpuTime;
-    if (used >= busyCpu_) {
+    // After work, a period is quiet below half the busiest one of the work, or below busyCpu:
+    // a daemon serving a hundred applications never falls silent.
+    if (worked_ ? used >= std::max(busyCpu_, peak_ / 2) : used >= busyCpu_) {
         worked_ = true;
+        peak_ = std::max(peak_, used);
         quietSoFar_ = 0;
         return false;
     }
@@ -34,6 +38,7 @@ bool MemoryKeeper::OnPeriod(std::chrono::microseconds cpuTime) {
         return false;
     }
     worked_ = false;
+    peak_ = std::chrono::microseconds(0);
     quietSoFar_ = 0;
     trim_();
     return true;

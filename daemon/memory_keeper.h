@@ -22,7 +22,8 @@ inline constexpr std::size_t kKeptFreeBytes = std::size_t{32} << 20U;
 void KeepFreedMemory();
 
 // Watches the process's CPU time once per period of the main loop and trims the heap once
-// after work, when `quietPeriods` periods in a row used less than `busyCpu` each.
+// after work (a period of `busyCpu` or more), when `quietPeriods` periods in a row used less
+// than `busyCpu` or half the busiest period of the work, whichever is more.
 class MemoryKeeper {
 public:
     using Trim = std::function<void()>;
@@ -37,12 +38,13 @@ private:
     const int quietPeriods_;
     Trim trim_;
     std::chrono::microseconds lastCpu_{-1};
+    std::chrono::microseconds peak_{0};  // the busiest period of the work so far
     int quietSoFar_{0};
     bool worked_{false};
 };
 
-// The keeper the daemon runs: busy above 2 ms of CPU in a period, trims after 4 quiet ones
-// (1 s of the main loop), with malloc_trim.
+// The keeper the daemon runs: busy from 2 ms of CPU in a period, trims after 4 quiet ones (1 s
+// of the main loop), with malloc_trim.
 MemoryKeeper MakeDaemonMemoryKeeper();
 
 // CPU time of the whole process so far.

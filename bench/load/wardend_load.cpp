@@ -41,6 +41,7 @@
 #include <cstring>
 #include <fstream>
 #include <functional>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -447,8 +448,9 @@ struct DaemonState {
     long threads{0};
     long fds{0};
     long rssKb{0};
-    long anonKb{0};  // of the RSS: heap and stacks, not code or files
-    long pssKb{0};   // shared pages counted by the share of each process that maps them
+    long anonKb{0};   // of the RSS: heap and stacks, not code or files
+    long pssKb{0};    // shared pages counted by the share of each process that maps them
+    double cpuMs{0};  // user and system time so far
 };
 
 DaemonState ReadState(pid_t pid) {
@@ -469,6 +471,17 @@ DaemonState ReadState(pid_t pid) {
         if (line.rfind("Pss:", 0) == 0) {
             state.pssKb = std::strtol(line.c_str() + 4, nullptr, 10);
         }
+    }
+    // utime and stime, fields 14 and 15, after the command in parentheses.
+    std::ifstream stat("/proc/" + std::to_string(pid) + "/stat");
+    if (std::getline(stat, line)) {
+        std::istringstream fields(line.substr(line.rfind(')') + 2));
+        std::string field;
+        double ticks = 0;
+        for (int index = 3; fields >> field && index <= 15; ++index) {
+            ticks += index >= 14 ? std::strtod(field.c_str(), nullptr) : 0;
+        }
+        state.cpuMs = ticks * 1000.0 / static_cast<double>(sysconf(_SC_CLK_TCK));
     }
     if (DIR* dir = ::opendir(("/proc/" + std::to_string(pid) + "/fd").c_str())) {
         while (const dirent* entry = ::readdir(dir)) {
@@ -852,6 +865,8 @@ int main(int argc, char** argv) {
     PrintState("after their events", afterFill);
     PrintState("after the ALL queries", afterQueries);
     PrintState("1.5 s later", quietAfterQueries);
+    std::printf("daemon CPU in those 1.5 s: %.0f ms\n",
+                quietAfterQueries.cpuMs - afterQueries.cpuMs);
     const long events = static_cast<long>(options.apps) * options.eventsPerApp;
     if (events > 0) {
         // The first counts what the events add; the second also the applications' connections

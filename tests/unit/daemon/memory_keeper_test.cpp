@@ -16,7 +16,8 @@ struct KeeperCase {
     std::vector<int> trimsAfter;      // the periods (from 0) after which it trims
 };
 
-// Busy at 2 ms a period, quiet for 4 periods before a trim.
+// Busy from 2 ms a period (after work: from half its busiest period), quiet for 4 periods
+// before a trim.
 TEST(MemoryKeeper, TrimsOnceAfterWorkWhenQuietForLong) {
     const std::vector<KeeperCase> cases = {
         {"never busy", {0, 100, 1999, 0, 0, 0, 0, 0}, {}},
@@ -25,6 +26,12 @@ TEST(MemoryKeeper, TrimsOnceAfterWorkWhenQuietForLong) {
         {"busy at exactly the limit", {0, 2000, 0, 0, 0, 0}, {5}},
         {"a long burst trims only at its end", {0, 3000, 3000, 3000, 0, 0, 0, 0}, {7}},
         {"two bursts, two trims", {0, 4000, 0, 0, 0, 0, 4000, 0, 0, 0, 0}, {5, 10}},
+        {"steady traffic below half the burst is quiet",
+         {1900, 40000, 30000, 3000, 19999, 2500, 3000, 1900},
+         {6}},
+        {"traffic at half the burst is still work",
+         {0, 6000, 3000, 3000, 1000, 1000, 1000, 1000},
+         {7}},
     };
     for (const auto& c : cases) {
         std::vector<int> trims;
