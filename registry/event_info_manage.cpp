@@ -84,23 +84,9 @@ void StoreRegistration(StoredEvent& record, const EventRegisterInfo& own) {
 
 // The first two strings of the packed registration, read in place.
 std::string_view PackedString(const StoredEvent& record, bool second) {
-    std::string_view bytes = record.registration.View();
-    for (int skip = second ? 1 : 0;; --skip) {
-        std::uint64_t size = 0;
-        std::size_t at = 0;
-        for (unsigned shift = 0; at < bytes.size(); shift += 7U) {
-            const auto byte = static_cast<std::uint8_t>(bytes[at++]);
-            size |= static_cast<std::uint64_t>(byte & 0x7FU) << shift;
-            if ((byte & 0x80U) == 0) {
-                break;
-            }
-        }
-        const std::string_view text = bytes.substr(at, static_cast<std::size_t>(size));
-        if (skip == 0) {
-            return text;
-        }
-        bytes.remove_prefix(std::min(bytes.size(), at + text.size()));
-    }
+    PackedCursor in(record.registration.View());
+    const std::string_view first = in.Text();
+    return second ? in.Text() : first;
 }
 
 std::string_view EventTypeOf(const StoredEvent& record) {

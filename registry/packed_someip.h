@@ -61,7 +61,8 @@ public:
         if (!Room(kLengthWidth + text.size() + extra)) {
             return;
         }
-        Length(text.size() + extra);
+        StoreLength(written_, text.size() + extra);
+        written_ += kLengthWidth;
         if constexpr (kWrite) {
             unsigned char* at = out_ + written_;
             if (!raw_) {
@@ -105,11 +106,7 @@ public:
         if (overrun_ || content > lumo::serialize::LengthFieldLimit(kLengthWidth)) {
             return false;
         }
-        if constexpr (kWrite) {
-            const auto bytes =
-                lumo::serialize::detail::EncodeScalar(static_cast<std::uint32_t>(content), kOrder);
-            std::memcpy(out_ + at, bytes.data(), bytes.size());
-        }
+        StoreLength(at, content);
         return true;
     }
 
@@ -142,13 +139,12 @@ private:
         return true;
     }
 
-    void Length(std::uint64_t content) {
+    void StoreLength(std::uint64_t at, std::uint64_t content) {
         if constexpr (kWrite) {
             const auto bytes =
                 lumo::serialize::detail::EncodeScalar(static_cast<std::uint32_t>(content), kOrder);
-            std::memcpy(out_ + written_, bytes.data(), bytes.size());
+            std::memcpy(out_ + at, bytes.data(), bytes.size());
         }
-        written_ += kLengthWidth;
     }
 
     unsigned char* out_;

@@ -286,10 +286,6 @@ private:
         if (stats_ != nullptr) {
             ++stats_->requestsHandled;
         }
-        if (auto encoded = scope.Take()) {
-            EncodedValueReply(*encoded, msg);
-            return;
-        }
         if (!future.valid()) {
             logger_->LogWarn()
                 << "User return future is invalid, please check future whether associate with "
@@ -300,6 +296,10 @@ private:
             logger_->LogDebug() << "Do not give response in the situation that on request "
                                    "available is called but received nothing. Just call E2E "
                                    "Error Handler";
+            return;
+        }
+        if (auto encoded = scope.Take()) {
+            EncodedValueReply(*encoded, msg);
             return;
         }
         if (future.is_ready()) {  // the usual case: no continuation to build
@@ -396,13 +396,7 @@ private:
                     serialize::someip::Serializer<Output> serializer(
                         value, serialize::DefaultSerializeConfig(), structNode, 0, true);
                     if (serializer.GetSize() > serialize::kSizeMax) {
-                        logger_->LogError("MethodSkeleton_ReplySerialize", LogLimit())
-                            << "[MethodSkeleton][Method request serialize failed, maybe length "
-                               "filed is less than actual size][methodEntityId="
-                            << entityId_ << "]";
-                        ErrorReply(api::types::MakeErrorCode(
-                                       api::types::ComErrc::kNetworkBindingFailure, 0),
-                                   msg);
+                        RefuseUnserializable(msg);
                         return;
                     }
                     Write(serializer, msg);
@@ -449,23 +443,24 @@ private:
             logger_->LogVerbose() << "Fire and Forget mode, no need to send reply to proxy";
             return;
         }
-        if (msg->payload == nullptr && msg->size == 0) {
-            return;
-        }
         logger_->LogVerbose() << "Send method reply msg written by the user method[method="
                               << EntityIdentifier() << "]";
         // The size walks the whole answer: once.
         EncodedWriter encoded{reply, reply.Size()};
         if (encoded.size > serialize::kSizeMax) {
-            logger_->LogError("MethodSkeleton_ReplySerialize", LogLimit())
-                << "[MethodSkeleton][Method request serialize failed, maybe length filed is less "
-                   "than actual size][methodEntityId="
-                << entityId_ << "]";
-            ErrorReply(api::types::MakeErrorCode(api::types::ComErrc::kNetworkBindingFailure, 0),
-                       msg);
+            RefuseUnserializable(msg);
             return;
         }
         Write(encoded, msg);
+    }
+
+    // A reply whose value cannot be serialized: the caller gets kNetworkBindingFailure.
+    void RefuseUnserializable(const driver::MethodMsgPtr& msg) {
+        logger_->LogError("MethodSkeleton_ReplySerialize", LogLimit())
+            << "[MethodSkeleton][Method request serialize failed, maybe length filed is less "
+               "than actual size][methodEntityId="
+            << entityId_ << "]";
+        ErrorReply(api::types::MakeErrorCode(api::types::ComErrc::kNetworkBindingFailure, 0), msg);
     }
 
     void ErrorReply(const ara::core::ErrorCode& error, const driver::MethodMsgPtr& msg) {
@@ -529,11 +524,7 @@ private:
         if constexpr (std::is_same_v<decltype(serializer.Serialize(buffer)), bool>) {
             if (!serializer.Serialize(buffer)) {
                 // The buffer stays with the driver's handler, which frees it at its end.
-                logger_->LogError("MethodSkeleton_ReplyData", LogLimit())
-                    << "[MethodSkeleton][Reply written by the user method failed][methodEntityId="
-                    << entityId_ << "]";
-                ErrorReply(
-                    api::types::MakeErrorCode(api::types::ComErrc::kNetworkBindingFailure, 0), msg);
+                RefuseUnserializable(msg);
                 return;
             }
         } else {
