@@ -18,6 +18,7 @@
 #include <utility>
 #include <vector>
 
+#include "binding/serialize/field_runs.h"
 #include "binding/serialize/read_in_place.h"
 #include "binding/serialize/serialize_traits.h"
 #include "binding/serialize/someip_common.h"
@@ -557,6 +558,53 @@ struct PlainWalk {
         return serialize::detail::ScalarFromBits<V>(bits);
     }
 
+    // Moves `p` over one value of type M that must end by `end`; false when it does not. Strings,
+    // vectors and maps are passed by their length fields, so only records are walked into.
+    template <typename M>
+    WARDEND_FORCE_INLINE static bool Skip(const unsigned char*& p, const unsigned char* end) {
+        if constexpr (serialize::detail::IsRecord<M>::value) {
+            return SkipFields<M>(p, end,
+                                 std::make_index_sequence<serialize::detail::kFieldCount<M>>{});
+        } else {
+            constexpr std::uint64_t kWidth =
+                serialize::detail::kIsScalar<M> ? sizeof(M) : kPlainWidth;
+            if (static_cast<std::uint64_t>(end - p) < kWidth) {
+                return false;
+            }
+            std::uint64_t step = kWidth;
+            if constexpr (!serialize::detail::kIsScalar<M>) {
+                std::uint32_t content = 0;
+                std::memcpy(&content, p, sizeof(content));
+                if constexpr (kSwap) {
+                    content = serialize::detail::ByteSwap(content);
+                }
+                if (content > static_cast<std::uint64_t>(end - p) - kWidth) {
+                    return false;
+                }
+                step += content;
+            }
+            p += step;
+            return true;
+        }
+    }
+    template <typename R, std::size_t... I>
+    WARDEND_FORCE_INLINE static bool SkipFields(const unsigned char*& p, const unsigned char* end,
+                                                std::index_sequence<I...> /*unused*/) {
+        return (Skip<serialize::detail::FieldAt<R, I>>(p, end) && ...);
+    }
+
+    // Elements of type E that the `content` bytes at the walk's position hold whole.
+    template <typename E>
+    std::size_t CountElements(std::uint64_t content) const {
+        const unsigned char* p = at;
+        const unsigned char* const end = at + content;
+        std::size_t count = 0;
+        while (p < end && Skip<E>(p, end)) {
+            ++count;
+        }
+        return count;
+    }
+
     // EF BB BF at the walk's position, with one load: the content holds at least 4 bytes.
     WARDEND_FORCE_INLINE bool StartsWithBom() const {
         constexpr std::uint32_t kMask =
@@ -642,13 +690,15 @@ struct PlainWalk {
             }
         } else {
             static_assert(kMinBytes<E> != 0, "every element takes a byte, so the walk ends");
-            // Growing by doubling moves every element read so far, again and again. The guess
-            // of the count is bounded by the bytes, so that a hostile length reserves no more
-            // memory than the message itself holds.
-            const std::uint64_t guess =
-                std::min<std::uint64_t>(content / kMinBytes<E>, content / sizeof(E) + 1);
-            if (out.capacity() < guess) {
-                out.reserve(static_cast<std::size_t>(guess));
+            // Growing by doubling would move every element read so far, again and again, and
+            // touch twice the memory. When the vector may have to grow, its elements are counted
+            // first by their length fields: a large answer is then read into one allocation of
+            // its size, and a hostile length reserves no more than the elements that are there.
+            if (out.capacity() < content / kMinBytes<E>) {
+                const std::size_t count = CountElements<E>(content);
+                if (out.capacity() < count) {
+                    out.reserve(count);
+                }
             }
             const std::uint64_t outerRoom = room;
             const unsigned char* const end = at + content;

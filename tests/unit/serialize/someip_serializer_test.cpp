@@ -347,6 +347,39 @@ TEST_F(SomeipSerializerTest, EveryTruncationOfARecordIsRefused) {
     }
 }
 
+// A large answer is read into one allocation of its size, in either byte order, also over a
+// kept vector too small for it; a vector whose last record is cut is still refused.
+TEST_F(SomeipSerializerTest, ARecordVectorIsReadIntoOneAllocationOfItsSize) {
+    vesk::wardend::QueryEventInfoOutput answer;
+    for (int seed = 0; seed < 300; ++seed) {
+        answer.eventInfos.push_back(seed % 3 == 0
+                                        ? vesk::wardend::EventInfoWithPubSub{}
+                                        : Filled<vesk::wardend::EventInfoWithPubSub>(seed));
+    }
+    SerializeConfig little;
+    little.byteOrder = ByteOrder::kLittleEndian;
+    for (const SerializeConfig& config : {SerializeConfig{}, little}) {
+        const Bytes full = Write(answer, config);
+        for (const std::size_t kept : {0, 7}) {
+            vesk::wardend::QueryEventInfoOutput out;
+            out.eventInfos.resize(kept);
+            ASSERT_TRUE(
+                Deserializer<vesk::wardend::QueryEventInfoOutput>(full.data(), full.size(), config)
+                    .GetValue(out));
+            EXPECT_EQ(out, answer);
+            EXPECT_EQ(out.eventInfos.capacity(), answer.eventInfos.size());
+        }
+        // A vector length one short cuts its last record inside the vector.
+        Bytes shorter = full;
+        lumo::serialize::detail::StoreUint(
+            shorter.data(), lumo::serialize::detail::LoadUint(full.data(), 4, config.byteOrder) - 1,
+            4, config.byteOrder);
+        Deserializer<vesk::wardend::QueryEventInfoOutput> cut(shorter.data(), shorter.size(),
+                                                              config);
+        EXPECT_EQ(cut.GetSize(), kSizeFailure);
+    }
+}
+
 TEST_F(SomeipSerializerTest, StructLengthFieldSkipsMembersThisSideDoesNotKnow) {
     SerializeConfig config;
     config.structLengthField = 2;
