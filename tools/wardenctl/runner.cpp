@@ -7,6 +7,7 @@
 #include <thread>
 
 #include "platform/error/com_error_domain.h"
+#include "tools/wardenctl/record_json.h"
 
 namespace vesk::wardenctl {
 
@@ -50,7 +51,11 @@ int Ask(ara::core::Future<Output> future, const Command& command, MakeView makeV
     if (!result.HasValue()) {
         return ReportCallError(result.Error(), command, err);
     }
-    return PrintAnswer(makeView(result.Value()), command.json, out);
+    const Output& output = result.Value();
+    if (command.json) {
+        return PrintDocument(nlohmann::json(output), ExitCodeOf(output), out);
+    }
+    return PrintAnswer(makeView(output), out);
 }
 
 int RunOnce(const Command& c, vesk::wardend::proxy::VESKWardendToolsServiceProxy& tools,
@@ -158,9 +163,14 @@ bool StopRequested() {
     return stopRequested != 0;
 }
 
-int PrintAnswer(const View& view, bool json, std::ostream& out) {
-    out << Render(view, json) << std::flush;
+int PrintAnswer(const View& view, std::ostream& out) {
+    out << view.text << std::flush;
     return view.exitCode;
+}
+
+int PrintDocument(const nlohmann::json& document, int exitCode, std::ostream& out) {
+    out << RenderJson(document) << std::flush;
+    return exitCode;
 }
 
 int ReportCallError(const ara::core::ErrorCode& error, const Command& command, std::ostream& err) {

@@ -195,10 +195,7 @@ std::string TableOr(const Table& table, const std::string& empty) {
 
 template <typename Output>
 View ViewOf(const Output& output, std::string text) {
-    View view;
-    view.text = std::move(text);
-    view.json = output;
-    return view;
+    return View{std::move(text), ExitCodeOf(output)};
 }
 
 }  // namespace
@@ -236,11 +233,12 @@ std::string FormatTable(const Table& table) {
     return text;
 }
 
-std::string Render(const View& view, bool json) {
-    if (!json) {
-        return view.text;
-    }
-    return view.json.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+std::string RenderJson(const nlohmann::json& document) {
+    return document.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+}
+
+int ExitCodeOf(const SwitchLatencyModeOutput& output) {
+    return output.result == 0 ? kExitAnswer : kExitRefused;
 }
 
 View NodeListView(const QueryNodeInfoOutput& output) {
@@ -437,14 +435,12 @@ View TypeRefsView(const QueryDataTypeRefListOutput& output) {
 }
 
 View LatencySwitchView(const SwitchLatencyModeOutput& output, bool on) {
-    View view =
-        ViewOf(output, std::string("Latency measurement switched ") + (on ? "on" : "off") + ".\n");
     if (output.result != 0) {
-        view.text =
-            "The daemon refused the switch: result " + std::to_string(output.result) + ".\n";
-        view.exitCode = kExitRefused;
+        return ViewOf(output, "The daemon refused the switch: result " +
+                                  std::to_string(output.result) + ".\n");
     }
-    return view;
+    return ViewOf(output,
+                  std::string("Latency measurement switched ") + (on ? "on" : "off") + ".\n");
 }
 
 View LatencyStatusView(const QueryLatencyStatusOutput& output) {

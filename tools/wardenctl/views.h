@@ -2,7 +2,8 @@
 #define TOOLS_WARDENCTL_VIEWS_H
 
 // What wardenctl shows of each answer of the tools service: an aligned table for people and a
-// JSON document (the output record, see record_json.h) for scripts.
+// JSON document (the output record, see record_json.h) for scripts. Only the form asked for is
+// made: for an answer of thousands of records either costs more than the call.
 
 #include <cstdint>
 #include <string>
@@ -25,19 +26,23 @@ struct Table {
 // characters in a cell print as \xNN, so that a registered name cannot drive the terminal.
 std::string FormatTable(const Table& table);
 
-// One answer as people and scripts see it, and the exit code it makes. The implicit noexcept
-// moves only move nlohmann::json, whose move does not throw; clang-tidy cannot see through its
-// by-value assignment.
-// NOLINTNEXTLINE(bugprone-exception-escape)
+// One answer as people see it, and the exit code it makes.
 struct View {
     std::string text;
-    nlohmann::json json;
     int exitCode{kExitAnswer};
 };
 
-// The text for standard output: the table, or the JSON document on one line. Text that is not
-// UTF-8 is replaced in the document rather than failing it.
-std::string Render(const View& view, bool json);
+// What scripts see of an answer: its output record as one JSON document on one line (see
+// record_json.h). Text that is not UTF-8 is replaced in the document rather than failing it.
+std::string RenderJson(const nlohmann::json& document);
+
+// The exit code of an answer, shown either way: a latency switch the daemon refused is
+// kExitRefused, every other answer kExitAnswer.
+int ExitCodeOf(const vesk::wardend::SwitchLatencyModeOutput& output);
+template <typename Output>
+int ExitCodeOf(const Output& /*output*/) {
+    return kExitAnswer;
+}
 
 View NodeListView(const vesk::wardend::QueryNodeInfoOutput& output);
 View NodeInfoView(const vesk::wardend::QueryNodeInfoOutput& output, const std::string& name);
