@@ -7,7 +7,6 @@
 #include <thread>
 
 #include "platform/error/com_error_domain.h"
-#include "tools/wardenctl/record_json.h"
 
 namespace vesk::wardenctl {
 
@@ -53,7 +52,9 @@ int Ask(ara::core::Future<Output> future, const Command& command, MakeView makeV
     }
     const Output& output = result.Value();
     if (command.json) {
-        return PrintDocument(nlohmann::json(output), ExitCodeOf(output), out);
+        WriteDocument(out, output);
+        out << std::flush;
+        return ExitCodeOf(output);
     }
     return PrintAnswer(makeView(output), out);
 }
@@ -166,11 +167,6 @@ bool StopRequested() {
 int PrintAnswer(const View& view, std::ostream& out) {
     out << view.text << std::flush;
     return view.exitCode;
-}
-
-int PrintDocument(const nlohmann::json& document, int exitCode, std::ostream& out) {
-    out << RenderJson(document) << std::flush;
-    return exitCode;
 }
 
 int ReportCallError(const ara::core::ErrorCode& error, const Command& command, std::ostream& err) {

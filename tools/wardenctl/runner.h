@@ -17,9 +17,8 @@ namespace vesk::wardenctl {
 void InstallStopSignals();
 bool StopRequested();
 
-// Print the answer as people or scripts see it and return its exit code.
+// Prints the answer and returns its exit code.
 int PrintAnswer(const View& view, std::ostream& out);
-int PrintDocument(const nlohmann::json& document, int exitCode, std::ostream& out);
 // The one line on standard error for a call that got no answer, with the daemon it looked for;
 // returns kExitUnreachable.
 int ReportCallError(const ara::core::ErrorCode& error, const Command& command, std::ostream& err);

@@ -4,8 +4,6 @@
 #include <cstdio>
 #include <sstream>
 
-#include "tools/wardenctl/record_json.h"
-
 namespace vesk::wardenctl {
 
 namespace {
@@ -235,6 +233,36 @@ std::string FormatTable(const Table& table) {
 
 std::string RenderJson(const nlohmann::json& document) {
     return document.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
+}
+
+namespace {
+
+// {"name":[record,record,...]} as the whole document would dump.
+template <typename Record>
+void WriteList(std::ostream& out, const char* name, const std::vector<Record>& records) {
+    out << "{\"" << name << "\":[";
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        if (i > 0) {
+            out << ',';
+        }
+        out << nlohmann::json(records[i])
+                   .dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+    }
+    out << "]}\n";
+}
+
+}  // namespace
+
+void WriteDocument(std::ostream& out, const QueryEventInfoOutput& output) {
+    WriteList(out, "eventInfos", output.eventInfos);
+}
+
+void WriteDocument(std::ostream& out, const QueryMethodInfoOutput& output) {
+    WriteList(out, "methodInfos", output.methodInfos);
+}
+
+void WriteDocument(std::ostream& out, const QueryNodeInfoOutput& output) {
+    WriteList(out, "nodeInfos", output.nodeInfos);
 }
 
 int ExitCodeOf(const SwitchLatencyModeOutput& output) {

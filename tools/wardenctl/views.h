@@ -6,6 +6,7 @@
 // made: for an answer of thousands of records either costs more than the call.
 
 #include <cstdint>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,7 @@
 
 #include "records/service_outputs.h"
 #include "tools/wardenctl/command_line.h"
+#include "tools/wardenctl/record_json.h"
 
 namespace vesk::wardenctl {
 
@@ -35,6 +37,17 @@ struct View {
 // What scripts see of an answer: its output record as one JSON document on one line (see
 // record_json.h). Text that is not UTF-8 is replaced in the document rather than failing it.
 std::string RenderJson(const nlohmann::json& document);
+
+// Writes RenderJson of an answer's record to `out`. The answers that list records are written
+// one record at a time, to the same text: a whole document of thousands of records would cost
+// many times the memory of the answer.
+void WriteDocument(std::ostream& out, const vesk::wardend::QueryEventInfoOutput& output);
+void WriteDocument(std::ostream& out, const vesk::wardend::QueryMethodInfoOutput& output);
+void WriteDocument(std::ostream& out, const vesk::wardend::QueryNodeInfoOutput& output);
+template <typename Output>
+void WriteDocument(std::ostream& out, const Output& output) {
+    out << RenderJson(output);
+}
 
 // The exit code of an answer, shown either way: a latency switch the daemon refused is
 // kExitRefused, every other answer kExitAnswer.

@@ -268,10 +268,33 @@ TEST(WardenctlViews, ANonZeroSwitchResultIsAnAnswerWithExitThree) {
 TEST(WardenctlOutput, JsonIsOneLineAndSurvivesTextThatIsNotUtf8) {
     QueryDataTypeOutput output{"bad \xff byte"};
     std::ostringstream out;
-    EXPECT_EQ(PrintDocument(output, kExitAnswer, out), kExitAnswer);
+    WriteDocument(out, output);
     EXPECT_EQ(out.str().find('\n'), out.str().size() - 1);
     const json document = json::parse(out.str());
     EXPECT_EQ(document["dataType"], "bad \xef\xbf\xbd byte");
+}
+
+// Lists written record by record read as the whole document would: none, one, several, and
+// text that is not UTF-8.
+TEST(WardenctlOutput, ListsWrittenRecordByRecordAreTheWholeDocument) {
+    EventInfoWithPubSub odd = SomeipEvent();
+    odd.pubApp = "bad \xff byte";
+    QueryEventInfoOutput events;
+    QueryMethodInfoOutput methods;
+    QueryNodeInfoOutput nodes;
+    const auto same = [](const auto& output) {
+        std::ostringstream out;
+        WriteDocument(out, output);
+        EXPECT_EQ(out.str(), RenderJson(output));
+    };
+    for (int round = 0; round < 3; ++round) {
+        same(events);
+        same(methods);
+        same(nodes);
+        events.eventInfos.push_back(round == 1 ? odd : DdsEvent());
+        methods.methodInfos.emplace_back().name = "m" + std::to_string(round);
+        nodes.nodeInfos.emplace_back().nodeName = "n" + std::to_string(round);
+    }
 }
 
 TEST(WardenctlOutput, ACallErrorIsOneLineOnStandardErrorAndExitOne) {
