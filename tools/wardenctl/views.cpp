@@ -13,13 +13,18 @@ using Row = std::vector<std::string>;
 
 constexpr const char* kNone = "-";
 
+bool NeedsEscape(char c, bool keepNewlines = false) {
+    const auto byte = static_cast<unsigned char>(c);
+    return (byte < 0x20 && !(keepNewlines && c == '\n')) || byte == 0x7F;
+}
+
 // Control characters as \xNN; a newline stays when the text is meant to span lines.
 std::string Printable(const std::string& text, bool keepNewlines = false) {
     std::string out;
     out.reserve(text.size());
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
-        if ((byte < 0x20 && !(keepNewlines && c == '\n')) || byte == 0x7F) {
+        if (NeedsEscape(c, keepNewlines)) {
             char escaped[5];
             std::snprintf(escaped, sizeof(escaped), "\\x%02X", byte);
             out += escaped;
@@ -199,35 +204,48 @@ View ViewOf(const Output& output, std::string text) {
 }  // namespace
 
 std::string FormatTable(const Table& table) {
-    std::vector<Row> rows;
-    if (!table.header.empty()) {
-        rows.push_back(table.header);
-    }
-    for (const auto& row : table.rows) {
-        rows.emplace_back();
-        for (const auto& cell : row) {
-            rows.back().push_back(Printable(cell));
+    // Cells are read where they stand; only one that holds a control character is copied, to
+    // escape it. A list of ten thousand events is then not copied cell by cell.
+    std::string scratch;
+    const auto shown = [&scratch](const std::string& cell) -> const std::string& {
+        if (std::none_of(cell.begin(), cell.end(), [](char c) { return NeedsEscape(c); })) {
+            return cell;
         }
-    }
+        scratch = Printable(cell);
+        return scratch;
+    };
+    const auto eachRow = [&table](const auto& visit) {
+        if (!table.header.empty()) {
+            visit(table.header);
+        }
+        for (const auto& row : table.rows) {
+            visit(row);
+        }
+    };
     std::vector<std::size_t> widths;
-    for (const auto& row : rows) {
+    std::size_t lineBytes = 0;
+    eachRow([&](const Row& row) {
         widths.resize(std::max(widths.size(), row.size()));
         for (std::size_t i = 0; i < row.size(); ++i) {
-            widths[i] = std::max(widths[i], Width(row[i]));
+            widths[i] = std::max(widths[i], Width(shown(row[i])));
         }
+    });
+    for (const std::size_t width : widths) {
+        lineBytes += width + 2;
     }
     std::string text;
-    for (const auto& row : rows) {
-        std::string line;
+    text.reserve(lineBytes * (table.rows.size() + 1));
+    eachRow([&](const Row& row) {
         for (std::size_t i = 0; i < row.size(); ++i) {
-            line += row[i];
+            const std::string& cell = shown(row[i]);
+            text += cell;
             if (i + 1 < row.size()) {
-                line.append(widths[i] - Width(row[i]) + 2, ' ');
+                text.append(widths[i] - Width(cell) + 2, ' ');
             }
         }
-        line.erase(line.find_last_not_of(' ') + 1);
-        text += line + "\n";
-    }
+        text.erase(text.find_last_not_of(' ') + 1);
+        text += '\n';
+    });
     return text;
 }
 
