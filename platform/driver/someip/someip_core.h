@@ -36,6 +36,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "platform/driver/someip/message_block.h"
 #include "platform/driver/someip/sd_message.h"
 #include "platform/driver/someip/someip_driver.h"
 #include "platform/driver/someip/someip_header.h"
@@ -52,7 +53,7 @@ using Core = SomeipDriver::Core;
 
 // One message ready to go out, header included. Shared when one event goes to many peers.
 struct OutMessage {
-    std::unique_ptr<unsigned char[]> data;
+    Block data;
     std::size_t size{0};
 };
 using OutMessagePtr = std::shared_ptr<const OutMessage>;

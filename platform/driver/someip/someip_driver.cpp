@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <new>
 
 #include "platform/driver/someip/someip_core.h"
 
@@ -17,9 +18,8 @@ unsigned char* AllocatePayload(std::uint64_t payloadSize, bool filled) {
     if (payloadSize > std::numeric_limits<std::uint32_t>::max()) {
         return nullptr;
     }
-    // Padding that a serializer skips must not carry old heap contents onto the wire.
-    auto* block = filled ? new (std::nothrow) unsigned char[kHeaderSize + payloadSize]
-                         : new (std::nothrow) unsigned char[kHeaderSize + payloadSize]();
+    // Padding that a serializer skips must not carry old contents onto the wire.
+    unsigned char* block = AllocateBlock(kHeaderSize + payloadSize, !filled);
     return block == nullptr ? nullptr : block + kHeaderSize;
 }
 
@@ -34,7 +34,10 @@ OutMessagePtr AdoptPayload(unsigned char* payload, SomeipHeader header, std::uin
 
 OutMessagePtr MakeMessage(SomeipHeader header, const unsigned char* payload, std::size_t size) {
     auto message = std::make_shared<OutMessage>();
-    message->data.reset(new unsigned char[kHeaderSize + size]);
+    message->data.reset(AllocateBlock(kHeaderSize + size, false));
+    if (message->data == nullptr) {
+        throw std::bad_alloc();
+    }
     message->size = kHeaderSize + size;
     header.length = static_cast<std::uint32_t>(kLengthFieldCovers + size);
     EncodeHeader(header, message->data.get());
@@ -371,6 +374,7 @@ void SomeipDriver::Core::ScheduleTick() {
 
 void SomeipDriver::Core::Tick() {
     const auto now = Clock::now();
+    ReleaseIdleBlocks(now);
     TickServer(now);
     TickClient(now);
 }

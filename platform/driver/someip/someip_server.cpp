@@ -335,7 +335,7 @@ SomeipMethodHandler::~SomeipMethodHandler() {
         delete[] payload;
     }
     for (const unsigned char* buffer : buffers_) {
-        delete[](buffer - kHeaderSize);
+        FreeBlock(buffer - kHeaderSize);
     }
 }
 
@@ -406,14 +406,14 @@ bool SomeipMethodHandler::Reply(unsigned char* buffer, std::uint64_t size,
     }
     auto route = msg ? std::static_pointer_cast<ReplyRoute>(msg->replyRoute) : nullptr;
     if (route == nullptr) {
-        delete[](buffer - kHeaderSize);
+        FreeBlock(buffer - kHeaderSize);
         ++failedReplies_;
         core_->log->LogWarn("SomeipDriver_NoRoute", LogLimitConfig{})
             << "[SomeipDriver][Reply without a request route dropped][method=" << methodId_ << "]";
         return false;
     }
     if (route->request.messageType == static_cast<std::uint8_t>(MessageType::kRequestNoReturn)) {
-        delete[](buffer - kHeaderSize);
+        FreeBlock(buffer - kHeaderSize);
         return true;
     }
     const SomeipHeader header =
@@ -525,7 +525,7 @@ SomeipEventHandler::SomeipEventHandler(std::shared_ptr<Core> core,
 SomeipEventHandler::~SomeipEventHandler() {
     std::lock_guard<std::mutex> lock(bufferMutex_);
     for (const unsigned char* buffer : buffers_) {
-        delete[](buffer - kHeaderSize);
+        FreeBlock(buffer - kHeaderSize);
     }
 }
 

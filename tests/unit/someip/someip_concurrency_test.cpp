@@ -5,7 +5,9 @@
 
 #include <atomic>
 #include <thread>
+#include <vector>
 
+#include "platform/driver/someip/message_block.h"
 #include "tests/support/method_calls.h"
 #include "tests/support/wait.h"
 #include "tests/unit/someip/someip_test_server.h"
@@ -116,6 +118,41 @@ TEST(SomeipConcurrencyTest, StoppingTheClientEndsEveryCallExactlyOnce) {
     caller.join();
     EXPECT_EQ(Answered(replies, 500), 0);
     EXPECT_EQ(replies.Count(), 500);
+}
+
+// Large message blocks written, given back and taken again on several threads at once, while
+// an I/O thread's tick releases idle ones.
+TEST(SomeipConcurrencyTest, LargeBlocksPassBetweenThreads) {
+    using namespace lumo::driver::someip;
+    std::atomic<bool> stop{false};
+    std::thread releaser([&stop] {
+        while (!stop) {
+            ReleaseIdleBlocks(std::chrono::steady_clock::now() + kLargeBlockKeep);
+            std::this_thread::sleep_for(1ms);
+        }
+    });
+    std::vector<std::thread> writers;
+    writers.reserve(4);
+    for (int t = 0; t < 4; ++t) {
+        writers.emplace_back([t] {
+            for (int i = 0; i < 200; ++i) {
+                const std::size_t size =
+                    kLargeBlockBytes * static_cast<std::size_t>(1 + (t + i) % 3);
+                unsigned char* block = AllocateBlock(size, i % 2 == 0);
+                ASSERT_NE(block, nullptr);
+                block[0] = static_cast<unsigned char>(t);
+                block[size - 1] = static_cast<unsigned char>(i);
+                FreeBlock(block);
+            }
+        });
+    }
+    for (auto& writer : writers) {
+        writer.join();
+    }
+    stop = true;
+    releaser.join();
+    ReleaseIdleBlocks(std::chrono::steady_clock::now() + kLargeBlockKeep);
+    EXPECT_EQ(KeptLargeBlocks().count, 0U);
 }
 
 }  // namespace
