@@ -3,7 +3,7 @@
 // answers with the same message sizes, in one run. Then 100 applications register 10,000 events,
 // a tool times QueryEventInfo("ALL") over them, and the registrations are timed again while a
 // tool loops on that query. The daemon's threads, descriptors, RSS and PSS are read from /proc
-// at each step, and again 1.5 s after the queries, when the daemon has handed back what they
+// at each step, and again 2.5 s after the queries, when the daemon has handed back what they
 // freed. A churn mode starts short-lived applications and kills them.
 //
 // Memory: "idle" is the daemon just started, with nothing registered. The applications first
@@ -838,10 +838,10 @@ int main(int argc, char** argv) {
                 " records, %.0f queries)\n",
                 "QueryEventInfo(\"ALL\"), one tool", "-", "-", all.p50Us, all.p99Us, all.p999Us,
                 all.refused, all.failed, all.items, queryCount);
-    // The daemon keeps what the answers freed while they come, and trims it after a quiet
-    // second (four periods of its main loop).
+    // The daemon keeps what the answers freed while they come: the heap until a quiet second
+    // (four periods of its main loop), the large answer blocks until two seconds unused.
     const DaemonState afterQueries = ReadState(daemon);
-    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
     const DaemonState quietAfterQueries = ReadState(daemon);
 
     ClientResult toolResult;
@@ -864,8 +864,8 @@ int main(int argc, char** argv) {
     PrintState("after their nodes", afterNodes);
     PrintState("after their events", afterFill);
     PrintState("after the ALL queries", afterQueries);
-    PrintState("1.5 s later", quietAfterQueries);
-    std::printf("daemon CPU in those 1.5 s: %.0f ms\n",
+    PrintState("2.5 s later", quietAfterQueries);
+    std::printf("daemon CPU in those 2.5 s: %.0f ms\n",
                 quietAfterQueries.cpuMs - afterQueries.cpuMs);
     const long events = static_cast<long>(options.apps) * options.eventsPerApp;
     if (events > 0) {
