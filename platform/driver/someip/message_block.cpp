@@ -175,8 +175,8 @@ void FreeBlock(const unsigned char* block) noexcept {
     if (block == nullptr) {
         return;
     }
-    auto* base = const_cast<unsigned char*>(block) -
-                 kPrefix;  // NOLINT(cppcoreguidelines-pro-type-const-cast)
+    // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): the caller gives the block up
+    unsigned char* base = const_cast<unsigned char*>(block) - kPrefix;
     const std::size_t mapped = MappedOf(base);
     if (mapped == 0) {
         std::free(base);  // NOLINT(cppcoreguidelines-no-malloc)
