@@ -34,8 +34,10 @@ bool WardendServer::StartService() {
     std::shared_ptr<WardendAppSkeleton> app;
     try {
         app = std::make_shared<WardendAppSkeleton>(InstanceIdentifier(), kEventMode);
+        // No registration waits for its .msg load: the reader sleeps between loads instead of
+        // polling on the CPU the method threads answer with.
         app->SetThreadPool(std::make_shared<lumo::vcc::utils::ThreadPool>(
-            kReaderThreads, kReaderQueueSize, kReaderName));
+            kReaderThreads, kReaderQueueSize, kReaderName, lumo::vcc::utils::ThreadPool::kNoPoll));
     } catch (const lumo::vcc::api::types::ComException&) {
         LogError() << "Wardend wardendAppSkeleton creates failed.";
         return false;

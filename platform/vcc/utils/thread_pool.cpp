@@ -17,8 +17,6 @@ namespace lumo::vcc::utils {
 
 namespace {
 constexpr std::size_t kThreadNameMax = 15;
-// How long a worker that has just finished a task polls for the next one.
-constexpr std::chrono::microseconds kPoll{50};
 
 thread_local ThreadPool::FirstQueued* tlsFirstQueued = nullptr;
 // The queue whose task this thread runs outside its pool, if any.
@@ -32,8 +30,9 @@ struct ThreadPoolQueue {
         std::uint64_t ticket{0};  // non-zero for a task its submitter may take back
     };
 
-    ThreadPoolQueue(std::uint32_t size, ara::core::String poolName)
-        : queueSize(size), name(std::move(poolName)) {}
+    ThreadPoolQueue(std::uint32_t size, ara::core::String poolName,
+                    std::chrono::microseconds idlePoll)
+        : queueSize(size), name(std::move(poolName)), poll(idlePoll) {}
 
     void RunGuarded(ThreadPool::Task& task, const TaskSoureceId& id) {
         try {
@@ -56,6 +55,7 @@ struct ThreadPoolQueue {
 
     const std::uint32_t queueSize;
     const ara::core::String name;
+    const std::chrono::microseconds poll;
     std::mutex mutex;  // guards every member below but the atomics
     std::condition_variable available;
     std::condition_variable doneHere;  // a task run outside the pool has ended
@@ -121,8 +121,8 @@ bool ThreadPool::QueuedTask::RunHere() const {
 }
 
 ThreadPool::ThreadPool(std::uint32_t threadNumber, std::uint32_t queueSize,
-                       const ara::core::String& name)
-    : queue_(std::make_shared<ThreadPoolQueue>(queueSize, name.substr(0, kThreadNameMax))) {
+                       const ara::core::String& name, std::chrono::microseconds poll)
+    : queue_(std::make_shared<ThreadPoolQueue>(queueSize, name.substr(0, kThreadNameMax), poll)) {
     WithoutStopSignals([this, threadNumber] {
         threads_.reserve(threadNumber);
         for (std::uint32_t i = 0; i < threadNumber; ++i) {
@@ -218,14 +218,15 @@ void ThreadPool::Work() {
     bool justWorked = false;
     for (;;) {
         ThreadPoolQueue::Entry entry;
-        if (justWorked && queue.queued.load(std::memory_order_acquire) == 0 &&
+        if (justWorked && queue.poll.count() > 0 &&
+            queue.queued.load(std::memory_order_acquire) == 0 &&
             !queue.polling.exchange(true, std::memory_order_acq_rel)) {
             (void)ara::core::detail::SpinUntil(
                 [&queue] {
                     return queue.queued.load(std::memory_order_acquire) > 0 ||
                            queue.stopping.load(std::memory_order_acquire);
                 },
-                kPoll);
+                queue.poll);
             queue.polling.store(false, std::memory_order_release);
         }
         {

@@ -1,6 +1,7 @@
 #ifndef PLATFORM_VCC_UTILS_THREAD_POOL_H
 #define PLATFORM_VCC_UTILS_THREAD_POOL_H
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -73,8 +74,15 @@ public:
         FirstQueued* outer_;
     };
 
+    // How long a worker that has just finished a task polls for the next one before it sleeps:
+    // a hand-off within that time costs no wake-up. A pool whose tasks nobody waits for polls
+    // for nothing, which only takes the CPU from the threads that are waited for.
+    static constexpr std::chrono::microseconds kDefaultPoll{50};
+    static constexpr std::chrono::microseconds kNoPoll{0};
+
     // name is given to every thread (at most 15 characters show in ps -L and gdb).
-    ThreadPool(std::uint32_t threadNumber, std::uint32_t queueSize, const ara::core::String& name);
+    ThreadPool(std::uint32_t threadNumber, std::uint32_t queueSize, const ara::core::String& name,
+               std::chrono::microseconds poll = kDefaultPoll);
     ~ThreadPool();
     ThreadPool(const ThreadPool&) = delete;
     ThreadPool& operator=(const ThreadPool&) = delete;

@@ -56,6 +56,20 @@ TEST(ThreadPoolTest, OneThreadRunsTasksInArrivalOrder) {
     EXPECT_EQ(order, expected);
 }
 
+// Each task is queued once the one before has run, so that the worker has gone to sleep or is
+// polling: either way it wakes for the next.
+TEST(ThreadPoolTest, TasksQueuedOneAtATimeRunWithAndWithoutPolling) {
+    for (const auto poll : {ThreadPool::kDefaultPoll, ThreadPool::kNoPoll}) {
+        ThreadPool sut(1, 4, "wrdn_test", poll);
+        for (int i = 0; i < 100; ++i) {
+            std::promise<void> ran;
+            ASSERT_TRUE(sut.Enqueue([&ran] { ran.set_value(); }, 0));
+            ASSERT_EQ(ran.get_future().wait_for(std::chrono::seconds(5)), std::future_status::ready)
+                << "task " << i << ", poll " << poll.count() << " us";
+        }
+    }
+}
+
 // The thread that queued a task takes it back and runs it while the worker is busy; a task the
 // worker has started, a second take-back and a take-back after Stop run nothing.
 TEST(ThreadPoolTest, TheSubmitterRunsItsTaskOnlyWhileNoWorkerHasIt) {
