@@ -51,16 +51,6 @@ TEST_F(MessageBlockTest, ALargeBlockIsKeptAndReusedZeroedWhenAskedAndASmallOneIs
     EXPECT_EQ(KeptLargeBlocks().count, 1U);
 }
 
-TEST_F(MessageBlockTest, TheSmallestKeptBlockThatFitsIsTaken) {
-    unsigned char* big = AllocateBlock(8 * kLargeBlockBytes, false);
-    unsigned char* fitting = AllocateBlock(2 * kLargeBlockBytes, false);
-    FreeBlock(big);
-    FreeBlock(fitting);
-    unsigned char* taken = AllocateBlock(2 * kLargeBlockBytes, false);
-    EXPECT_EQ(taken, fitting);
-    FreeBlock(taken);
-}
-
 TEST_F(MessageBlockTest, AtMostAFewBlocksAreKeptAndIdleOnesGoBack) {
     std::vector<unsigned char*> blocks;
     for (std::size_t i = 0; i < kMaxKeptLargeBlocks + 2; ++i) {
