@@ -548,14 +548,18 @@ struct PlainWalk {
     bool ok{true};
 
     template <typename V>
-    WARDEND_FORCE_INLINE V Load() const {
+    WARDEND_FORCE_INLINE static V LoadAt(const unsigned char* p) {
         using U = serialize::detail::Unsigned<V>;
         U bits{};
-        std::memcpy(&bits, at, sizeof(V));
+        std::memcpy(&bits, p, sizeof(V));
         if constexpr (kSwap) {
             bits = serialize::detail::ByteSwap(bits);
         }
         return serialize::detail::ScalarFromBits<V>(bits);
+    }
+    template <typename V>
+    WARDEND_FORCE_INLINE V Load() const {
+        return LoadAt<V>(at);
     }
 
     // Moves `p` over one value of type M that must end by `end`; false when it does not. Strings,
@@ -573,11 +577,7 @@ struct PlainWalk {
             }
             std::uint64_t step = kWidth;
             if constexpr (!serialize::detail::kIsScalar<M>) {
-                std::uint32_t content = 0;
-                std::memcpy(&content, p, sizeof(content));
-                if constexpr (kSwap) {
-                    content = serialize::detail::ByteSwap(content);
-                }
+                const auto content = LoadAt<std::uint32_t>(p);
                 if (content > static_cast<std::uint64_t>(end - p) - kWidth) {
                     return false;
                 }

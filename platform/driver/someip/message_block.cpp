@@ -43,6 +43,11 @@ void SetMapped(unsigned char* base, std::size_t mapped) {
     std::memcpy(base, &mapped, sizeof(mapped));
 }
 
+void Unmap(unsigned char* base, std::size_t mapped) {
+    WARDEND_BLOCK_UNPOISON(base, mapped);
+    ::munmap(base, mapped);
+}
+
 class LargeBlocks {
 public:
     // A kept mapping of at least `need` bytes, the smallest such; nullptr when there is none.
@@ -76,8 +81,7 @@ public:
                 return;
             }
         }
-        WARDEND_BLOCK_UNPOISON(base, mapped);
-        ::munmap(base, mapped);
+        Unmap(base, mapped);
     }
 
     void Release(Clock::time_point now) {
@@ -98,8 +102,7 @@ public:
             count_.store(kept_.size(), std::memory_order_relaxed);
         }
         for (const Kept& k : idle) {
-            WARDEND_BLOCK_UNPOISON(k.base, k.mapped);
-            ::munmap(k.base, k.mapped);
+            Unmap(k.base, k.mapped);
         }
     }
 
