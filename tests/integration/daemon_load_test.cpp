@@ -344,8 +344,8 @@ TEST_F(DaemonLoadTest, StalledAndNonReadingClientsDoNotStallAnother) {
               static_cast<ssize_t>(query.size() / 2));
     const int nonReader = ConnectTcp(kToolsPort);
     ASSERT_GE(nonReader, 0);
-    // About 4 MB of answers: past the socket buffers, into the daemon's send queue. More only
-    // queues more work on the method threads ahead of the other client's calls.
+    // About 4 MB of answers: past the socket buffers, into the daemon's send queue. Past its
+    // limit of open requests the rest waits in its socket, not ahead of the other client's calls.
     for (int i = 0; i < 100; ++i) {
         (void)::send(nonReader, query.data(), query.size(), MSG_NOSIGNAL);
     }

@@ -84,9 +84,10 @@ public:
         Unmap(base, mapped);
     }
 
-    void Release(Clock::time_point now) {
+    Clock::time_point Release(Clock::time_point now) {
+        Clock::time_point next = Clock::time_point::max();
         if (count_.load(std::memory_order_relaxed) == 0) {
-            return;  // the I/O threads ask every tick
+            return next;  // the I/O threads ask every tick
         }
         std::vector<Kept> idle;
         {
@@ -99,11 +100,15 @@ public:
             for (const Kept& k : idle) {
                 bytes_ -= k.mapped;
             }
+            for (const Kept& k : kept_) {
+                next = std::min(next, k.since + kLargeBlockKeep);
+            }
             count_.store(kept_.size(), std::memory_order_relaxed);
         }
         for (const Kept& k : idle) {
             Unmap(k.base, k.mapped);
         }
+        return next;
     }
 
     KeptBlocks Count() {
@@ -189,8 +194,8 @@ void FreeBlock(const unsigned char* block) noexcept {
     Large().Keep(base, mapped);
 }
 
-void ReleaseIdleBlocks(Clock::time_point now) {
-    Large().Release(now);
+Clock::time_point ReleaseIdleBlocks(Clock::time_point now) {
+    return Large().Release(now);
 }
 
 KeptBlocks KeptLargeBlocks() {

@@ -31,7 +31,8 @@ struct BlockDeleter {
 using Block = std::unique_ptr<unsigned char[], BlockDeleter>;
 
 // Unmaps the kept large blocks that no message has used since kLargeBlockKeep before `now`.
-void ReleaseIdleBlocks(std::chrono::steady_clock::time_point now);
+// Returns when the next of those still kept falls due (the greatest time point when none is).
+std::chrono::steady_clock::time_point ReleaseIdleBlocks(std::chrono::steady_clock::time_point now);
 
 struct KeptBlocks {
     std::size_t count{0};

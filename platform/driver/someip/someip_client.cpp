@@ -327,6 +327,7 @@ void SomeipDriver::Core::Want(const std::shared_ptr<RemoteService>& remote) {
     if (!remote->available && remote->findDelay.count() == 0) {
         remote->findDelay = options.findDelayMin;
         remote->nextFind = Clock::now() + remote->findDelay;
+        WakeBy(remote->nextFind);
         SendFind(*remote);
     }
 }
@@ -526,13 +527,20 @@ bool SomeipDriver::Core::SendNoReturn(const std::shared_ptr<RemoteService>& remo
 
 bool SomeipDriver::Core::InsertPending(std::uint32_t requestId, PendingCall& call) {
     std::size_t count = 0;
+    bool inserted = false;
+    const Clock::time_point deadline = call.deadline;
     {
         std::lock_guard<std::mutex> lock(pendingMutex_);
         count = pending_.size();
         if (count < options.maxPendingCalls && pending_.count(requestId) == 0) {
             pending_.emplace(requestId, std::move(call));
-            return true;
+            inserted = true;
         }
+    }
+    if (inserted) {
+        // After the insertion: a tick that looks at the calls from now on sees this one.
+        WakeBy(deadline);
+        return true;
     }
     log->LogWarn("SomeipDriver_TooManyCalls", LogLimitConfig{})
         << "[SomeipDriver][Call refused: too many calls pending][pending=" << count << "]";
@@ -711,6 +719,9 @@ void SomeipDriver::Core::HandleOffer(const udp::endpoint& from, const SdMessage&
         remote->offerSource = from;
         remote->offerForever = entry.ttl == kSdTtlForever;
         remote->offerExpiry = Clock::now() + std::chrono::seconds(entry.ttl);
+        if (!remote->offerForever) {
+            WakeBy(remote->offerExpiry);
+        }
         if (!remote->available) {
             MakeAvailable(*remote);
         }
@@ -765,6 +776,7 @@ void SomeipDriver::Core::MakeUnavailable(RemoteService& remote, const ara::core:
     if (remote.wanted && !stopped_) {
         remote.findDelay = options.findDelayMin;
         remote.nextFind = Clock::now() + remote.findDelay;
+        WakeBy(remote.nextFind);
         SendFind(remote);
     }
 }
@@ -836,6 +848,7 @@ void SomeipDriver::Core::Subscribe(RemoteService& remote, EventSubscription& sub
     SendSubscribe(remote, subscription, false);
     subscription.state = EventSubscription::State::kWaitAck;
     subscription.nextAction = Clock::now() + options.subscribeAckTimeout;
+    WakeBy(subscription.nextAction);
 }
 
 void SomeipDriver::Core::RemoveSubscription(
@@ -873,6 +886,7 @@ void SomeipDriver::Core::HandleAck(const SdEntry& entry) {
                     << ", eventgroup=" << entry.eventgroupId << "]";
                 subscription->state = EventSubscription::State::kWaitAck;
                 subscription->nextAction = now + options.subscribeAckTimeout;
+                WakeBy(subscription->nextAction);
                 if (client) {
                     client->SetAcked(false);
                 }
@@ -883,6 +897,7 @@ void SomeipDriver::Core::HandleAck(const SdEntry& entry) {
                 entry.ttl == kSdTtlForever
                     ? Clock::time_point::max()
                     : now + std::chrono::milliseconds(std::uint64_t{entry.ttl} * 1000U / 2U);
+            WakeBy(subscription->nextAction);
             if (client) {
                 client->SetAcked(true);
             }
@@ -890,9 +905,9 @@ void SomeipDriver::Core::HandleAck(const SdEntry& entry) {
     }
 }
 
-void SomeipDriver::Core::TickClient(Clock::time_point now) {
+void SomeipDriver::Core::TickClient(Clock::time_point now, Clock::time_point& next) {
     for (auto& [key, connection] : clientConnections_) {
-        connection->CheckTimeouts(now);
+        connection->CheckTimeouts(now, next);
     }
     std::vector<std::pair<std::uint32_t, bool>> expired;
     {
@@ -900,6 +915,8 @@ void SomeipDriver::Core::TickClient(Clock::time_point now) {
         for (const auto& [id, call] : pending_) {
             if (now >= call.deadline) {
                 expired.emplace_back(id, call.sent);
+            } else {
+                next = std::min(next, call.deadline);
             }
         }
     }
@@ -917,19 +934,29 @@ void SomeipDriver::Core::TickClient(Clock::time_point now) {
             remote->nextFind = now + remote->findDelay;
         }
         if (!remote->available) {
+            if (remote->wanted) {
+                next = std::min(next, remote->nextFind);
+            }
             continue;
+        }
+        if (!remote->offerForever) {
+            next = std::min(next, remote->offerExpiry);
         }
         for (const auto& subscription : remote->subscriptions) {
             const auto state = subscription->state;
-            if ((state == EventSubscription::State::kAcked ||
-                 state == EventSubscription::State::kWaitAck) &&
-                now >= subscription->nextAction) {
+            if (state != EventSubscription::State::kAcked &&
+                state != EventSubscription::State::kWaitAck) {
+                continue;
+            }
+            if (now >= subscription->nextAction) {
                 if (state == EventSubscription::State::kWaitAck) {
                     if (auto client = subscription->client.lock()) {
                         client->SetAcked(false);
                     }
                 }
                 Subscribe(*remote, *subscription);
+            } else {
+                next = std::min(next, subscription->nextAction);
             }
         }
     }

@@ -94,8 +94,15 @@ public:
     void Close(const ara::core::String& reason);
     // Lets what is queued go out, then closes.
     void CloseAfterSending();
-    // Closes a connection that stalls half a message or its sending.
-    void CheckTimeouts(Clock::time_point now);
+    // Closes a connection that stalls half a message or its sending; brings next forward to
+    // when that could next happen.
+    void CheckTimeouts(Clock::time_point now, Clock::time_point& next);
+
+    // A request of this connection handed to the binding, and its end (answered or dropped).
+    // Reading waits while maxRequestsInFlight are open, so that one peer's pipeline cannot fill
+    // the method threads' queue ahead of every other peer: the rest waits in its socket.
+    void RequestStarted() noexcept { inFlight_.fetch_add(1); }
+    void RequestFinished();
 
     bool IsClosed() const noexcept { return closed_.load(); }
     const tcp::endpoint& Remote() const noexcept { return remote_; }
@@ -113,17 +120,24 @@ protected:
     Core& core_;
     tcp::endpoint remote_;
     tcp::endpoint local_;
+    std::size_t maxRequestsInFlight_{0};  // 0: no limit
 
 private:
     void Read();
     // Starts writing the queue; sendMutex_ held.
     void WriteLocked();
-    void Deliver();
+    // Hands the framed messages on; false when reading has to wait for requests to finish.
+    bool Deliver();
+    bool PauseIfBusy();
+    void ResumeReading();
 
     StreamFramer framer_;
     Clock::time_point partialSince_{};
     std::uint64_t serial_{0};
     std::atomic<bool> closed_{false};
+    std::atomic<std::size_t> inFlight_{0};
+    // Set by the I/O thread when it stops reading; whoever clears it resumes.
+    std::atomic<bool> readPaused_{false};
 
     mutable std::mutex sendMutex_;  // guards what follows, and the closing of socket_
     std::deque<OutMessagePtr> queue_;
@@ -183,8 +197,17 @@ private:
     std::weak_ptr<ServerEndpoint> endpoint_;
 };
 
-// Where a reply goes: the connection, or the UDP peer through the endpoint's socket.
+// Where a reply goes: the connection, or the UDP peer through the endpoint's socket. A TCP
+// request counts as in flight on its connection until its route is gone.
 struct ReplyRoute {
+    ReplyRoute(const std::shared_ptr<Connection>& from, std::weak_ptr<ServerEndpoint> to,
+               udp::endpoint peer, const SomeipHeader& header);
+    ~ReplyRoute();
+    ReplyRoute(const ReplyRoute&) = delete;
+    ReplyRoute& operator=(const ReplyRoute&) = delete;
+    ReplyRoute(ReplyRoute&&) = delete;
+    ReplyRoute& operator=(ReplyRoute&&) = delete;
+
     std::weak_ptr<Connection> connection;
     std::weak_ptr<ServerEndpoint> endpoint;
     udp::endpoint udpPeer;
@@ -201,7 +224,7 @@ public:
     bool Open(ara::core::String& error);
     void Start();
     void Close();
-    void CheckTimeouts(Clock::time_point now);
+    void CheckTimeouts(Clock::time_point now, Clock::time_point& next);
 
     // A whole message that arrived on a connection (connection set) or by UDP.
     void Dispatch(const unsigned char* message, std::size_t size, const SomeipHeader& header,
@@ -524,6 +547,10 @@ public:
     // tick start with the first post, so that a process that links the driver but uses no
     // SOME/IP entity has neither.
     bool Post(std::function<void()> fn);
+    // Any thread: makes the housekeeping run by deadline, when it would run later. A caller on
+    // another thread records its deadline where the housekeeping looks (under a lock that it
+    // takes too) before it calls this.
+    void WakeBy(Clock::time_point deadline);
     // Runs fn on the I/O thread and waits for it; inline when already there. The value of a
     // default-made R when the driver has stopped.
     template <typename R>
@@ -593,10 +620,11 @@ public:
                      bool rebooted);
 
 private:
+    // Does what is due, then sleeps until the next deadline that it saw.
     void Tick();
-    void ScheduleTick();
-    void TickServer(Clock::time_point now);
-    void TickClient(Clock::time_point now);
+    void ScheduleTick(Clock::time_point at);
+    void TickServer(Clock::time_point now, Clock::time_point& next);
+    void TickClient(Clock::time_point now, Clock::time_point& next);
     void SendOffer(ServiceEntry& service, const udp::endpoint* to, bool stop);
     SdEntry OfferEntry(const ServiceEntry& service, SdMessage& message, bool stop) const;
     void HandleSubscribe(SdSocket& socket, const udp::endpoint& from, const SdMessage& message,
@@ -630,8 +658,13 @@ private:
     std::mutex stopMutex_;  // serializes Start and Stop
     std::optional<asio::executor_work_guard<asio::io_context::executor_type>> workGuard_;
     std::unique_ptr<asio::steady_timer> tickTimer_;
+    // When the timer fires, for WakeBy on other threads; the largest value while a tick is
+    // looking at the deadlines, so that a deadline recorded meanwhile is never missed.
+    std::atomic<Clock::rep> tickAt_{0};
+    Clock::time_point tickNext_{Clock::time_point::max()};  // deadlines set while ticking
     std::uint64_t serial_{0};
     std::atomic<std::uint16_t> session_{0};
+    bool ticking_{false};  // I/O thread
     std::minstd_rand random_;
 
     std::map<std::pair<ara::core::String, std::uint16_t>, std::shared_ptr<ServerEndpoint>>

@@ -2,8 +2,10 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <limits>
 #include <new>
 
 #include "platform/driver/someip/someip_core.h"
@@ -99,14 +101,13 @@ void Connection::Read() {
                 return;
             }
             framer_.Commit(count);
-            Deliver();
-            if (!closed_) {
+            if (Deliver() && !closed_) {
                 Read();
             }
         });
 }
 
-void Connection::Deliver() {
+bool Connection::Deliver() {
     const unsigned char* message = nullptr;
     std::size_t size = 0;
     SomeipHeader header;
@@ -119,25 +120,57 @@ void Connection::Deliver() {
             OnFrameError(status, header);
             // An error reply may still be queued: it goes out before the connection closes.
             CloseAfterSending();
-            return;
+            return true;
         }
         OnMessage(message, size, header);
         if (closed_) {
-            return;
+            return true;
         }
         {
             std::lock_guard<std::mutex> lock(sendMutex_);
             if (closeAfterWrite_) {
-                return;
+                return true;
             }
+        }
+        if (PauseIfBusy()) {
+            return false;
         }
     }
     if (framer_.HasPartial()) {
         if (partialSince_ == Clock::time_point{}) {
             partialSince_ = Clock::now();
+            core_.WakeBy(partialSince_ + core_.options.partialMessageTimeout);
         }
     } else {
         partialSince_ = Clock::time_point{};
+    }
+    return true;
+}
+
+bool Connection::PauseIfBusy() {
+    if (maxRequestsInFlight_ == 0 || inFlight_.load() < maxRequestsInFlight_) {
+        return false;
+    }
+    readPaused_.store(true);
+    // A request that ended since the count was read may not have seen the flag: take it back.
+    if (inFlight_.load() < maxRequestsInFlight_ && readPaused_.exchange(false)) {
+        return false;
+    }
+    // The peer is not the one stalling a half message while we do not read.
+    partialSince_ = Clock::time_point{};
+    return true;
+}
+
+void Connection::RequestFinished() {
+    if (inFlight_.fetch_sub(1) - 1 < maxRequestsInFlight_ && readPaused_.exchange(false)) {
+        auto self = shared_from_this();
+        core_.Post([self] { self->ResumeReading(); });
+    }
+}
+
+void Connection::ResumeReading() {
+    if (!closed_ && Deliver() && !closed_) {
+        Read();
     }
 }
 
@@ -267,23 +300,31 @@ void Connection::CloseAfterSending() {
     Close("closed after error reply");
 }
 
-void Connection::CheckTimeouts(Clock::time_point now) {
+void Connection::CheckTimeouts(Clock::time_point now, Clock::time_point& next) {
     if (closed_) {
         return;
     }
-    if (partialSince_ != Clock::time_point{} &&
-        now - partialSince_ > core_.options.partialMessageTimeout) {
-        core_.log->LogWarn("SomeipDriver_PartialTimeout", LogLimitConfig{})
-            << "[SomeipDriver][Connection closed: incomplete message timed out][peer="
-            << ToString(remote_) << ", buffered=" << framer_.Buffered() << "]";
-        Close("incomplete message timed out");
-        return;
+    if (partialSince_ != Clock::time_point{} && !readPaused_) {
+        const auto deadline = partialSince_ + core_.options.partialMessageTimeout;
+        if (now > deadline) {
+            core_.log->LogWarn("SomeipDriver_PartialTimeout", LogLimitConfig{})
+                << "[SomeipDriver][Connection closed: incomplete message timed out][peer="
+                << ToString(remote_) << ", buffered=" << framer_.Buffered() << "]";
+            Close("incomplete message timed out");
+            return;
+        }
+        next = std::min(next, deadline);
     }
     std::size_t stalled = 0;
     {
         std::lock_guard<std::mutex> lock(sendMutex_);
-        if (!queue_.empty() && now - lastWriteProgress_ > core_.options.sendStallTimeout) {
-            stalled = queuedBytes_;
+        if (!queue_.empty()) {
+            const auto deadline = lastWriteProgress_ + core_.options.sendStallTimeout;
+            if (now > deadline) {
+                stalled = queuedBytes_;
+            } else {
+                next = std::min(next, deadline);
+            }
         }
     }
     if (stalled > 0) {
@@ -325,7 +366,7 @@ SomeipDriver::Core::~Core() {
 void SomeipDriver::Core::Start() {
     tickTimer_ = std::make_unique<asio::steady_timer>(io);
     workGuard_.emplace(asio::make_work_guard(io));
-    ScheduleTick();
+    ScheduleTick(Clock::now() + options.tick);
     std::promise<void> started;
     auto ready = started.get_future();
     thread_ = std::thread([this, &started] {
@@ -362,21 +403,41 @@ std::uint16_t SomeipDriver::Core::NextSessionId() noexcept {
     return next;
 }
 
-void SomeipDriver::Core::ScheduleTick() {
-    tickTimer_->expires_after(options.tick);
+void SomeipDriver::Core::ScheduleTick(Clock::time_point at) {
+    // Moving the timer cancels its wait; a tick that already fired and waits to run schedules
+    // again itself, so one chain of ticks remains.
+    tickTimer_->expires_at(at);
+    tickAt_.store(at.time_since_epoch().count());
     tickTimer_->async_wait([this](const asio::error_code& error) {
         if (!error && !stopped_) {
             Tick();
-            ScheduleTick();
         }
     });
 }
 
 void SomeipDriver::Core::Tick() {
+    tickAt_.store(std::numeric_limits<Clock::rep>::max());
+    ticking_ = true;
+    tickNext_ = Clock::time_point::max();
     const auto now = Clock::now();
-    ReleaseIdleBlocks(now);
-    TickServer(now);
-    TickClient(now);
+    Clock::time_point next = std::min(now + options.idleTick, ReleaseIdleBlocks(now));
+    TickServer(now, next);
+    TickClient(now, next);
+    ticking_ = false;
+    ScheduleTick(std::max(std::min(next, tickNext_), now + options.tick));
+}
+
+void SomeipDriver::Core::WakeBy(Clock::time_point deadline) {
+    if (deadline.time_since_epoch().count() >= tickAt_.load()) {
+        return;
+    }
+    if (!OnIoThread()) {
+        Post([this, deadline] { WakeBy(deadline); });
+    } else if (ticking_) {
+        tickNext_ = std::min(tickNext_, deadline);  // what the tick set going
+    } else if (!stopped_) {
+        ScheduleTick(deadline);
+    }
 }
 
 void SomeipDriver::Core::Stop() {

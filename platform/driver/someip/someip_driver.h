@@ -39,10 +39,14 @@ struct SomeipDriverOptions {
     std::chrono::milliseconds partialMessageTimeout{5000};  // half a message, then closed
     std::chrono::milliseconds sendStallTimeout{10000};      // unsent bytes with no progress
     std::size_t maxOutstandingRequests{4096};               // per method, loaned to the binding
-    std::size_t maxSdPeers{256};                            // SD peers that receive cyclic offers
+    std::size_t maxRequestsInFlight{16};  // per TCP connection, then reading waits
+    std::size_t maxSdPeers{256};          // SD peers that receive cyclic offers
 
-    // Timing of the housekeeping tick: timeouts, expiries and offers are looked at this often.
+    // Timing of the housekeeping: the I/O thread wakes for the next deadline it knows (offers,
+    // expiries, timeouts), no sooner than `tick` after the last time and no later than
+    // `idleTick`, so that an idle driver seldom wakes.
     std::chrono::milliseconds tick{10};
+    std::chrono::milliseconds idleTick{500};
 
     // Offers.
     std::chrono::milliseconds initialDelayMin{10};

@@ -30,7 +30,29 @@ ara::core::String PeerText(const std::shared_ptr<Connection>& connection,
 ServerConnection::ServerConnection(Core& core, tcp::socket socket,
                                    std::weak_ptr<ServerEndpoint> endpoint,
                                    std::uint32_t maxMessageSize)
-    : Connection(core, std::move(socket), maxMessageSize), endpoint_(std::move(endpoint)) {}
+    : Connection(core, std::move(socket), maxMessageSize), endpoint_(std::move(endpoint)) {
+    maxRequestsInFlight_ = core.options.maxRequestsInFlight;
+}
+
+// ---- ReplyRoute ----
+
+ReplyRoute::ReplyRoute(const std::shared_ptr<Connection>& from, std::weak_ptr<ServerEndpoint> to,
+                       udp::endpoint peer, const SomeipHeader& header)
+    : connection(from),
+      endpoint(std::move(to)),
+      udpPeer(std::move(peer)),
+      tcp(from != nullptr),
+      request(header) {
+    if (from) {
+        from->RequestStarted();
+    }
+}
+
+ReplyRoute::~ReplyRoute() {
+    if (auto from = connection.lock()) {
+        from->RequestFinished();
+    }
+}
 
 void ServerConnection::OnMessage(const unsigned char* message, std::size_t size,
                                  const SomeipHeader& header) {
@@ -254,12 +276,7 @@ void ServerEndpoint::Dispatch(const unsigned char* message, std::size_t size,
         refuse(ReturnCode::kNotReady, "service not offered");
         return;
     }
-    auto route = std::make_shared<ReplyRoute>();
-    route->tcp = connection != nullptr;
-    route->connection = connection;
-    route->endpoint = shared_from_this();
-    route->udpPeer = peer;
-    route->request = header;
+    auto route = std::make_shared<ReplyRoute>(connection, shared_from_this(), peer, header);
     const std::uint64_t serial = connection
                                      ? connection->Serial()
                                      : (kUdpSerialMark | static_cast<std::uint64_t>(peer.port()));
@@ -311,10 +328,10 @@ std::shared_ptr<Connection> ServerEndpoint::FindConnection(const tcp::endpoint& 
     return nullptr;
 }
 
-void ServerEndpoint::CheckTimeouts(Clock::time_point now) {
+void ServerEndpoint::CheckTimeouts(Clock::time_point now, Clock::time_point& next) {
     const auto connections = connections_;
     for (const auto& connection : connections) {
-        connection->CheckTimeouts(now);
+        connection->CheckTimeouts(now, next);
     }
 }
 
@@ -668,6 +685,7 @@ bool SomeipDriver::Core::Offer(std::uint16_t serviceId, std::uint16_t instanceId
         const auto high = std::max(options.initialDelayMax.count(), low);
         std::uniform_int_distribution<std::int64_t> delay(low, high);
         service.nextOffer = Clock::now() + std::chrono::milliseconds(delay(random_));
+        WakeBy(service.nextOffer);
     }
     return true;
 }
@@ -747,9 +765,9 @@ void SomeipDriver::Core::DropConnectionSubscribers(const Connection* connection)
     }
 }
 
-void SomeipDriver::Core::TickServer(Clock::time_point now) {
+void SomeipDriver::Core::TickServer(Clock::time_point now, Clock::time_point& next) {
     for (auto& [key, endpoint] : endpoints_) {
-        endpoint->CheckTimeouts(now);
+        endpoint->CheckTimeouts(now, next);
     }
     for (auto& [key, service] : services_) {
         if (!service->offered) {
@@ -765,12 +783,18 @@ void SomeipDriver::Core::TickServer(Clock::time_point now) {
                 service->nextOffer = now + options.cyclicOfferDelay;
             }
         }
+        next = std::min(next, service->nextOffer);
         for (auto& [group, subscribers] : service->subscribers) {
             subscribers.erase(std::remove_if(subscribers.begin(), subscribers.end(),
                                              [now](const Subscriber& s) {
                                                  return !s.forever && now >= s.expiry;
                                              }),
                               subscribers.end());
+            for (const Subscriber& s : subscribers) {
+                if (!s.forever) {
+                    next = std::min(next, s.expiry);
+                }
+            }
         }
     }
 }
@@ -821,6 +845,9 @@ void SomeipDriver::Core::HandleSubscribe(SdSocket& socket, const udp::endpoint& 
         subscriber.sdPeer = from;
         subscriber.forever = entry.ttl == kSdTtlForever;
         subscriber.expiry = now + std::chrono::seconds(entry.ttl);
+        if (!subscriber.forever) {
+            WakeBy(subscriber.expiry);
+        }
         const auto address = AddressFromBytes(option->address);
         if (option->protocol == static_cast<std::uint8_t>(L4Protocol::kTcp)) {
             auto connection =

@@ -4,10 +4,17 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <condition_variable>
+#include <fstream>
+#include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
+#include <dirent.h>
+
 #include "platform/driver/someip/message_block.h"
+#include "platform/driver/someip/someip_header.h"
 #include "tests/support/method_calls.h"
 #include "tests/support/wait.h"
 #include "tests/unit/someip/someip_test_server.h"
@@ -17,6 +24,7 @@ namespace {
 
 using lumo::driver::someip::SomeipDriver;
 using lumo::vcc::driver::CallStatus;
+using lumo::vcc::driver::MethodMsgPtr;
 using namespace std::chrono_literals;
 
 // Takes count replies from catcher; how many were answers, or -1 when one did not come.
@@ -118,6 +126,127 @@ TEST(SomeipConcurrencyTest, StoppingTheClientEndsEveryCallExactlyOnce) {
     caller.join();
     EXPECT_EQ(Answered(replies, 500), 0);
     EXPECT_EQ(replies.Count(), 500);
+}
+
+// Voluntary context switches of this process's threads of that name.
+long long WakeUps(const std::string& name) {
+    long long total = 0;
+    DIR* tasks = ::opendir("/proc/self/task");
+    if (tasks == nullptr) {
+        return -1;
+    }
+    while (const dirent* task = ::readdir(tasks)) {
+        const std::string dir = std::string("/proc/self/task/") + task->d_name;
+        std::string comm;
+        std::getline(std::ifstream(dir + "/comm"), comm);
+        if (comm != name) {
+            continue;
+        }
+        std::ifstream status(dir + "/status");
+        for (std::string line; std::getline(status, line);) {
+            if (line.rfind("voluntary_ctxt_switches:", 0) == 0) {
+                total += std::stoll(line.substr(line.find(':') + 1));
+            }
+        }
+    }
+    ::closedir(tasks);
+    return total;
+}
+
+// The I/O thread sleeps until its next deadline: an idle server wakes for its cyclic offers and
+// the idle tick, not every tick; a call's timeout, set on the caller's thread, still ends the
+// call on time while the I/O thread sleeps.
+TEST(SomeipConcurrencyTest, TheIoThreadWakesForDeadlinesNotEveryTick) {
+    auto options = QuickOptions();
+    options.idleTick = 5s;
+    TestServer server(options);
+    SomeipDriver client(options);
+    auto method = client.CreateMethodClient(MethodOn(kService, kMethod, 0, server.sdPort));
+    ASSERT_TRUE(method->WaitForService(5s));
+    ASSERT_TRUE(CallAndWait(*method, "ready", 1s));  // connected: the next call goes out directly
+    std::this_thread::sleep_for(300ms);              // offers and finds settle
+
+    const long long before = WakeUps("someip_io");
+    std::this_thread::sleep_for(1s);
+    const long long idle = WakeUps("someip_io") - before;
+    // Two drivers at a 5 ms tick would wake 400 times; each offers every 200 ms.
+    EXPECT_LT(idle, 60) << "wake-ups of the idle I/O threads in one second";
+
+    // Never answered; waited for a second past its timeout, well before the idle tick.
+    const auto reply = CallAndWait(*method, "N", 100ms);
+    ASSERT_TRUE(reply) << "the timeout waited for the idle tick";
+    EXPECT_EQ(reply->status, CallStatus::kTimeout);
+}
+
+// A peer that pipelines past its limit of open requests waits in its socket; another peer's
+// request is taken meanwhile, and the pipeline loses nothing. Requests end on another thread
+// while the I/O thread pauses and resumes the reading.
+TEST(SomeipConcurrencyTest, APipelineWaitsAtItsLimitWhileAnotherPeerIsServed) {
+    auto options = QuickOptions();
+    options.maxRequestsInFlight = 3;
+    const std::uint16_t port = FreePort();
+    SomeipDriver server(options);
+    auto method = server.CreateMethodHandler(MethodOn(kService, kMethod, port, FreePort()));
+    ASSERT_NE(method, nullptr);
+    std::mutex mutex;
+    std::condition_variable arrived;
+    std::vector<MethodMsgPtr> held;  // a held request stays open
+    method->SetReceiveHandler([&](const MethodMsgPtr& msg) {
+        method->ReturnLoan(msg->payload);
+        std::lock_guard<std::mutex> lock(mutex);
+        held.push_back(msg);
+        arrived.notify_all();
+    });
+    const auto waitHeld = [&](std::size_t count) {
+        std::unique_lock<std::mutex> lock(mutex);
+        return arrived.wait_for(lock, 5s, [&] { return held.size() >= count; });
+    };
+    // Answers and lets go of the held requests from another thread, as a method thread does.
+    const auto answerAll = [&] {
+        std::vector<MethodMsgPtr> taken;
+        {
+            std::lock_guard<std::mutex> lock(mutex);
+            taken.swap(held);
+        }
+        std::thread([&method, &taken] {
+            for (auto& msg : taken) {
+                const lumo::vcc::driver::SizeRecord size{1};
+                unsigned char* buffer = method->AllocateBuffer(size, *msg);
+                buffer[0] = static_cast<unsigned char>(msg->uuid.low);
+                method->ReplyData(buffer, size, msg, false);
+                msg.reset();
+            }
+        }).join();
+    };
+    ASSERT_TRUE(server.OfferService(kService, "1"));
+
+    RawTcpPeer pipeline;
+    ASSERT_TRUE(pipeline.Connect(port));
+    for (std::uint16_t session = 1; session <= 5; ++session) {
+        ASSERT_TRUE(pipeline.Send(Request(kService, kMethod, session)));
+    }
+    ASSERT_TRUE(waitHeld(3));
+    RawTcpPeer other;
+    ASSERT_TRUE(other.Connect(port));
+    ASSERT_TRUE(other.Send(Request(kService, kMethod, 9)));
+    ASSERT_TRUE(waitHeld(4));
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        EXPECT_EQ(held[3]->uuid.low, 9U) << "the pipeline went on past its limit";
+    }
+    answerAll();
+    const auto otherReply = other.Receive();
+    ASSERT_TRUE(otherReply);
+    EXPECT_EQ(lumo::driver::someip::DecodeHeader(otherReply->data()).sessionId, 9);
+    // The rest of the pipeline comes once its first three have ended.
+    ASSERT_TRUE(waitHeld(2));
+    answerAll();
+    for (std::uint16_t session = 1; session <= 5; ++session) {
+        const auto reply = pipeline.Receive();
+        ASSERT_TRUE(reply) << "session " << session;
+        EXPECT_EQ(lumo::driver::someip::DecodeHeader(reply->data()).sessionId, session);
+    }
+    method->SetReceiveHandler(nullptr);
 }
 
 // Large message blocks written, given back and taken again on several threads at once, while
