@@ -250,6 +250,9 @@ void Connection::WriteLocked() {
                           std::unique_lock<std::mutex> lock(sendMutex_);
                           writing_ = false;
                           if (closed_) {
+                              queue_.clear();  // left by Close while this write owned it
+                              queuedBytes_ = 0;
+                              frontSent_ = 0;
                               return;
                           }
                           if (error) {
@@ -282,9 +285,13 @@ void Connection::Close(const ara::core::String& reason) {
         asio::error_code ignored;
         socket_.shutdown(tcp::socket::shutdown_both, ignored);
         socket_.close(ignored);
-        queue_.clear();
-        queuedBytes_ = 0;
-        frontSent_ = 0;
+        // A write in flight owns the front of the queue until its handler has run, which
+        // frees the queue then.
+        if (!writing_) {
+            queue_.clear();
+            queuedBytes_ = 0;
+            frontSent_ = 0;
+        }
     }
     OnClosed(reason);
 }
