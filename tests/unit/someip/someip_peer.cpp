@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
 
 namespace wardend::test::someip {
@@ -40,17 +41,20 @@ bool Readable(int fd, std::chrono::milliseconds timeout) {
 }  // namespace
 
 std::uint16_t FreePort() {
-    for (int attempt = 0; attempt < 50; ++attempt) {
+    // A port the kernel picked (a bind to port 0) comes from its local range, and the kernel
+    // may hand it to any other socket, a connect's source port say, before the test binds it.
+    // Below that range, and below the daemon's own ports from 30490 on, only another test's
+    // pick can take it; each process starts at a place of its own.
+    constexpr std::uint32_t kFirst = 20000;
+    constexpr std::uint32_t kSpan = 10000;
+    static std::atomic<std::uint32_t> next{static_cast<std::uint32_t>(::getpid()) * 7919U};
+    for (int attempt = 0; attempt < 200; ++attempt) {
+        const auto port = static_cast<std::uint16_t>(kFirst + next.fetch_add(1) % kSpan);
         const int tcp = ::socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address = Loopback(0);
-        if (::bind(tcp, reinterpret_cast<sockaddr*>(&address), sizeof address) != 0) {
-            ::close(tcp);
-            continue;
-        }
-        const std::uint16_t port = BoundPort(tcp);
         const int udp = ::socket(AF_INET, SOCK_DGRAM, 0);
-        address = Loopback(port);
-        const bool free = ::bind(udp, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+        sockaddr_in address = Loopback(port);
+        const bool free = ::bind(tcp, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+                          ::bind(udp, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
         ::close(tcp);
         ::close(udp);
         if (free) {

@@ -19,7 +19,7 @@ namespace wardend::test::someip {
 using Bytes = std::vector<unsigned char>;
 using lumo::driver::someip::SomeipHeader;
 
-// A port free for both TCP and UDP on 127.0.0.1 (asked from the kernel, then released).
+// A port free for both TCP and UDP on 127.0.0.1 (found by binding both, then released).
 std::uint16_t FreePort();
 
 // A request header of service, method, client 0x4242, the session, protocol 1, interface 1.
