@@ -1,8 +1,6 @@
-#include <dirent.h>
 #include <gtest/gtest.h>
 
 #include <csignal>
-#include <fstream>
 #include <set>
 #include <string>
 
@@ -15,21 +13,9 @@ using wardend::test::DaemonTest;
 // The names of the threads of a process, as ps -L shows them.
 std::multiset<std::string> ThreadNames(pid_t pid) {
     std::multiset<std::string> names;
-    const std::string dir = "/proc/" + std::to_string(pid) + "/task";
-    DIR* tasks = opendir(dir.c_str());
-    if (tasks == nullptr) {
-        return names;
+    for (const auto& thread : wardend::test::Threads(pid)) {
+        names.insert(thread.name);
     }
-    while (const dirent* entry = readdir(tasks)) {
-        if (entry->d_name[0] == '.') {
-            continue;
-        }
-        std::ifstream comm(dir + "/" + entry->d_name + "/comm");
-        std::string name;
-        std::getline(comm, name);
-        names.insert(name);
-    }
-    closedir(tasks);
     return names;
 }
 

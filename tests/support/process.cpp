@@ -6,6 +6,8 @@
 #include <csignal>
 
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <thread>
 
 #include "tests/support/temp_dir.h"
@@ -22,6 +24,25 @@ std::string NewCapturePath(const char* what) {
 }
 
 }  // namespace
+
+std::vector<ThreadInfo> Threads(pid_t pid) {
+    std::vector<ThreadInfo> threads;
+    std::error_code error;
+    const std::filesystem::directory_iterator tasks("/proc/" + std::to_string(pid) + "/task",
+                                                    error);
+    for (const auto& task : error ? std::filesystem::directory_iterator() : tasks) {
+        ThreadInfo thread;
+        std::getline(std::ifstream(task.path() / "comm"), thread.name);
+        std::ifstream status(task.path() / "status");
+        for (std::string line; std::getline(status, line);) {
+            if (line.rfind("voluntary_ctxt_switches:", 0) == 0) {
+                thread.voluntarySwitches = std::stoll(line.substr(line.find(':') + 1));
+            }
+        }
+        threads.push_back(std::move(thread));
+    }
+    return threads;
+}
 
 pid_t MakeDeadPid() {
     const pid_t child = fork();

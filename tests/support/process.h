@@ -14,6 +14,14 @@ namespace wardend::test {
 // kernel hands the number out again, which the tests accept as unlikely).
 pid_t MakeDeadPid();
 
+// A thread of a process, as /proc/<pid>/task shows it.
+struct ThreadInfo {
+    std::string name;
+    long long voluntarySwitches{0};  // times it went to sleep
+};
+// Empty when the process is gone.
+std::vector<ThreadInfo> Threads(pid_t pid);
+
 // Runs a program with arguments and an optional extra environment, capturing standard output
 // and standard error to files. Kills it in the destructor if it still runs.
 class ChildProcess {

@@ -77,7 +77,9 @@ asio::ip::address_v4 AddressFromBytes(const std::array<std::uint8_t, 4>& bytes);
 // another thread (TrySendDirect), so what sending touches is under sendMutex_.
 class Connection : public std::enable_shared_from_this<Connection> {
 public:
-    Connection(Core& core, tcp::socket socket, std::uint32_t maxMessageSize);
+    // maxRequestsInFlight 0: no limit (the client's side, which only reads replies).
+    Connection(Core& core, tcp::socket socket, std::uint32_t maxMessageSize,
+               std::size_t maxRequestsInFlight = 0);
     virtual ~Connection() = default;
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
@@ -120,12 +122,13 @@ protected:
     Core& core_;
     tcp::endpoint remote_;
     tcp::endpoint local_;
-    std::size_t maxRequestsInFlight_{0};  // 0: no limit
 
 private:
     void Read();
     // Starts writing the queue; sendMutex_ held.
     void WriteLocked();
+    // Drops what is queued; sendMutex_ held and no write in flight.
+    void ClearQueueLocked();
     // Hands the framed messages on; false when reading has to wait for requests to finish.
     bool Deliver();
     bool PauseIfBusy();
@@ -134,8 +137,9 @@ private:
     StreamFramer framer_;
     Clock::time_point partialSince_{};
     std::uint64_t serial_{0};
-    std::atomic<bool> closed_{false};
+    const std::size_t maxRequestsInFlight_;
     std::atomic<std::size_t> inFlight_{0};
+    std::atomic<bool> closed_{false};
     // Set by the I/O thread when it stops reading; whoever clears it resumes.
     std::atomic<bool> readPaused_{false};
 

@@ -68,8 +68,13 @@ asio::ip::address_v4 AddressFromBytes(const std::array<std::uint8_t, 4>& bytes) 
 
 // ---- Connection ----
 
-Connection::Connection(Core& core, tcp::socket socket, std::uint32_t maxMessageSize)
-    : socket_(std::move(socket)), core_(core), framer_(maxMessageSize), serial_(core.NextSerial()) {
+Connection::Connection(Core& core, tcp::socket socket, std::uint32_t maxMessageSize,
+                       std::size_t maxRequestsInFlight)
+    : socket_(std::move(socket)),
+      core_(core),
+      framer_(maxMessageSize),
+      serial_(core.NextSerial()),
+      maxRequestsInFlight_(maxRequestsInFlight) {
     asio::error_code ignored;
     remote_ = socket_.remote_endpoint(ignored);
     local_ = socket_.local_endpoint(ignored);
@@ -228,7 +233,9 @@ bool Connection::TrySendDirect(const OutMessagePtr& message) {
     return core_.Post([self] {
         std::lock_guard<std::mutex> relock(self->sendMutex_);
         self->writing_ = false;
-        if (!self->closed_ && !self->queue_.empty()) {
+        if (self->closed_) {
+            self->ClearQueueLocked();
+        } else if (!self->queue_.empty()) {
             self->WriteLocked();
         }
     });
@@ -250,9 +257,7 @@ void Connection::WriteLocked() {
                           std::unique_lock<std::mutex> lock(sendMutex_);
                           writing_ = false;
                           if (closed_) {
-                              queue_.clear();  // left by Close while this write owned it
-                              queuedBytes_ = 0;
-                              frontSent_ = 0;
+                              ClearQueueLocked();  // left by Close while this write owned it
                               return;
                           }
                           if (error) {
@@ -276,6 +281,12 @@ void Connection::WriteLocked() {
                       });
 }
 
+void Connection::ClearQueueLocked() {
+    queue_.clear();
+    queuedBytes_ = 0;
+    frontSent_ = 0;
+}
+
 void Connection::Close(const ara::core::String& reason) {
     {
         std::lock_guard<std::mutex> lock(sendMutex_);
@@ -288,9 +299,7 @@ void Connection::Close(const ara::core::String& reason) {
         // A write in flight owns the front of the queue until its handler has run, which
         // frees the queue then.
         if (!writing_) {
-            queue_.clear();
-            queuedBytes_ = 0;
-            frontSent_ = 0;
+            ClearQueueLocked();
         }
     }
     OnClosed(reason);
@@ -311,7 +320,7 @@ void Connection::CheckTimeouts(Clock::time_point now, Clock::time_point& next) {
     if (closed_) {
         return;
     }
-    if (partialSince_ != Clock::time_point{} && !readPaused_) {
+    if (partialSince_ != Clock::time_point{}) {
         const auto deadline = partialSince_ + core_.options.partialMessageTimeout;
         if (now > deadline) {
             core_.log->LogWarn("SomeipDriver_PartialTimeout", LogLimitConfig{})

@@ -30,9 +30,8 @@ ara::core::String PeerText(const std::shared_ptr<Connection>& connection,
 ServerConnection::ServerConnection(Core& core, tcp::socket socket,
                                    std::weak_ptr<ServerEndpoint> endpoint,
                                    std::uint32_t maxMessageSize)
-    : Connection(core, std::move(socket), maxMessageSize), endpoint_(std::move(endpoint)) {
-    maxRequestsInFlight_ = core.options.maxRequestsInFlight;
-}
+    : Connection(core, std::move(socket), maxMessageSize, core.options.maxRequestsInFlight),
+      endpoint_(std::move(endpoint)) {}
 
 // ---- ReplyRoute ----
 

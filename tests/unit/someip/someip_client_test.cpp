@@ -2,15 +2,14 @@
 // processes would be.
 
 #include <gtest/gtest.h>
-
-#include <dirent.h>
+#include <unistd.h>
 
 #include <atomic>
-#include <fstream>
 #include <thread>
 
 #include "tests/support/memory_log.h"
 #include "tests/support/method_calls.h"
+#include "tests/support/process.h"
 #include "tests/support/wait.h"
 #include "tests/unit/someip/someip_test_server.h"
 
@@ -159,14 +158,8 @@ TEST_F(SomeipClientTest, AServiceNobodyOffersIsNotReachable) {
 
 int ThreadsNamed(const std::string& name) {
     int count = 0;
-    DIR* tasks = opendir("/proc/self/task");
-    while (dirent* entry = tasks == nullptr ? nullptr : readdir(tasks)) {
-        std::string comm;
-        std::ifstream(std::string("/proc/self/task/") + entry->d_name + "/comm") >> comm;
-        count += comm == name ? 1 : 0;
-    }
-    if (tasks != nullptr) {
-        closedir(tasks);
+    for (const auto& thread : Threads(getpid())) {
+        count += thread.name == name ? 1 : 0;
     }
     return count;
 }

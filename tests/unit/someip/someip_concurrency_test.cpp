@@ -2,20 +2,19 @@
 // driver's shutdown. Run under ThreadSanitizer.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <condition_variable>
-#include <fstream>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include <dirent.h>
-
 #include "platform/driver/someip/message_block.h"
 #include "platform/driver/someip/someip_header.h"
 #include "tests/support/method_calls.h"
+#include "tests/support/process.h"
 #include "tests/support/wait.h"
 #include "tests/unit/someip/someip_test_server.h"
 
@@ -131,25 +130,9 @@ TEST(SomeipConcurrencyTest, StoppingTheClientEndsEveryCallExactlyOnce) {
 // Voluntary context switches of this process's threads of that name.
 long long WakeUps(const std::string& name) {
     long long total = 0;
-    DIR* tasks = ::opendir("/proc/self/task");
-    if (tasks == nullptr) {
-        return -1;
+    for (const auto& thread : Threads(::getpid())) {
+        total += thread.name == name ? thread.voluntarySwitches : 0;
     }
-    while (const dirent* task = ::readdir(tasks)) {
-        const std::string dir = std::string("/proc/self/task/") + task->d_name;
-        std::string comm;
-        std::getline(std::ifstream(dir + "/comm"), comm);
-        if (comm != name) {
-            continue;
-        }
-        std::ifstream status(dir + "/status");
-        for (std::string line; std::getline(status, line);) {
-            if (line.rfind("voluntary_ctxt_switches:", 0) == 0) {
-                total += std::stoll(line.substr(line.find(':') + 1));
-            }
-        }
-    }
-    ::closedir(tasks);
     return total;
 }
 
@@ -179,7 +162,7 @@ TEST(SomeipConcurrencyTest, TheIoThreadWakesForDeadlinesNotEveryTick) {
 }
 
 // A peer that pipelines past its limit of open requests waits in its socket; another peer's
-// request is taken meanwhile, and the pipeline loses nothing. Requests end on another thread
+// request is taken meanwhile, and the pipeline loses nothing. Requests end on the test's thread
 // while the I/O thread pauses and resumes the reading.
 TEST(SomeipConcurrencyTest, APipelineWaitsAtItsLimitWhileAnotherPeerIsServed) {
     auto options = QuickOptions();
@@ -201,22 +184,18 @@ TEST(SomeipConcurrencyTest, APipelineWaitsAtItsLimitWhileAnotherPeerIsServed) {
         std::unique_lock<std::mutex> lock(mutex);
         return arrived.wait_for(lock, 5s, [&] { return held.size() >= count; });
     };
-    // Answers and lets go of the held requests from another thread, as a method thread does.
+    // Answers and lets go of the held requests on this thread, as a method thread does.
     const auto answerAll = [&] {
         std::vector<MethodMsgPtr> taken;
         {
             std::lock_guard<std::mutex> lock(mutex);
             taken.swap(held);
         }
-        std::thread([&method, &taken] {
-            for (auto& msg : taken) {
-                const lumo::vcc::driver::SizeRecord size{1};
-                unsigned char* buffer = method->AllocateBuffer(size, *msg);
-                buffer[0] = static_cast<unsigned char>(msg->uuid.low);
-                method->ReplyData(buffer, size, msg, false);
-                msg.reset();
-            }
-        }).join();
+        for (auto& msg : taken) {
+            const lumo::vcc::driver::SizeRecord size{1};
+            method->ReplyData(method->AllocateBuffer(size, *msg), size, msg, false);
+            msg.reset();
+        }
     };
     ASSERT_TRUE(server.OfferService(kService, "1"));
 
