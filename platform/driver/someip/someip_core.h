@@ -241,6 +241,10 @@ public:
                 const std::shared_ptr<Connection>& connection, const udp::endpoint& peer);
     void Forget(const std::shared_ptr<Connection>& connection);
     std::shared_ptr<Connection> FindConnection(const tcp::endpoint& remote) const;
+    // UDP has no back-pressure: a peer with maxRequestsInFlight open requests is refused until
+    // one ends, so that it cannot fill the method queues ahead of everybody else.
+    bool UdpRequestStarted(const udp::endpoint& peer);
+    void UdpRequestFinished(const udp::endpoint& peer);
 
     std::map<std::uint16_t, std::weak_ptr<ServiceEntry>> services;  // by service id
     tcp::endpoint tcpLocal;
@@ -261,6 +265,8 @@ private:
     lumo::memory::ByteBuffer udpBuffer_;  // not zeroed: its pages are written as datagrams arrive
     udp::endpoint udpFrom_;
     std::set<std::shared_ptr<Connection>> connections_;
+    std::mutex udpLoadMutex_;                       // requests end on any thread
+    std::map<udp::endpoint, std::size_t> udpOpen_;  // peers with open requests only
 };
 
 // ---- Service discovery ----

@@ -39,7 +39,8 @@ struct SomeipDriverOptions {
     std::chrono::milliseconds partialMessageTimeout{5000};  // half a message, then closed
     std::chrono::milliseconds sendStallTimeout{10000};      // unsent bytes with no progress
     std::size_t maxOutstandingRequests{4096};               // per method, loaned to the binding
-    std::size_t maxRequestsInFlight{16};  // per TCP connection, then reading waits
+    std::size_t maxRequestsInFlight{16};  // per TCP connection, then reading waits; per UDP
+                                          // peer, then refused
     std::size_t maxSdPeers{256};          // SD peers that receive cyclic offers
 
     // Timing of the housekeeping: the I/O thread wakes for the next deadline it knows (offers,

@@ -48,8 +48,12 @@ ReplyRoute::ReplyRoute(const std::shared_ptr<Connection>& from, std::weak_ptr<Se
 }
 
 ReplyRoute::~ReplyRoute() {
-    if (auto from = connection.lock()) {
-        from->RequestFinished();
+    if (tcp) {
+        if (auto from = connection.lock()) {
+            from->RequestFinished();
+        }
+    } else if (auto to = endpoint.lock()) {
+        to->UdpRequestFinished(udpPeer);
     }
 }
 
@@ -275,6 +279,10 @@ void ServerEndpoint::Dispatch(const unsigned char* message, std::size_t size,
         refuse(ReturnCode::kNotReady, "service not offered");
         return;
     }
+    if (!connection && !UdpRequestStarted(peer)) {
+        refuse(ReturnCode::kNotReady, "too many open requests from the peer");
+        return;
+    }
     auto route = std::make_shared<ReplyRoute>(connection, shared_from_this(), peer, header);
     const std::uint64_t serial = connection
                                      ? connection->Serial()
@@ -316,6 +324,25 @@ void ServerEndpoint::SendUdp(const OutMessagePtr& message, const udp::endpoint& 
 
 void ServerEndpoint::Forget(const std::shared_ptr<Connection>& connection) {
     connections_.erase(connection);
+}
+
+bool ServerEndpoint::UdpRequestStarted(const udp::endpoint& peer) {
+    const std::size_t limit = core_.options.maxRequestsInFlight;
+    std::lock_guard<std::mutex> lock(udpLoadMutex_);
+    std::size_t& open = udpOpen_[peer];
+    if (limit != 0 && open >= limit) {
+        return false;
+    }
+    ++open;
+    return true;
+}
+
+void ServerEndpoint::UdpRequestFinished(const udp::endpoint& peer) {
+    std::lock_guard<std::mutex> lock(udpLoadMutex_);
+    auto it = udpOpen_.find(peer);
+    if (it != udpOpen_.end() && --it->second == 0) {
+        udpOpen_.erase(it);
+    }
 }
 
 std::shared_ptr<Connection> ServerEndpoint::FindConnection(const tcp::endpoint& remote) const {

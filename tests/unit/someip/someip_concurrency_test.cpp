@@ -161,9 +161,9 @@ TEST(SomeipConcurrencyTest, TheIoThreadWakesForDeadlinesNotEveryTick) {
     EXPECT_EQ(reply->status, CallStatus::kTimeout);
 }
 
-// A peer that pipelines past its limit of open requests waits in its socket; another peer's
-// request is taken meanwhile, and the pipeline loses nothing. Requests end on the test's thread
-// while the I/O thread pauses and resumes the reading.
+// A peer that pipelines past its limit of open requests waits in its socket (TCP) or is refused
+// (UDP); another peer's request is taken meanwhile, and the TCP pipeline loses nothing. Requests
+// end on the test's thread while the I/O thread pauses and resumes the reading.
 TEST(SomeipConcurrencyTest, APipelineWaitsAtItsLimitWhileAnotherPeerIsServed) {
     auto options = QuickOptions();
     options.maxRequestsInFlight = 3;
@@ -225,6 +225,35 @@ TEST(SomeipConcurrencyTest, APipelineWaitsAtItsLimitWhileAnotherPeerIsServed) {
         ASSERT_TRUE(reply) << "session " << session;
         EXPECT_EQ(lumo::driver::someip::DecodeHeader(reply->data()).sessionId, session);
     }
+
+    // UDP cannot wait in a socket: what a peer sends past its limit is refused at once.
+    using lumo::driver::someip::DecodeHeader;
+    using lumo::driver::someip::ReturnCode;
+    const RawUdpPeer flood;
+    const RawUdpPeer quiet;
+    for (std::uint16_t session = 21; session <= 25; ++session) {
+        ASSERT_TRUE(flood.SendTo(port, Request(kService, kMethod, session)));
+    }
+    for (std::uint16_t session = 24; session <= 25; ++session) {
+        const auto refusal = flood.Receive();
+        ASSERT_TRUE(refusal) << "session " << session;
+        EXPECT_EQ(DecodeHeader(refusal->data()).sessionId, session);
+        EXPECT_EQ(DecodeHeader(refusal->data()).returnCode,
+                  static_cast<std::uint8_t>(ReturnCode::kNotReady));
+    }
+    ASSERT_TRUE(quiet.SendTo(port, Request(kService, kMethod, 31)));
+    ASSERT_TRUE(waitHeld(4));
+    answerAll();
+    ASSERT_TRUE(quiet.Receive());
+    for (int answered = 0; answered < 3; ++answered) {
+        const auto reply = flood.Receive();
+        ASSERT_TRUE(reply);
+        EXPECT_EQ(DecodeHeader(reply->data()).returnCode,
+                  static_cast<std::uint8_t>(ReturnCode::kOk));
+    }
+    // Its ended requests are forgotten: it is served again.
+    ASSERT_TRUE(flood.SendTo(port, Request(kService, kMethod, 26)));
+    ASSERT_TRUE(waitHeld(1));
     method->SetReceiveHandler(nullptr);
 }
 
