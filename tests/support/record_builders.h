@@ -22,6 +22,7 @@ using vesk::wardend::E2EProfile;
 using vesk::wardend::EventRegisterInfo;
 using vesk::wardend::FieldRegisterInfo;
 using vesk::wardend::MethodRegisterInfo;
+using vesk::wardend::QuerySubEventInfoIndex;
 
 // The registries are process-wide singletons: each test takes service ids of its own.
 inline std::uint16_t FreshServiceId() {
@@ -119,6 +120,21 @@ inline FieldRegisterInfo Field(const std::string& app, const std::string& type, 
     info.drivers = std::move(drivers);
     info.isRegister = true;
     return info;
+}
+
+// A subscriber's question about the event it subscribes to.
+inline QuerySubEventInfoIndex SubEventIndex(std::uint16_t serviceId, DriverType driver,
+                                            std::string topic, std::string eventType = {},
+                                            std::uint16_t instanceId = 1,
+                                            std::uint16_t eventId = 0) {
+    QuerySubEventInfoIndex index;
+    index.serviceId = serviceId;
+    index.instanceId = instanceId;
+    index.driver = driver;
+    index.eventId = eventId;
+    index.topicName = std::move(topic);
+    index.eventType = std::move(eventType);
+    return index;
 }
 
 // A registration as the application service receives it.

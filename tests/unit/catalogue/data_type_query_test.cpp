@@ -90,15 +90,6 @@ TEST_F(DataTypeQueryTest, EmptyCatalogueAnswersEmptyAndWarns) {
     EXPECT_TRUE(Logged(LogLevel::kVerbose, "Wardend all datatype size is 0"));
 }
 
-TEST_F(DataTypeQueryTest, ExampleAliasChainResolvesToItsEnd) {
-    const std::string examples = WARDEND_EXAMPLES_MSG_DIR;
-    vesk::wardend::MsgFileStore store(examples, "");
-    store.LoadDataType("/Norvane/AP/Trajectory");
-    EXPECT_EQ(store.QueryDataType("/Norvane/AP/Speed"),
-              store.QueryAllDataType().at("/Norvane/AP/Float32"));
-    EXPECT_EQ(store.QueryDataTypeRefList().at("/Norvane/AP/Trajectory").size(), 9U);
-}
-
 TEST_F(DataTypeQueryTest, EventShowGivesTypePublisherAndState) {
     userDir_.WriteFile("ShowType.msg", Alias("ShowType", "ShowTarget"));
     userDir_.WriteFile("ShowTarget.msg", Struct("ShowTarget", {}));

@@ -5,24 +5,14 @@
 #include <string>
 #include <type_traits>
 
+#include "binding/serialize/serialize_traits.h"
+
 namespace {
 
 using namespace vesk::wardend;  // NOLINT(google-build-using-namespace): the records under test
-
-template <typename T, typename = void>
-struct IsRecord : std::false_type {};
-template <typename T>
-struct IsRecord<T, std::void_t<decltype(&T::Tie)>> : std::true_type {};
-
-template <typename T>
-struct IsVector : std::false_type {};
-template <typename T>
-struct IsVector<std::vector<T>> : std::true_type {};
-
-template <typename T>
-struct IsMap : std::false_type {};
-template <typename K, typename V>
-struct IsMap<std::map<K, V>> : std::true_type {};
+using lumo::serialize::detail::IsMap;
+using lumo::serialize::detail::IsRecord;
+using lumo::serialize::detail::IsVector;
 
 // Writes the wire shape of a record as enumerate visits it: "u16,str,vec<u8>,{...}", so that
 // a reordered field or a changed width shows up as a different text.

@@ -27,13 +27,7 @@ protected:
         return info;
     }
     QuerySubEventInfoIndex Index(DriverType driver) const {
-        QuerySubEventInfoIndex index;
-        index.serviceId = service_;
-        index.instanceId = 2;
-        index.driver = driver;
-        index.eventId = 9;
-        index.topicName = "t";
-        return index;
+        return wardend::test::SubEventIndex(service_, driver, "t", {}, 2, 9);
     }
     E2EEventEntry DdsEntry() const { return sut_->DdsEntries().at(DdsE2EKey{service_, 2, "t"}); }
     bool HasDdsEntry() const { return sut_->DdsEntries().count(DdsE2EKey{service_, 2, "t"}) != 0; }

@@ -335,12 +335,8 @@ TEST_F(EventInfoManageTest, QueriesListDdsBeforeSomeipAndFilterByType) {
 
 TEST_F(EventInfoManageTest, QuerySubEventInfoAnswersOnlyWithoutOnlinePublisherAndOtherType) {
     ASSERT_TRUE(Register("qsSub", true, false, false));
-    QuerySubEventInfoIndex index;
-    index.serviceId = service_;
-    index.instanceId = 1;
-    index.driver = DriverType::DDS;
-    index.topicName = "topic";
-    index.eventType = type_;
+    QuerySubEventInfoIndex index =
+        wardend::test::SubEventIndex(service_, DriverType::DDS, "topic", type_);
     EXPECT_EQ(sut_.QuerySubEventInfo(index), EventInfoWithPubSub{});
     index.eventType = "different";
     EXPECT_EQ(sut_.QuerySubEventInfo(index).subApps, std::vector<String>{"qsSub"});

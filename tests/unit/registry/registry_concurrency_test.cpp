@@ -19,6 +19,7 @@
 #include <thread>
 #include <type_traits>
 
+#include "binding/serialize/serialize_traits.h"
 #include "platform/log/log.h"
 #include "registry/e2e_info_manage.h"
 #include "registry/event_info_manage.h"
@@ -131,13 +132,8 @@ void Execute(int t, std::uint64_t i, const Pids& pids) {
             break;
         }
         case 13: {
-            QuerySubEventInfoIndex index;
-            index.serviceId = service;
-            index.instanceId = 1;
-            index.driver = dds ? DriverType::DDS : DriverType::SOMEIP;
-            index.eventId = 7;
-            index.topicName = "topic";
-            index.eventType = "other";
+            const auto index = wardend::test::SubEventIndex(
+                service, dds ? DriverType::DDS : DriverType::SOMEIP, "topic", "other", 1, 7);
             E2EInfoManage::GetInstance()->QuerySubNodeE2EInfo(index);
             events.QuerySubEventInfo(index);
             break;
@@ -180,11 +176,6 @@ void Execute(int t, std::uint64_t i, const Pids& pids) {
 }
 
 // A canonical text of every table, to compare across processes.
-template <typename T, typename = void>
-struct HasEnumerate : std::false_type {};
-template <typename T>
-struct HasEnumerate<T, std::void_t<decltype(&T::Tie)>> : std::true_type {};
-
 struct Writer {
     std::ostringstream out;
 
@@ -210,7 +201,7 @@ struct Writer {
             out << +static_cast<std::underlying_type_t<T>>(value) << ',';
         } else if constexpr (std::is_same_v<T, String>) {
             out << std::quoted(value) << ',';
-        } else if constexpr (HasEnumerate<T>::value) {
+        } else if constexpr (lumo::serialize::detail::IsRecord<T>::value) {
             out << '{';
             value.enumerate(*this);
             out << '}';

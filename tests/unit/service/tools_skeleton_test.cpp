@@ -58,12 +58,8 @@ TEST_F(ToolsSkeletonTest, QueryMethodTypeLogsTheEventShowLine) {
 // the one asked about; the E2E branch logs nothing here.
 TEST_F(ToolsSkeletonTest, SubNodeQueryLogsOnlyOnTheEventBranch) {
     ASSERT_EQ(Register(EventRegistration("lonelySub", "SubQueryEvent", 0x5200, false)), 0);
-    QuerySubEventInfoIndex index;
-    index.serviceId = 0x5200;
-    index.instanceId = 1;
-    index.driver = DriverType::DDS;
-    index.topicName = "SubQueryEventTopic";
-    index.eventType = "AnotherType";
+    QuerySubEventInfoIndex index =
+        SubEventIndex(0x5200, DriverType::DDS, "SubQueryEventTopic", "AnotherType");
     index.source = DriverType::DDS;
     ClearLog();
     const auto fromEvents = tools_->QuerySubNodeEventInfo(index).get();

@@ -105,6 +105,15 @@ protected:
             lumo::vcc::api::types::InstanceIdentifier("1"),
             lumo::vcc::api::types::MethodCallProcessingMode::kEvent);
         ASSERT_TRUE(vcc_->SetMethodThreadNumber(threads, queue));
+        ASSERT_TRUE(Encapsulate(std::move(e2e)));
+        if (registerUser) {
+            vcc_->RegisterMethod(kMethodId, service_.get(), &LengthService::Length);
+        }
+        handler_ = driver_->Method(kMethodId);
+        ASSERT_NE(handler_, nullptr);
+    }
+
+    bool Encapsulate(std::shared_ptr<lumo::com::e2exf::E2EProtection> e2e = nullptr) {
         auto info = std::make_shared<lumo::vcc::api::types::MethodInfo>();
         info->driverType = DriverType::kSomeip;
         info->entityId = kMethodId;
@@ -112,14 +121,9 @@ protected:
         info->instanceId = "1";
         info->shortName = "QueryDataType";
         info->e2e = std::move(e2e);
-        ASSERT_TRUE((vcc_->EncapsulateAndRegisterMethod<
-                     LengthService, ara::core::Future<RegisterAppInfoOutput>, ara::core::String>(
-            {{DriverType::kSomeip, info}})));
-        if (registerUser) {
-            vcc_->RegisterMethod(kMethodId, service_.get(), &LengthService::Length);
-        }
-        handler_ = driver_->Method(kMethodId);
-        ASSERT_NE(handler_, nullptr);
+        return vcc_->EncapsulateAndRegisterMethod<
+            LengthService, ara::core::Future<RegisterAppInfoOutput>, ara::core::String>(
+            {{DriverType::kSomeip, info}});
     }
 
     // Waits until every task queued so far on the method pool has run.
@@ -345,12 +349,7 @@ TEST_F(MethodSkeletonTest, UnsetMethodCallbackWaitsForTheCallInFlight) {
 TEST_F(MethodSkeletonTest, RegisteringTwiceKeepsTheFirstMethod) {
     Build(1, 8);
     auto first = vcc_->FindMethod(kMethodId);
-    auto info = std::make_shared<lumo::vcc::api::types::MethodInfo>();
-    info->driverType = DriverType::kSomeip;
-    info->entityId = kMethodId;
-    EXPECT_TRUE(
-        (vcc_->EncapsulateAndRegisterMethod<LengthService, ara::core::Future<RegisterAppInfoOutput>,
-                                            ara::core::String>({{DriverType::kSomeip, info}})));
+    EXPECT_TRUE(Encapsulate());
     EXPECT_EQ(vcc_->FindMethod(kMethodId), first);
     EXPECT_TRUE(Logged(LogLevel::kWarn, "Method 32777 was registered. Ignore this time..."));
     EXPECT_FALSE(
