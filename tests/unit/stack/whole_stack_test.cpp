@@ -115,12 +115,8 @@ TEST_F(WholeStackTest, EveryRegistrationIsAnsweredAndEveryQuerySeesIt) {
     EXPECT_NE(std::find(nodes[0].pubEvents.begin(), nodes[0].pubEvents.end(), type),
               nodes[0].pubEvents.end());
 
-    vesk::wardend::QuerySubEventInfoIndex index;
-    index.serviceId = service_;
-    index.instanceId = 1;
-    index.driver = vesk::wardend::DriverType::SOMEIP;
-    index.eventId = shape.eventId;
-    index.eventType = type;
+    auto index =
+        SubEventIndex(service_, vesk::wardend::DriverType::SOMEIP, {}, type, 1, shape.eventId);
     index.source = vesk::wardend::DriverType::DDS;
     // What these answer is the registries' and the catalogue's tests' concern (no .msg file of
     // these types exists); here each one makes the round trip.
