@@ -250,6 +250,9 @@ bool SomeipEventClient::Subscribe(vcc::driver::SampleHandler handler) {
         subscription->eventId = eventId_;
         subscription->eventgroupId = eventgroupId_;
         subscription->udp = udp_;
+        // A TCP and a UDP subscription to one eventgroup are two on the wire; the counter tells
+        // their acknowledgements apart.
+        subscription->counter = udp_ ? 1 : 0;
         subscription_ = subscription;
     }
     auto* core = core_.get();
@@ -875,6 +878,7 @@ void SomeipDriver::Core::HandleAck(const SdEntry& entry) {
         }
         for (const auto& subscription : remote->subscriptions) {
             if (subscription->eventgroupId != entry.eventgroupId ||
+                subscription->counter != entry.counter ||
                 (subscription->state != EventSubscription::State::kWaitAck &&
                  subscription->state != EventSubscription::State::kAcked)) {
                 continue;

@@ -206,6 +206,65 @@ TEST_F(SomeipClientTest, SubscribersOverTcpAndUdpGetEventsUntilTheyUnsubscribe) 
     EXPECT_EQ(udpSamples.Count(), 1U);
 }
 
+// A TCP and a UDP subscription to one eventgroup are two subscriptions on the wire: a server
+// that acknowledges only the UDP one leaves the TCP one unacknowledged. The SD side is a raw
+// peer; the TCP endpoint it offers is the test server's, so that the connection opens.
+TEST_F(SomeipClientTest, AnAcknowledgementReachesOnlyTheSubscriptionItAnswers) {
+    using namespace lumo::driver::someip;
+    const std::uint16_t sdPort = FreePort();
+    const RawUdpPeer sd("239.255.87.2", sdPort);
+    auto tcpInfo = EventOn(kService, kEvent, kEventgroup, 0, sdPort);
+    auto udpInfo = tcpInfo;
+    udpInfo.someip.udp = true;
+    auto tcp = client_->CreateEventClient(tcpInfo);
+    auto udp = client_->CreateEventClient(udpInfo);
+    Samples samples;
+    ASSERT_TRUE(tcp->Subscribe(samples.Handler()));
+    ASSERT_TRUE(udp->Subscribe(samples.Handler()));
+
+    // Both subscribes are in before the UDP one is acknowledged, so that both wait for an ack.
+    std::uint16_t clientSd = 0;
+    std::uint16_t session = 1;
+    bool offered = false;
+    int subscribes = 0;
+    SdMessage ack;
+    const auto until = std::chrono::steady_clock::now() + 5s;
+    while (subscribes < 2 && std::chrono::steady_clock::now() < until) {
+        const auto datagram = sd.Receive(200ms, &clientSd);
+        const auto message = datagram ? ParseSd(*datagram) : std::nullopt;
+        for (const SdEntry& entry : message ? message->entries : std::vector<SdEntry>{}) {
+            if (entry.type == static_cast<std::uint8_t>(SdEntryType::kFindService) && !offered) {
+                SdMessage offer;
+                SdEntry entryOut = MakeEntry(SdEntryType::kOfferService, kService, 1, 1, 30);
+                entryOut.index1 =
+                    AddEndpointOption(offer, {127, 0, 0, 1}, L4Protocol::kTcp, server_->port);
+                AddEndpointOption(offer, {127, 0, 0, 1}, L4Protocol::kUdp, server_->port);
+                entryOut.count1 = 2;
+                offer.entries.push_back(entryOut);
+                ASSERT_TRUE(sd.SendTo(clientSd, SdDatagram(offer, session++)));
+                offered = true;
+            } else if (entry.type == static_cast<std::uint8_t>(SdEntryType::kSubscribeEventgroup)) {
+                std::vector<const SdOption*> endpoints;
+                ASSERT_TRUE(EntryOptions(*message, entry, endpoints));
+                ASSERT_EQ(endpoints.size(), 1U);
+                ++subscribes;
+                if (endpoints[0]->protocol == static_cast<std::uint8_t>(L4Protocol::kUdp)) {
+                    SdEntry answer = entry;
+                    answer.type = static_cast<std::uint8_t>(SdEntryType::kSubscribeEventgroupAck);
+                    answer.index1 = answer.count1 = 0;
+                    ack.entries.push_back(answer);
+                }
+            }
+        }
+    }
+    ASSERT_EQ(subscribes, 2) << LogDump();
+    ASSERT_EQ(ack.entries.size(), 1U);
+    ASSERT_TRUE(sd.SendTo(clientSd, SdDatagram(ack, session++)));
+    ASSERT_TRUE(WaitUntil([&] { return udp->IsSubscribed(); }));
+    std::this_thread::sleep_for(100ms);  // an ack taken by the wrong subscription would be in
+    EXPECT_FALSE(tcp->IsSubscribed());
+}
+
 TEST_F(SomeipClientTest, SubscriptionIsRenewedBeforeItsTtlRunsOut) {
     auto options = QuickOptions();
     options.subscribeTtlSeconds = 1;

@@ -197,14 +197,21 @@ bool RawUdpPeer::SendTo(const char* address, std::uint16_t port, const Bytes& by
                     sizeof to) == static_cast<ssize_t>(bytes.size());
 }
 
-std::optional<Bytes> RawUdpPeer::Receive(std::chrono::milliseconds timeout) const {
+std::optional<Bytes> RawUdpPeer::Receive(std::chrono::milliseconds timeout,
+                                         std::uint16_t* fromPort) const {
     if (!Readable(fd_, timeout)) {
         return std::nullopt;
     }
     Bytes datagram(65536);
-    const ssize_t n = ::recv(fd_, datagram.data(), datagram.size(), 0);
+    sockaddr_in from{};
+    socklen_t fromSize = sizeof from;
+    const ssize_t n = ::recvfrom(fd_, datagram.data(), datagram.size(), 0,
+                                 reinterpret_cast<sockaddr*>(&from), &fromSize);
     if (n < 0) {
         return std::nullopt;
+    }
+    if (fromPort != nullptr) {
+        *fromPort = ntohs(from.sin_port);
     }
     datagram.resize(static_cast<std::size_t>(n));
     return datagram;

@@ -59,7 +59,9 @@ public:
 
     bool SendTo(std::uint16_t port, const Bytes& bytes) const;
     bool SendTo(const char* address, std::uint16_t port, const Bytes& bytes) const;
-    std::optional<Bytes> Receive(std::chrono::milliseconds timeout = std::chrono::seconds(5)) const;
+    // fromPort, when given, gets the sender's port.
+    std::optional<Bytes> Receive(std::chrono::milliseconds timeout = std::chrono::seconds(5),
+                                 std::uint16_t* fromPort = nullptr) const;
     std::uint16_t LocalPort() const;
 
 private:
