@@ -192,6 +192,13 @@ SdEntry MakeEntry(SdEntryType type, std::uint16_t serviceId, std::uint16_t insta
     return entry;
 }
 
+SdEntry AckOf(const SdEntry& subscribe) {
+    SdEntry ack = subscribe;
+    ack.type = static_cast<std::uint8_t>(SdEntryType::kSubscribeEventgroupAck);
+    ack.index1 = ack.index2 = ack.count1 = ack.count2 = 0;
+    return ack;
+}
+
 std::uint8_t AddEndpointOption(SdMessage& message, const std::array<std::uint8_t, 4>& address,
                                L4Protocol protocol, std::uint16_t port, SdOptionType type) {
     SdOption option;

@@ -105,6 +105,9 @@ bool EntryOptions(const SdMessage& message, const SdEntry& entry,
 SdEntry MakeEntry(SdEntryType type, std::uint16_t serviceId, std::uint16_t instanceId,
                   std::uint8_t majorVersion, std::uint32_t ttl);
 
+// The acknowledgement of a subscribe entry: the same ids, TTL and counter, with no options.
+SdEntry AckOf(const SdEntry& subscribe);
+
 // Appends an IPv4 endpoint option and returns its index.
 std::uint8_t AddEndpointOption(SdMessage& message, const std::array<std::uint8_t, 4>& address,
                                L4Protocol protocol, std::uint16_t port,

@@ -828,9 +828,7 @@ void SomeipDriver::Core::TickServer(Clock::time_point now, Clock::time_point& ne
 void SomeipDriver::Core::HandleSubscribe(SdSocket& socket, const udp::endpoint& from,
                                          const SdMessage& message, const SdEntry& entry,
                                          SdMessage& answer) {
-    SdEntry ack = entry;
-    ack.type = static_cast<std::uint8_t>(SdEntryType::kSubscribeEventgroupAck);
-    ack.index1 = ack.index2 = ack.count1 = ack.count2 = 0;
+    SdEntry ack = AckOf(entry);
     auto nack = [&](const char* why) {
         log->LogWarn(ara::core::String("SomeipDriver_SubscribeNack_") + why, LogLimitConfig{})
             << "[SomeipDriver][Subscription refused: " << why << "][service=" << entry.serviceId

@@ -232,7 +232,10 @@ TEST_F(SomeipClientTest, AnAcknowledgementReachesOnlyTheSubscriptionItAnswers) {
     while (subscribes < 2 && std::chrono::steady_clock::now() < until) {
         const auto datagram = sd.Receive(200ms, &clientSd);
         const auto message = datagram ? ParseSd(*datagram) : std::nullopt;
-        for (const SdEntry& entry : message ? message->entries : std::vector<SdEntry>{}) {
+        if (!message) {
+            continue;
+        }
+        for (const SdEntry& entry : message->entries) {
             if (entry.type == static_cast<std::uint8_t>(SdEntryType::kFindService) && !offered) {
                 SdMessage offer;
                 SdEntry entryOut = MakeEntry(SdEntryType::kOfferService, kService, 1, 1, 30);
@@ -249,10 +252,7 @@ TEST_F(SomeipClientTest, AnAcknowledgementReachesOnlyTheSubscriptionItAnswers) {
                 ASSERT_EQ(endpoints.size(), 1U);
                 ++subscribes;
                 if (endpoints[0]->protocol == static_cast<std::uint8_t>(L4Protocol::kUdp)) {
-                    SdEntry answer = entry;
-                    answer.type = static_cast<std::uint8_t>(SdEntryType::kSubscribeEventgroupAck);
-                    answer.index1 = answer.count1 = 0;
-                    ack.entries.push_back(answer);
+                    ack.entries.push_back(AckOf(entry));
                 }
             }
         }
