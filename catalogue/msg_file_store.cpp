@@ -14,23 +14,6 @@ namespace {
 
 using ara::tessel::common::jsonParser::Document;
 
-// The first '/' stays, every later one becomes '-': "/Norvane/AP/Speed" is looked for as
-// "/Norvane-AP-Speed.msg", "a/b/c" as "b-c.msg" in a subdirectory "a".
-String MsgFileName(String name) {
-    bool firstSlashSeen = false;
-    for (char& c : name) {
-        if (c != '/') {
-            continue;
-        }
-        if (firstSlashSeen) {
-            c = '-';
-        }
-        firstSlashSeen = true;
-    }
-    name += ".msg";
-    return name;
-}
-
 // A name from a registration must not reach a file outside the msg directories. The directory
 // is put in front of every file name, so a leading '/' stays inside it; what leaves it is a ".."
 // segment, and a NUL would cut the path short of what was checked.
@@ -114,8 +97,9 @@ const String& MsgFileStore::UserDir() const noexcept {
     return followsUserMsgDir_ ? userMsgDir : userDir_;
 }
 
-String MsgFileStore::ReadMsgFile(String name) const {
-    const String fileName = MsgFileName(std::move(name));
+String MsgFileStore::ReadMsgFile(const String& name) const {
+    // "/Norvane/AP/Speed" is looked for as "/Norvane-AP-Speed.msg", "a/b/c" as "b-c.msg" in "a".
+    const String fileName = VeskMsgManager::VeskMsgManager::MsgFileName(name);
     if (RefuseEscape(fileName)) {
         return {};
     }

@@ -78,7 +78,7 @@ public:
     MsgFileStore& operator=(const MsgFileStore&) = delete;
 
     // The text of a type's .msg file, user directory first; empty when there is none.
-    String ReadMsgFile(String name) const;
+    String ReadMsgFile(const String& name) const;
     // Reads a registered root type and every type it refers to into the catalogue.
     void LoadDataType(const String& rootName);
 
