@@ -355,8 +355,9 @@ std::shared_ptr<Connection> ServerEndpoint::FindConnection(const tcp::endpoint& 
 }
 
 void ServerEndpoint::CheckTimeouts(Clock::time_point now, Clock::time_point& next) {
-    const auto connections = connections_;
-    for (const auto& connection : connections) {
+    // A connection that times out closes and takes itself out of the set: step past it first.
+    for (auto it = connections_.begin(); it != connections_.end();) {
+        const std::shared_ptr<Connection> connection = *it++;
         connection->CheckTimeouts(now, next);
     }
 }
