@@ -162,6 +162,8 @@ TEST_F(ProlocDriverTest, CallsFailAtOnceWhenNotOfferedAndTimeOutWhenNobodyAnswer
     client->SetServiceFoundHandler(nullptr);
 }
 
+// An event reaches every client until it unsubscribes; a field's client gets the last value at
+// once.
 TEST_F(ProlocDriverTest, AnEventReachesTwoClientsAndStopsAtUnsubscribe) {
     struct Sample {
         int value;
@@ -171,6 +173,9 @@ TEST_F(ProlocDriverTest, AnEventReachesTwoClientsAndStopsAtUnsubscribe) {
     event.serviceId = 0x5700;
     event.instanceId = "1";
     event.entityId = 30161;
+    lumo::vcc::api::types::EventInfo field = event;
+    field.entityId = 1;
+    field.isField = true;
     auto handler = driver_->CreateEventHandler(event);
     EXPECT_FALSE(handler->IsReady());
     ASSERT_TRUE(driver_->OfferService(0x5700, "1"));
@@ -178,16 +183,16 @@ TEST_F(ProlocDriverTest, AnEventReachesTwoClientsAndStopsAtUnsubscribe) {
 
     std::vector<int> first;
     std::vector<int> second;
-    auto subscribe = [&](std::vector<int>& seen) {
-        auto client = driver_->CreateEventClient(event);
+    auto subscribe = [&](std::vector<int>& seen, const lumo::vcc::api::types::EventInfo& info) {
+        auto client = driver_->CreateEventClient(info);
         client->SetProlocMemory(store);
         EXPECT_TRUE(client->Subscribe([&seen](const unsigned char* sample, std::uint64_t) {
             seen.push_back(reinterpret_cast<const Sample*>(sample)->value);
         }));
         return client;
     };
-    auto a = subscribe(first);
-    auto b = subscribe(second);
+    auto a = subscribe(first, event);
+    auto b = subscribe(second, event);
     const auto index = ProlocEntityIndex::FromEntityInfo(event);
     std::thread publisher([&] { store->AddProlocData(Sample{1}, index, false); });
     publisher.join();
@@ -199,26 +204,11 @@ TEST_F(ProlocDriverTest, AnEventReachesTwoClientsAndStopsAtUnsubscribe) {
     store->AddProlocData(Sample{2}, index, false);
     EXPECT_EQ(first, (std::vector<int>{1, 2}));
     EXPECT_EQ(second, std::vector<int>{1});
-}
 
-TEST_F(ProlocDriverTest, AFieldSubscriberGetsTheLastValueAtOnce) {
-    struct Value {
-        int value;
-    };
-    auto store = ProlocMemoryFactory::GetEventInstance<Value>();
-    lumo::vcc::api::types::EventInfo field;
-    field.serviceId = 0x5700;
-    field.instanceId = "1";
-    field.entityId = 1;
-    field.isField = true;
-    store->AddProlocData(Value{9}, ProlocEntityIndex::FromEntityInfo(field), true);
-    auto client = driver_->CreateEventClient(field);
-    client->SetProlocMemory(store);
-    std::vector<int> seen;
-    ASSERT_TRUE(client->Subscribe([&seen](const unsigned char* sample, std::uint64_t) {
-        seen.push_back(reinterpret_cast<const Value*>(sample)->value);
-    }));
-    EXPECT_EQ(seen, std::vector<int>{9});
+    store->AddProlocData(Sample{9}, ProlocEntityIndex::FromEntityInfo(field), true);
+    std::vector<int> value;
+    auto fieldClient = subscribe(value, field);
+    EXPECT_EQ(value, std::vector<int>{9});
 }
 
 }  // namespace

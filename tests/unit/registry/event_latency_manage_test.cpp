@@ -73,7 +73,7 @@ protected:
     std::vector<LatencySwitch> sent_;
 };
 
-TEST_F(EventLatencyManageTest, ASwitchBeforeAnyAcknowledgementListsNobody) {
+TEST_F(EventLatencyManageTest, ASwitchBeforeAnyAcknowledgementListsNobodyAFailedSendIsLogged) {
     EXPECT_EQ(sut_.SwitchLatencyMode(nullptr, Switch({DriverType::DDS})), 0);
     ASSERT_EQ(sent_.size(), 1U);
     EXPECT_EQ(sent_[0], Switch({DriverType::DDS}));
@@ -82,6 +82,15 @@ TEST_F(EventLatencyManageTest, ASwitchBeforeAnyAcknowledgementListsNobody) {
     EXPECT_TRUE(modes.subModes.empty());
     EXPECT_TRUE(Logged(LogLevel::kInfo, "Query latency mode status, serviceId " + svc_ +
                                             " instanceId 1topicName is topic eventId is 7"));
+
+    sut_.SetLatencySwitchSender(
+        [](const std::shared_ptr<WardendAppSkeleton>&, const LatencySwitch&) { return false; });
+    EXPECT_EQ(sut_.SwitchLatencyMode(nullptr, Switch({DriverType::DDS})), 0);
+    EXPECT_TRUE(Logged(LogLevel::kWarn, "Wardend send latency switch failed"));
+    sut_.SetLatencySwitchSender(nullptr);
+    EXPECT_EQ(sut_.SwitchLatencyMode(nullptr, Switch({DriverType::DDS})), 0);
+    EXPECT_TRUE(
+        Logged(LogLevel::kWarn, "Wardend latency switch is not sent: no latency switch event"));
 }
 
 TEST_F(EventLatencyManageTest, WithoutASwitchEveryoneTheRegistryKnowsIsUnacknowledged) {
@@ -184,17 +193,6 @@ TEST_F(EventLatencyManageTest, ALateSubscriberGetsTheSwitchThroughTheHandler) {
     LatencySwitch expected = Switch({DriverType::SOMEIP});
     expected.index.topicName.clear();  // a SOME/IP subscriber has no topic
     EXPECT_EQ(sent_[0], expected);
-}
-
-TEST_F(EventLatencyManageTest, AFailedSendIsLogged) {
-    sut_.SetLatencySwitchSender(
-        [](const std::shared_ptr<WardendAppSkeleton>&, const LatencySwitch&) { return false; });
-    EXPECT_EQ(sut_.SwitchLatencyMode(nullptr, Switch({DriverType::DDS})), 0);
-    EXPECT_TRUE(Logged(LogLevel::kWarn, "Wardend send latency switch failed"));
-    sut_.SetLatencySwitchSender(nullptr);
-    EXPECT_EQ(sut_.SwitchLatencyMode(nullptr, Switch({DriverType::DDS})), 0);
-    EXPECT_TRUE(
-        Logged(LogLevel::kWarn, "Wardend latency switch is not sent: no latency switch event"));
 }
 
 }  // namespace

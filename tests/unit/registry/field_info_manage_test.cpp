@@ -25,13 +25,12 @@ protected:
     const std::string type_ = "Field" + svc_;
 };
 
-TEST_F(FieldInfoManageTest, AnEmptyDriverMapChangesNothing) {
+TEST_F(FieldInfoManageTest, AnEmptyDriverMapChangesNothingAnEmptyNameGivesTheBareTag) {
     EXPECT_FALSE(sut_.RegisterFieldInfo(Field("none", type_, self_, 1, {}), true));
     EXPECT_EQ(sut_.DdsFields().count(type_), 0U);
     EXPECT_EQ(sut_.SomeipFields().count(type_), 0U);
-}
 
-TEST_F(FieldInfoManageTest, AClientWithAnEmptyNameGetsTheBareDriverTag) {
+    // A client with an empty name gets the bare driver tag.
     ASSERT_TRUE(sut_.RegisterFieldInfo(Dds("bareClient", 1, ""), false));
     ASSERT_TRUE(sut_.RegisterFieldInfo(
         Field("bareClient", type_, self_, 1, {{DriverType::SOMEIP, ""}}), false));

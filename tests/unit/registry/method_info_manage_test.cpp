@@ -37,7 +37,7 @@ protected:
     const String name_ = "Method" + svc_;
 };
 
-TEST_F(MethodInfoManageTest, ClientsAloneNeverMakeAMethodVisible) {
+TEST_F(MethodInfoManageTest, ClientsAloneNeverMakeAMethodVisibleALiveServerDoes) {
     ASSERT_TRUE(sut_.RegisterMethodInfo(Mine("client", true, true), false));
     EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend register method DDS:1 SOMEIP:1"));
     EXPECT_TRUE(Logged(LogLevel::kInfo, "Wardend sub app client is registered"));
@@ -49,9 +49,8 @@ TEST_F(MethodInfoManageTest, ClientsAloneNeverMakeAMethodVisible) {
 
     MethodInfoWithPubSub out;
     EXPECT_FALSE(sut_.QueryMethodInfoByType(name_, out));
-}
 
-TEST_F(MethodInfoManageTest, ALiveServerIsListedByNameAndInAll) {
+    // A live server is listed by name and in "ALL", on its own driver only.
     ASSERT_TRUE(sut_.RegisterMethodInfo(Mine("server", true, false), true));
     const auto rows = sut_.QueryMethodInfo(name_);
     ASSERT_EQ(rows.size(), 1U);

@@ -64,11 +64,11 @@ TEST_F(NodeQueryTest, ANodeAnswersWithEveryListAndUniqueServiceInstances) {
     EXPECT_TRUE(Logged(LogLevel::kInfo, "Node fullNode add feild: " + fieldType));
 }
 
-TEST_F(NodeQueryTest, AllGivesLiveNamesOnlyAndANodeNamedAllCannotBeAskedFor) {
+TEST_F(NodeQueryTest, AllGivesLiveNamesOnlyAndADeadNodeIsGoneUntilItComesBack) {
     ASSERT_TRUE(sut_.UpdateNodeInfo("ALL", self_, true));
     const EventShape shape{"ALL", "AllType", self_, service_};
     ASSERT_TRUE(EventInfoManage::GetInstance().RegisterEventInfo(Event(shape, true, false), true));
-    ASSERT_TRUE(sut_.UpdateNodeInfo("deadForAll", MakeDeadPid(), true));
+    ASSERT_TRUE(sut_.UpdateNodeInfo("phoenix", MakeDeadPid(), true));
 
     const auto rows = sut_.QueryNodeInfo("ALL");
     const NodeInfo* all = Row(rows, "ALL");
@@ -76,12 +76,10 @@ TEST_F(NodeQueryTest, AllGivesLiveNamesOnlyAndANodeNamedAllCannotBeAskedFor) {
     EXPECT_EQ(all->pid, self_);
     EXPECT_TRUE(all->pubEvents.empty());
     EXPECT_TRUE(all->serviceInstances.empty());
-    EXPECT_EQ(Row(rows, "deadForAll"), nullptr);
+    EXPECT_EQ(Row(rows, "phoenix"), nullptr);
     EXPECT_TRUE(Logged(LogLevel::kInfo, "Node name is ALL pid is " + std::to_string(self_)));
-}
 
-TEST_F(NodeQueryTest, ADeadNodeIsGoneUntilItsNameComesBackWithANewPid) {
-    ASSERT_TRUE(sut_.UpdateNodeInfo("phoenix", MakeDeadPid(), true));
+    // A dead node is gone until its name comes back with a new pid.
     EXPECT_TRUE(sut_.QueryNodeInfo("phoenix").empty());
     EXPECT_TRUE(Logged(LogLevel::kWarn, "Wardend node phoenix is gone"));
     ASSERT_TRUE(sut_.UpdateNodeInfo("phoenix", self_, true));

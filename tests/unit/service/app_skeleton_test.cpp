@@ -39,18 +39,16 @@ TEST_F(AppSkeletonTest, AnEventRegistrationReachesTheRegistryTheCatalogueAndTheT
     EXPECT_FALSE(tools_->QueryDataType("/Norvane/AP/Speed").get().dataType.empty());
 }
 
-TEST_F(AppSkeletonTest, AnUnknownInfoTypeFailsWithoutTouchingARegistry) {
+TEST_F(AppSkeletonTest, RefusedRegistrationsTouchNoRegistryAndQueueNoReadTask) {
     AppRegisterInfo info = EventRegistration("typeSixApp", "TypeSixEvent", 0x1002, true);
     info.infoType = static_cast<AppRegisterInfoType>(6);
     EXPECT_EQ(Register(info), 1);
     EXPECT_TRUE(Logged(LogLevel::kError, "Unknown app register info"));
     EXPECT_EQ(NodeInfoManage::GetInstance().Nodes().count("typeSixApp"), 0U);
     EXPECT_TRUE(tools_->QueryEventInfo("TypeSixEvent").get().eventInfos.empty());
-}
 
-TEST_F(AppSkeletonTest, ARefusedEventRegistrationQueuesNoReadTask) {
-    AppRegisterInfo info =
-        EventRegistration("noDriverApp", "NoDriverEvent", 0x1003, true, "/Norvane/AP/Pose");
+    // A refused event registration queues no read task.
+    info = EventRegistration("noDriverApp", "NoDriverEvent", 0x1003, true, "/Norvane/AP/Pose");
     info.eventInfo.eventMap_.clear();
     EXPECT_EQ(Register(info), 1);
     DrainReader();

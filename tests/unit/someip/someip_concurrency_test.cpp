@@ -214,20 +214,15 @@ TEST(SomeipConcurrencyTest, APipelineWaitsAtItsLimitWhileAnotherPeerIsServed) {
         EXPECT_EQ(held[3]->uuid.low, 9U) << "the pipeline went on past its limit";
     }
     answerAll();
-    const auto otherReply = other.Receive();
-    ASSERT_TRUE(otherReply);
-    EXPECT_EQ(lumo::driver::someip::DecodeHeader(otherReply->data()).sessionId, 9);
+    EXPECT_EQ(HeaderOf(other.Receive()).sessionId, 9);
     // The rest of the pipeline comes once its first three have ended.
     ASSERT_TRUE(waitHeld(2));
     answerAll();
     for (std::uint16_t session = 1; session <= 5; ++session) {
-        const auto reply = pipeline.Receive();
-        ASSERT_TRUE(reply) << "session " << session;
-        EXPECT_EQ(lumo::driver::someip::DecodeHeader(reply->data()).sessionId, session);
+        EXPECT_EQ(HeaderOf(pipeline.Receive()).sessionId, session);
     }
 
     // UDP cannot wait in a socket: what a peer sends past its limit is refused at once.
-    using lumo::driver::someip::DecodeHeader;
     using lumo::driver::someip::ReturnCode;
     const RawUdpPeer flood;
     const RawUdpPeer quiet;
@@ -235,21 +230,16 @@ TEST(SomeipConcurrencyTest, APipelineWaitsAtItsLimitWhileAnotherPeerIsServed) {
         ASSERT_TRUE(flood.SendTo(port, Request(kService, kMethod, session)));
     }
     for (std::uint16_t session = 24; session <= 25; ++session) {
-        const auto refusal = flood.Receive();
-        ASSERT_TRUE(refusal) << "session " << session;
-        EXPECT_EQ(DecodeHeader(refusal->data()).sessionId, session);
-        EXPECT_EQ(DecodeHeader(refusal->data()).returnCode,
-                  static_cast<std::uint8_t>(ReturnCode::kNotReady));
+        const SomeipHeader refusal = HeaderOf(flood.Receive());
+        EXPECT_EQ(refusal.sessionId, session);
+        EXPECT_EQ(refusal.returnCode, static_cast<std::uint8_t>(ReturnCode::kNotReady));
     }
     ASSERT_TRUE(quiet.SendTo(port, Request(kService, kMethod, 31)));
     ASSERT_TRUE(waitHeld(4));
     answerAll();
     ASSERT_TRUE(quiet.Receive());
     for (int answered = 0; answered < 3; ++answered) {
-        const auto reply = flood.Receive();
-        ASSERT_TRUE(reply);
-        EXPECT_EQ(DecodeHeader(reply->data()).returnCode,
-                  static_cast<std::uint8_t>(ReturnCode::kOk));
+        EXPECT_EQ(HeaderOf(flood.Receive()).returnCode, static_cast<std::uint8_t>(ReturnCode::kOk));
     }
     // Its ended requests are forgotten: it is served again.
     ASSERT_TRUE(flood.SendTo(port, Request(kService, kMethod, 26)));

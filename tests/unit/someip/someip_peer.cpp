@@ -185,9 +185,7 @@ RawUdpPeer::~RawUdpPeer() {
 }
 
 bool RawUdpPeer::SendTo(std::uint16_t port, const Bytes& bytes) const {
-    sockaddr_in address = Loopback(port);
-    return ::sendto(fd_, bytes.data(), bytes.size(), 0, reinterpret_cast<sockaddr*>(&address),
-                    sizeof address) == static_cast<ssize_t>(bytes.size());
+    return SendTo("127.0.0.1", port, bytes);
 }
 
 bool RawUdpPeer::SendTo(const char* address, std::uint16_t port, const Bytes& bytes) const {
@@ -219,6 +217,14 @@ std::optional<Bytes> RawUdpPeer::Receive(std::chrono::milliseconds timeout,
 
 std::uint16_t RawUdpPeer::LocalPort() const {
     return BoundPort(fd_);
+}
+
+SomeipHeader HeaderOf(const std::optional<Bytes>& message) {
+    if (!message || message->size() < lumo::driver::someip::kHeaderSize) {
+        ADD_FAILURE() << "no SOME/IP message came";
+        return {};
+    }
+    return lumo::driver::someip::DecodeHeader(message->data());
 }
 
 Bytes SdDatagram(const lumo::driver::someip::SdMessage& message, std::uint16_t session) {

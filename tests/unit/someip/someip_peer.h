@@ -68,6 +68,9 @@ private:
     int fd_{-1};
 };
 
+// The header of a message that came; a test failure, and a default header, when none did.
+SomeipHeader HeaderOf(const std::optional<Bytes>& message);
+
 // An SD message as a raw peer sends it, with its own session counter.
 Bytes SdDatagram(const lumo::driver::someip::SdMessage& message, std::uint16_t session);
 // The SD payload of a datagram, when it is one.

@@ -111,9 +111,7 @@ TEST_F(SomeipServerTest, OnlyRequestsAreAnswered) {
     ASSERT_TRUE(peer.Send(Request(0x1234, kMethod, 4, {}, 0x81)));       // error
     ASSERT_TRUE(peer.Send(Request(kService, kMethod, 5, {'x'}, 0x01)));  // served, no reply
     ASSERT_TRUE(peer.Send(Request(kService, kMethod, 6)));
-    auto answer = peer.Receive();
-    ASSERT_TRUE(answer);
-    EXPECT_EQ(DecodeHeader(answer->data()).sessionId, 6);
+    EXPECT_EQ(HeaderOf(peer.Receive()).sessionId, 6);
     EXPECT_EQ(server_->Requests().size(), 2U);
 }
 
@@ -121,22 +119,17 @@ TEST_F(SomeipServerTest, WrongProtocolVersionIsAnsweredThenTheTcpConnectionClose
     RawTcpPeer tcp;
     ASSERT_TRUE(tcp.Connect(server_->port));
     ASSERT_TRUE(tcp.Send(Request(kService, kMethod, 1, {}, 0x00, 2)));
-    auto answer = tcp.Receive();
-    ASSERT_TRUE(answer);
-    EXPECT_EQ(DecodeHeader(answer->data()).returnCode, 0x07);
-    EXPECT_EQ(DecodeHeader(answer->data()).protocolVersion, 1);
+    const SomeipHeader answer = HeaderOf(tcp.Receive());
+    EXPECT_EQ(answer.returnCode, 0x07);
+    EXPECT_EQ(answer.protocolVersion, 1);
     EXPECT_TRUE(tcp.WaitClosed());
 
     RawUdpPeer udp;
     ASSERT_TRUE(udp.SendTo(server_->port, Request(kService, kMethod, 2, {}, 0x00, 2)));
-    answer = udp.Receive();
-    ASSERT_TRUE(answer);
-    EXPECT_EQ(DecodeHeader(answer->data()).returnCode, 0x07);
+    EXPECT_EQ(HeaderOf(udp.Receive()).returnCode, 0x07);
     // UDP carries on.
     ASSERT_TRUE(udp.SendTo(server_->port, Request(kService, kMethod, 3)));
-    answer = udp.Receive();
-    ASSERT_TRUE(answer);
-    EXPECT_EQ(DecodeHeader(answer->data()).returnCode, 0x00);
+    EXPECT_EQ(HeaderOf(udp.Receive()).returnCode, 0x00);
 }
 
 TEST_F(SomeipServerTest, HalfAMessageThatStallsIsClosedAfterTheTimeout) {
@@ -195,7 +188,7 @@ TEST_F(SomeipServerTest, AClientThatNeverReadsIsDroppedWhileOthersAreServed) {
     EXPECT_TRUE(WaitContaining("Send queue full, connection dropped")) << LogDump();
 }
 
-TEST_F(SomeipServerTest, FindServiceGetsAUnicastOfferWithBothEndpoints) {
+TEST_F(SomeipServerTest, FindServiceGetsAUnicastOfferWithBothEndpointsUntilTheStopOffer) {
     RawUdpPeer sd;
     const SdMessage find = Find(kService, 0xFFFF, 0xFF);
     ASSERT_TRUE(sd.SendTo(server_->sdPort, SdDatagram(find, 1)));
@@ -220,12 +213,25 @@ TEST_F(SomeipServerTest, FindServiceGetsAUnicastOfferWithBothEndpoints) {
     EXPECT_EQ(options[1]->protocol, 0x11);
     EXPECT_EQ(options[1]->port, server_->port);
     // The peer is now known: cyclic offers follow without asking, with growing sessions.
-    auto cyclic = sd.Receive(std::chrono::seconds(2));
-    ASSERT_TRUE(cyclic);
-    EXPECT_GT(DecodeHeader(cyclic->data()).sessionId, 1);
+    EXPECT_GT(HeaderOf(sd.Receive(std::chrono::seconds(2))).sessionId, 1);
+
+    // Stopping the offer tells the known peer, and requests are refused from then on.
+    server_->driver->StopOfferService(kService, "1");
+    bool stopped = false;
+    while (!stopped) {
+        datagram = sd.Receive(std::chrono::seconds(2));
+        ASSERT_TRUE(datagram);
+        auto message = ParseSd(*datagram);
+        stopped = message && message->entries.size() == 1 && message->entries[0].ttl == 0;
+    }
+    RawTcpPeer tcp;
+    ASSERT_TRUE(tcp.Connect(server_->port));
+    ASSERT_TRUE(tcp.Send(Request(kService, kMethod, 1)));
+    EXPECT_EQ(HeaderOf(tcp.Receive()).returnCode, 0x04);  // E_NOT_READY
 }
 
-TEST_F(SomeipServerTest, UdpSubscriberIsAckedGetsNotificationsAndLosesThemOnStop) {
+// A UDP subscription ends when its subscriber stops it, and when its peer reboots.
+TEST_F(SomeipServerTest, UdpSubscriberIsAckedGetsNotificationsAndLosesThemOnStopOrReboot) {
     RawUdpPeer sd;
     RawUdpPeer events;
     auto ack = SubscribeFrom(sd, 1, kEventgroup, 3, L4Protocol::kUdp, events.LocalPort());
@@ -245,6 +251,14 @@ TEST_F(SomeipServerTest, UdpSubscriberIsAckedGetsNotificationsAndLosesThemOnStop
     EXPECT_FALSE(SubscribeFrom(sd, 2, kEventgroup, 0, L4Protocol::kUdp, events.LocalPort()));
     ASSERT_TRUE(server_->SendEvent({1}));
     EXPECT_FALSE(events.Receive(std::chrono::milliseconds(200)));
+
+    ASSERT_TRUE(SubscribeFrom(sd, 5, kEventgroup, 3, L4Protocol::kUdp, events.LocalPort()));
+    // The same peer starts again: reboot flag with a session that does not grow.
+    const SdMessage find = Find(0x9999, 0xFFFF, 0xFF);
+    ASSERT_TRUE(sd.SendTo(server_->sdPort, SdDatagram(find, 1)));
+    EXPECT_TRUE(WaitContaining("SD peer restarted")) << LogDump();
+    ASSERT_TRUE(server_->SendEvent({2}));
+    EXPECT_FALSE(events.Receive(std::chrono::milliseconds(200)));
 }
 
 TEST_F(SomeipServerTest, TcpSubscriptionNeedsItsConnectionAndGetsEventsOnIt) {
@@ -262,9 +276,7 @@ TEST_F(SomeipServerTest, TcpSubscriptionNeedsItsConnectionAndGetsEventsOnIt) {
     ASSERT_TRUE(ack);
     EXPECT_EQ(ack->ttl, 3U);
     ASSERT_TRUE(server_->SendEvent({5}));
-    auto notification = tcp.Receive();
-    ASSERT_TRUE(notification);
-    EXPECT_EQ(DecodeHeader(notification->data()).methodId, kEvent);
+    EXPECT_EQ(HeaderOf(tcp.Receive()).methodId, kEvent);
     // An unknown eventgroup is refused.
     auto unknown = SubscribeFrom(sd, 3, 0x0077, 3, L4Protocol::kTcp, tcp.LocalPort());
     ASSERT_TRUE(unknown);
@@ -285,39 +297,6 @@ TEST_F(SomeipServerTest, SubscriptionEndsAtTtlExpiry) {
         expired = !events.Receive(std::chrono::milliseconds(100)).has_value();
     }
     EXPECT_TRUE(expired);
-}
-
-TEST_F(SomeipServerTest, APeerThatRebootsLosesItsSubscriptions) {
-    RawUdpPeer sd;
-    RawUdpPeer events;
-    ASSERT_TRUE(SubscribeFrom(sd, 5, kEventgroup, 3, L4Protocol::kUdp, events.LocalPort()));
-    // The same peer starts again: reboot flag with a session that does not grow.
-    const SdMessage find = Find(0x9999, 0xFFFF, 0xFF);
-    ASSERT_TRUE(sd.SendTo(server_->sdPort, SdDatagram(find, 1)));
-    EXPECT_TRUE(WaitContaining("SD peer restarted")) << LogDump();
-    ASSERT_TRUE(server_->SendEvent({1}));
-    EXPECT_FALSE(events.Receive(std::chrono::milliseconds(200)));
-}
-
-TEST_F(SomeipServerTest, StopOfferTellsKnownPeersAndRefusesRequests) {
-    RawUdpPeer sd;
-    const SdMessage find = Find(kService, 1, 1);
-    ASSERT_TRUE(sd.SendTo(server_->sdPort, SdDatagram(find, 1)));
-    ASSERT_TRUE(sd.Receive());
-    server_->driver->StopOfferService(kService, "1");
-    bool stopped = false;
-    while (!stopped) {
-        auto datagram = sd.Receive(std::chrono::seconds(2));
-        ASSERT_TRUE(datagram);
-        auto message = ParseSd(*datagram);
-        stopped = message && message->entries.size() == 1 && message->entries[0].ttl == 0;
-    }
-    RawTcpPeer tcp;
-    ASSERT_TRUE(tcp.Connect(server_->port));
-    ASSERT_TRUE(tcp.Send(Request(kService, kMethod, 1)));
-    auto answer = tcp.Receive();
-    ASSERT_TRUE(answer);
-    EXPECT_EQ(DecodeHeader(answer->data()).returnCode, 0x04);  // E_NOT_READY
 }
 
 TEST(SomeipMulticastTest, OffersGoToTheConfiguredGroup) {

@@ -75,41 +75,33 @@ bool LoopbackCapture::Stop() {
     return capturing_->WaitExit(10s).has_value();
 }
 
-std::vector<std::string> LoopbackCapture::DecodeAs(const std::vector<std::uint16_t>& ports,
-                                                   std::uint16_t sdPort) const {
-    std::vector<std::string> args{"-d", "udp.port==" + std::to_string(sdPort) + ",someip"};
+RunResult LoopbackCapture::Read(std::vector<std::string> args,
+                                const std::vector<std::uint16_t>& ports,
+                                std::uint16_t sdPort) const {
+    args.insert(args.begin(), {"-r", file_});
+    args.insert(args.end(), {"-d", "udp.port==" + std::to_string(sdPort) + ",someip"});
     for (const std::uint16_t port : ports) {
         for (const char* protocol : {"tcp", "udp"}) {
             args.insert(args.end(), {"-d", std::string(protocol) +
                                                ".port==" + std::to_string(port) + ",someip"});
         }
     }
-    return args;
+    return RunToEnd(tshark_, args);
 }
 
 RunResult LoopbackCapture::Detail(const std::vector<std::uint16_t>& ports,
                                   std::uint16_t sdPort) const {
-    std::vector<std::string> args = {"-r", file_, "-V"};
-    const auto decodeAs = DecodeAs(ports, sdPort);
-    args.insert(args.end(), decodeAs.begin(), decodeAs.end());
-    return RunToEnd(tshark_, args);
+    return Read({"-V"}, ports, sdPort);
 }
 
 RunResult LoopbackCapture::Rows(const std::vector<std::uint16_t>& ports,
                                 std::uint16_t sdPort) const {
-    std::vector<std::string> args = {"-r", file_,
-                                     "-Y", "someip",
-                                     "-T", "fields",
-                                     "-E", "separator=;",
-                                     "-e", "ip.proto",
-                                     "-e", "someip.messagetype",
-                                     "-e", "someip.returncode",
-                                     "-e", "someipsd.entry.type",
-                                     "-e", "someip.serviceid",
-                                     "-e", "someip.methodid"};
-    const auto decodeAs = DecodeAs(ports, sdPort);
-    args.insert(args.end(), decodeAs.begin(), decodeAs.end());
-    return RunToEnd(tshark_, args);
+    std::vector<std::string> args = {"-Y", "someip", "-T", "fields", "-E", "separator=;"};
+    for (const char* field : {"ip.proto", "someip.messagetype", "someip.returncode",
+                              "someipsd.entry.type", "someip.serviceid", "someip.methodid"}) {
+        args.insert(args.end(), {"-e", field});
+    }
+    return Read(args, ports, sdPort);
 }
 
 std::string LoopbackCapture::FirstMark(const std::string& detail) {

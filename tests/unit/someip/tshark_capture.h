@@ -37,8 +37,9 @@ public:
     static std::string FirstMark(const std::string& detail);
 
 private:
-    std::vector<std::string> DecodeAs(const std::vector<std::uint16_t>& ports,
-                                      std::uint16_t sdPort) const;
+    // tshark on the capture with args, the ports decoded as SOME/IP.
+    RunResult Read(std::vector<std::string> args, const std::vector<std::uint16_t>& ports,
+                   std::uint16_t sdPort) const;
 
     std::string tshark_;
     std::string address_;

@@ -19,40 +19,6 @@ Command Parsed(const std::vector<std::string>& args) {
     return outcome.command.value_or(Command{});
 }
 
-struct KindCase {
-    std::vector<std::string> args;
-    CommandKind kind;
-    std::string name;
-};
-
-TEST(WardenctlCommandLine, EachSubcommandSelectsItsQuery) {
-    const std::vector<KindCase> cases = {
-        {{"node", "list"}, CommandKind::kNodeList, ""},
-        {{"node", "info", "n"}, CommandKind::kNodeInfo, "n"},
-        {{"event", "list"}, CommandKind::kEventList, ""},
-        {{"event", "info", "/T"}, CommandKind::kEventInfo, "/T"},
-        {{"event", "show", "/T"}, CommandKind::kEventShow, "/T"},
-        {{"event", "sub", "--service", "1", "--event-id", "2"}, CommandKind::kEventSub, ""},
-        {{"e2e", "--service", "1", "--topic", "t"}, CommandKind::kE2e, ""},
-        {{"method", "list"}, CommandKind::kMethodList, ""},
-        {{"method", "info", "m"}, CommandKind::kMethodInfo, "m"},
-        {{"method", "type", "m"}, CommandKind::kMethodType, "m"},
-        {{"type", "list"}, CommandKind::kTypeList, ""},
-        {{"type", "show", "/T"}, CommandKind::kTypeShow, "/T"},
-        {{"type", "refs"}, CommandKind::kTypeRefs, ""},
-        {{"latency", "on", "--service", "1", "--event-id", "2"}, CommandKind::kLatencyOn, ""},
-        {{"latency", "off", "--service", "1", "--topic", "t"}, CommandKind::kLatencyOff, ""},
-        {{"latency", "status", "--service", "1", "--topic", "t"}, CommandKind::kLatencyStatus, ""},
-        {{"latency", "result", "--service", "1", "--topic", "t"}, CommandKind::kLatencyResult, ""},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.args[0] + " " + c.args[1]);
-        const Command command = Parsed(c.args);
-        EXPECT_EQ(command.kind, c.kind);
-        EXPECT_EQ(command.name, c.name);
-    }
-}
-
 TEST(WardenctlCommandLine, GlobalOptionsWorkBeforeAndAfterTheSubcommand) {
     const std::vector<std::string> global = {"--json", "--driver",  "dds", "--instance",
                                              "7",      "--timeout", "300"};
@@ -77,14 +43,12 @@ TEST(WardenctlCommandLine, GlobalOptionsWorkBeforeAndAfterTheSubcommand) {
     EXPECT_EQ(defaults.instance, "1");
     EXPECT_EQ(defaults.timeout, 2000ms);
     EXPECT_FALSE(defaults.watch.has_value());
-}
-
-TEST(WardenctlCommandLine, WatchTakesAnOptionalIntervalInSeconds) {
+    // --watch takes an optional interval in seconds.
     EXPECT_EQ(Parsed({"node", "list", "--watch"}).watch, 2000ms);
     EXPECT_EQ(Parsed({"event", "list", "--watch", "0.5"}).watch, 500ms);
 }
 
-TEST(WardenctlCommandLine, IdsAreDecimalOrHexadecimal) {
+TEST(WardenctlCommandLine, IdsAreDecimalOrHexadecimalAndBecomeTheDaemonsIndexes) {
     const Command command =
         Parsed({"latency", "result", "--service", "0x1F", "--instance-id", "010", "--event-id",
                 "65535", "--topic", "t", "--period", "60"});
@@ -94,9 +58,8 @@ TEST(WardenctlCommandLine, IdsAreDecimalOrHexadecimal) {
     EXPECT_EQ(command.key.topic, "t");
     EXPECT_EQ(command.period, 60);
     EXPECT_EQ(Parsed({"e2e", "--service", "1", "--topic", "t"}).key.instanceId, 1);
-}
 
-TEST(WardenctlCommandLine, EventKeysBecomeTheIndexesTheDaemonExpects) {
+    // Event keys become the indexes the daemon expects.
     Command sub = Parsed({"event", "sub", "--service", "5", "--topic", "t", "--event-type", "/X"});
     auto index = vesk::wardenctl::SubEventIndex(sub);
     EXPECT_EQ(index.driver, DriverType::DDS);

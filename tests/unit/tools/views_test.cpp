@@ -124,7 +124,7 @@ EventInfoWithPubSub DdsEvent() {
     return event;
 }
 
-TEST(WardenctlViews, EventListShowsEachRecordOnItsOwnDriver) {
+TEST(WardenctlViews, EventListAndDocumentShowEachRecordOnItsOwnDriver) {
     QueryEventInfoOutput output;
     output.eventInfos = {DdsEvent(), SomeipEvent()};
     const View view = EventListView(output);
@@ -132,11 +132,8 @@ TEST(WardenctlViews, EventListShowsEachRecordOnItsOwnDriver) {
               "EVENT TYPE  DRIVER  SERVICE  INSTANCE  EVENT/TOPIC  PUBLISHER  ONLINE  SUBSCRIBERS\n"
               "/A/Path     DDS     0xE002   0x0003    path/topic   -          no      -\n"
               "/A/Pose     SOMEIP  0x1234   0x0001    0x8001       pub        yes     s1, s2\n");
-}
 
-TEST(WardenctlViews, EventDocumentsKeyTheirMapByDriverNameWithOnlyThatDriversMember) {
-    QueryEventInfoOutput output;
-    output.eventInfos = {DdsEvent(), SomeipEvent()};
+    // The document keys the map by driver name, with only that driver's member.
     const json document = output;
     const json& dds = document["eventInfos"][0]["registerInfo"]["eventMap_"];
     ASSERT_EQ(dds.size(), 1U) << dds;
