@@ -62,46 +62,33 @@ TEST(CatalogueConcurrencyTest, QueriesCopyWholeLoadsWhileLoadsRun) {
 
     std::atomic<bool> done{false};
     std::atomic<int> faults{0};
-    const auto readAll = [&] {
-        do {
-            for (const auto& [name, text] : store.QueryAllDataType()) {
-                if (onDisk.at(name) != text) {
-                    ++faults;
-                }
-            }
-        } while (!done.load());
-    };
-    const auto readRefLists = [&] {
+    const auto read = [&] {
         do {
             const auto msgs = store.QueryAllDataType();
+            for (const auto& [name, text] : msgs) {
+                faults += onDisk.at(name) == text ? 0 : 1;
+            }
             for (const auto& [root, list] : store.QueryDataTypeRefList()) {
-                if (root == "9") {
-                    faults += list == std::vector<std::string>{"9"} ? 0 : 1;
-                    continue;
-                }
                 std::vector<std::string> expected{root};
-                for (const auto& suffix : kChildSuffixes) {
+                for (const auto& suffix :
+                     root == "9" ? std::vector<std::string>{} : kChildSuffixes) {
                     expected.push_back(root + suffix);
                 }
                 faults += list == expected ? 0 : 1;
             }
-            // A root's children come in with the root, never after it.
             for (int i = 0; i < kRoots; ++i) {
+                // A root's children come in with the root, never after it.
                 if (msgs.count(Root(i)) != 0 && msgs.count(Root(i) + kChildSuffixes.back()) == 0) {
                     ++faults;
                 }
-            }
-            // Answers from the shared snapshot: either not loaded yet or the text on disk.
-            for (int i = 0; i < kRoots; ++i) {
+                // Answers from the shared snapshot: either not loaded yet or the text on disk.
                 const std::string text = store.QueryDataType(Root(i));
-                if (!text.empty() && text != onDisk.at(Root(i))) {
-                    ++faults;
-                }
+                faults += text.empty() || text == onDisk.at(Root(i)) ? 0 : 1;
             }
         } while (!done.load());
     };
-    std::thread reader1(readAll);
-    std::thread reader2(readRefLists);
+    std::thread reader1(read);
+    std::thread reader2(read);
     const auto status = loaded.get_future().wait_for(std::chrono::seconds(60));
     done = true;
     reader1.join();

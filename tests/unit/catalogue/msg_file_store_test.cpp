@@ -9,7 +9,6 @@
 #include <string>
 #include <vector>
 
-#include "catalogue/user_msg_dir.h"
 #include "tests/unit/catalogue/catalogue_fixture.h"
 
 namespace {
@@ -27,6 +26,7 @@ using Names = std::vector<std::string>;
 class MsgFileStoreTest : public CatalogueTest {};
 
 TEST_F(MsgFileStoreTest, FileNamesKeepTheFirstSlashWhileKeysKeepThemAll) {
+    EXPECT_EQ(MsgFileStore::GetInstance().DefaultDir(), "/etc/vesktools/msg/");
     defaultDir_.WriteFile("Norvane-AP-Speed.msg", Struct("/Norvane/AP/Speed", {"a/b/c"}));
     defaultDir_.WriteFile("a/b-c.msg", Struct("a/b/c", {}));
     EXPECT_EQ(store_->ReadMsgFile("a/b/c"), Struct("a/b/c", {}));
@@ -77,16 +77,6 @@ TEST_F(MsgFileStoreTest, UserDirectoryShadowsTheDefaultUnlessItsFileIsEmpty) {
     }
 }
 
-TEST_F(MsgFileStoreTest, DaemonStoreSearchesTheDashPDirectorySetAfterItWasMade) {
-    MsgFileStore& daemonStore = MsgFileStore::GetInstance();
-    EXPECT_EQ(daemonStore.DefaultDir(), "/etc/vesktools/msg/");
-    const std::string saved = vesk::wardend::userMsgDir;
-    userDir_.WriteFile("Only-In-User.msg", "from -p");
-    vesk::wardend::userMsgDir = userDir_.Path() + "/";
-    EXPECT_EQ(daemonStore.ReadMsgFile("/Only/In/User"), "from -p");
-    vesk::wardend::userMsgDir = saved;
-}
-
 TEST_F(MsgFileStoreTest, LoadStoresEveryListedTypeAndItsReferenceListEvenWithoutAFile) {
     userDir_.WriteFile("Root.msg", Struct("Root", {"Child", "Missing", "uint8"}));
     userDir_.WriteFile("Child.msg", Struct("Child", {}));
@@ -123,7 +113,7 @@ TEST_F(MsgFileStoreTest, TheLastLoadWinsAnEmptyResultIncluded) {
     EXPECT_EQ(store_->QueryAllDataType().count("Child"), 1U);
 }
 
-TEST_F(MsgFileStoreTest, ErrorDomainIsFiledUnderItsDecimalId) {
+TEST_F(MsgFileStoreTest, ErrorDomainIsFiledUnderItsDecimalIdAndSearchedInTheUserDirFirst) {
     const std::string text = R"({"Name": "Speed", "Type": "TYPE_ENUM"})";
     defaultDir_.WriteFile("errors/error_domain-5-Speed.msg", text);
     defaultDir_.WriteFile("errors/error_domain-18446744073709551615-Max.msg", "max");
@@ -147,9 +137,8 @@ TEST_F(MsgFileStoreTest, ErrorDomainIsFiledUnderItsDecimalId) {
                        "Wardend cannot find error code msg file in default dir "
                        "errors/error_domain-5-Speed.msg"),
               0U);
-}
 
-TEST_F(MsgFileStoreTest, ErrorDomainSearchesUserFirstAndWarnsWhenMissingEverywhere) {
+    // The user directory comes first; without one, a file missing everywhere is warned about.
     userDir_.WriteFile("errors/error_domain-7-Gear.msg", "user");
     defaultDir_.WriteFile("errors/error_domain-7-Gear.msg", "default");
     EXPECT_EQ(store_->ReadErrorDomainFile("errors/error_domain-7-Gear.msg"), "user");

@@ -48,23 +48,22 @@ TEST(FutureTest, ThenRunsOnTheThreadThatMakesTheValueAvailable) {
     }
 }
 
-TEST(FutureTest, ThenPassesErrorsAndResultsThrough) {
-    Promise<int> promise;
-    auto next = promise.get_future().then([](Future<int> done) -> Result<std::string> {
+// A continuation may return a Result, void or a Future; an error passes through a Result.
+TEST(FutureTest, ThenChainsThroughResultsVoidAndFutures) {
+    Promise<int> failing;
+    auto next = failing.get_future().then([](Future<int> done) -> Result<std::string> {
         auto result = done.GetResult();
         if (!result.HasValue()) {
             return Result<std::string>::FromError(result.Error());
         }
         return std::to_string(result.Value());
     });
-    promise.SetError(lumo::vcc::api::types::MakeErrorCode(
+    failing.SetError(lumo::vcc::api::types::MakeErrorCode(
         lumo::vcc::api::types::ComErrc::kServiceNotOffered, 0));
     auto result = next.GetResult();
     ASSERT_FALSE(result.HasValue());
     EXPECT_EQ(result.Error().Value(), 11);
-}
 
-TEST(FutureTest, ThenChainsIntoVoidAndIntoFutures) {
     Promise<int> promise;
     Promise<int> inner;
     int seen = 0;
@@ -81,18 +80,9 @@ TEST(FutureTest, ThenChainsIntoVoidAndIntoFutures) {
     EXPECT_EQ(chained.get(), 10);
 }
 
-TEST(FutureTest, DestroyingAnUnsatisfiedPromiseBreaksIt) {
-    Future<int> future;
-    {
-        Promise<int> promise;
-        future = promise.get_future();
-    }
-    auto result = future.GetResult();
-    ASSERT_FALSE(result.HasValue());
-    EXPECT_EQ(result.Error(), FutureError(ara::core::future_errc::broken_promise));
-}
-
-TEST(FutureTest, MisuseRaisesFutureExceptionsWithTheirCodes) {
+// Misuse raises FutureException with its code; a promise destroyed unsatisfied breaks its future,
+// and get() on an error throws that error's domain exception.
+TEST(FutureTest, MisuseAndErrorsRaiseTheirExceptions) {
     const auto expectThrows = [](const char* what, ara::core::future_errc code, auto call) {
         try {
             call();
@@ -110,25 +100,32 @@ TEST(FutureTest, MisuseRaisesFutureExceptionsWithTheirCodes) {
                  [&] { promise.set_value(2); });
     expectThrows("get on an empty future", ara::core::future_errc::no_state,
                  [] { (void)Future<int>().get(); });
-}
 
-TEST(FutureTest, GetThrowsTheErrorsDomainException) {
-    auto future =
+    Future<int> broken;
+    {
+        Promise<int> dropped;
+        broken = dropped.get_future();
+    }
+    expectThrows("a destroyed promise", ara::core::future_errc::broken_promise,
+                 [&] { (void)broken.get(); });
+
+    auto failed =
         Future<int>::MakeReady(Result<int>::FromError(lumo::vcc::api::types::MakeErrorCode(
             lumo::vcc::api::types::ComErrc::kCommunicationStackError, 0)));
-    EXPECT_THROW(future.get(), lumo::vcc::api::types::ComException);
+    EXPECT_THROW(failed.get(), lumo::vcc::api::types::ComException);
 }
 
-TEST(FutureTest, WaitForTimesOutOnAPendingFuture) {
-    Promise<int> promise;
-    auto future = promise.get_future();
-    EXPECT_EQ(future.wait_for(std::chrono::milliseconds(1)), ara::core::future_status::timeout);
-    promise.set_value(1);
-    EXPECT_EQ(future.wait_for(std::chrono::milliseconds(1)), ara::core::future_status::ready);
-}
+// A pending future times out. The first thread to wait runs the helper, once; a state that is
+// ready drops it unrun.
+TEST(FutureTest, WaitingTimesOutOrRunsTheWaitHelperOnce) {
+    Promise<int> pending;
+    auto pendingFuture = pending.get_future();
+    EXPECT_EQ(pendingFuture.wait_for(std::chrono::milliseconds(1)),
+              ara::core::future_status::timeout);
+    pending.set_value(1);
+    EXPECT_EQ(pendingFuture.wait_for(std::chrono::milliseconds(1)),
+              ara::core::future_status::ready);
 
-// The first thread to wait runs the helper, once; a state that is ready drops it unrun.
-TEST(FutureTest, TheFirstWaiterRunsTheWaitHelperOnce) {
     ara::core::Promise<int> promise;
     auto future = promise.get_future();
     int runs = 0;

@@ -55,15 +55,6 @@ TEST(VeskMsgManagerTest, ListsTheExampleTrajectoryDepthFirstInDocumentOrder) {
                      "/Norvane/AP/VehicleSpeed", "/Norvane/AP/Float32", "/Norvane/AP/GearState"}));
 }
 
-TEST(VeskMsgManagerTest, FollowsEveryReferenceKeyAndSkipsPrimitivesAndRepeats) {
-    TempDir dir;
-    dir.WriteFile("M.msg", R"({"Name": "M", "Type": "TYPE_MAP", "Key": "K", "Value": "V"})");
-    dir.WriteFile("A.msg", R"({"Name": "A", "Type": "TYPE_ARRAY", "Size": 3, "Element": "K"})");
-    VeskMsgManager manager(dir.Path() + "/", "", {});
-    EXPECT_EQ(Walk(manager, Struct("R", {"uint8", "M", "string", "A", "M", "float64"})),
-              (Names{"R", "M", "K", "V", "A"}));
-}
-
 TEST(VeskMsgManagerTest, UserDirectoryShadowsDefaultUnlessItsFileIsEmpty) {
     TempDir user;
     TempDir fallback;
@@ -76,13 +67,19 @@ TEST(VeskMsgManagerTest, UserDirectoryShadowsDefaultUnlessItsFileIsEmpty) {
               (Names{"R", "A", "FromUser", "B", "BFromDefault"}));
 }
 
-TEST(VeskMsgManagerTest, CyclesMissingAndBrokenFilesEndTheWalkButAreListed) {
+// Every reference key is followed and primitives and repeats are skipped; a cycle, a missing
+// file and a broken one end their branch of the walk but are listed.
+TEST(VeskMsgManagerTest, FollowsEveryReferenceKeyToACycleOrAMissingOrBrokenFile) {
     TempDir dir;
-    dir.WriteFile("A.msg", Struct("A", {"B"}));
-    dir.WriteFile("B.msg", Struct("B", {"A", "R", "Broken", "Gone"}));
+    dir.WriteFile("M.msg", R"({"Name": "M", "Type": "TYPE_MAP", "Key": "K", "Value": "V"})");
+    dir.WriteFile("A.msg", R"({"Name": "A", "Type": "TYPE_ARRAY", "Size": 3, "Element": "K"})");
+    dir.WriteFile("C.msg", Struct("C", {"D"}));
+    dir.WriteFile("D.msg", Struct("D", {"C", "R", "Broken", "Gone"}));
     dir.WriteFile("Broken.msg", R"({"Name": "Broken", "Members": [)");
     VeskMsgManager manager(dir.Path() + "/", "", {});
-    EXPECT_EQ(Walk(manager, Struct("R", {"A"})), (Names{"R", "A", "B", "Broken", "Gone"}));
+    EXPECT_EQ(Walk(manager, Struct("R", {"uint8", "M", "string", "A", "M", "float64"})),
+              (Names{"R", "M", "K", "V", "A"}));
+    EXPECT_EQ(Walk(manager, Struct("R", {"C"})), (Names{"R", "C", "D", "Broken", "Gone"}));
     EXPECT_EQ(manager.JsonCache().at("Gone"), "");
 }
 

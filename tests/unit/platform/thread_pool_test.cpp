@@ -24,24 +24,6 @@ ThreadPool::Task HoldUntilStopped(const ThreadPool& pool, wardend::test::Gate& g
     };
 }
 
-TEST(ThreadPoolTest, RefusesTasksBeyondTheQueueSizeAndStopDropsQueuedOnes) {
-    ThreadPool sut(1, 2, "wrdn_test");
-    wardend::test::Gate gate;
-    std::atomic<int> ran{0};
-    ASSERT_TRUE(sut.Enqueue(HoldUntilStopped(sut, gate), 1));
-    EXPECT_TRUE(gate.WaitEntered(1));
-    EXPECT_TRUE(sut.Enqueue([&] { ++ran; }, 2));
-    EXPECT_TRUE(sut.Enqueue([&] { ++ran; }, 2));
-    EXPECT_FALSE(sut.Enqueue([&] { ++ran; }, 2));
-    EXPECT_EQ(sut.QueuedCount(), 2U);
-    gate.Open();
-    sut.Stop();
-    EXPECT_EQ(ran.load(), 0);
-    EXPECT_EQ(sut.DroppedCount(), 2U);
-    EXPECT_FALSE(sut.Enqueue([&] { ++ran; }, 1));
-    sut.Stop();  // a second stop is harmless
-}
-
 TEST(ThreadPoolTest, OneThreadRunsTasksInArrivalOrder) {
     ThreadPool sut(1, 64, "wrdn_test");
     std::vector<int> order;
@@ -71,9 +53,10 @@ TEST(ThreadPoolTest, TasksQueuedOneAtATimeRunWithAndWithoutPolling) {
 }
 
 // The thread that queued a task takes it back and runs it while the worker is busy; a task the
-// worker has started, a second take-back and a take-back after Stop run nothing.
-TEST(ThreadPoolTest, TheSubmitterRunsItsTaskOnlyWhileNoWorkerHasIt) {
-    ThreadPool sut(1, 8, "wrdn_test");
+// worker has started, a second take-back and a take-back after Stop run nothing. The queue refuses
+// tasks beyond its size; Stop drops the queued ones and refuses more.
+TEST(ThreadPoolTest, TheSubmitterRunsItsTaskOnlyWhileNoWorkerHasItAndStopDropsTheRest) {
+    ThreadPool sut(1, 2, "wrdn_test");
     wardend::test::Gate gate;
     std::atomic<int> ran{0};
     ThreadPool::QueuedTask started;
@@ -94,6 +77,7 @@ TEST(ThreadPoolTest, TheSubmitterRunsItsTaskOnlyWhileNoWorkerHasIt) {
         queued = first.Take();
     }
     ASSERT_TRUE(queued);
+    EXPECT_FALSE(sut.Enqueue([&] { ++ran; }, 2)) << "beyond the queue size";
     EXPECT_EQ(sut.QueuedCount(), 2U);
     EXPECT_TRUE(queued.RunHere());
     EXPECT_EQ(ranOn, std::this_thread::get_id());
@@ -111,6 +95,8 @@ TEST(ThreadPoolTest, TheSubmitterRunsItsTaskOnlyWhileNoWorkerHasIt) {
     EXPECT_FALSE(dropped.RunHere());
     EXPECT_EQ(ran.load(), 0);
     EXPECT_EQ(sut.DroppedCount(), 2U);
+    EXPECT_FALSE(sut.Enqueue([&] { ++ran; }, 1));
+    sut.Stop();  // a second stop is harmless
     EXPECT_FALSE(ThreadPool::FirstQueued().Take());
 }
 

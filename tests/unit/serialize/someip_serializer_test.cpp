@@ -30,7 +30,7 @@ std::shared_ptr<SerializationNode> ListenerTlvNode(bool dynamic, std::uint8_t wi
 
 class SomeipSerializerTest : public SerializeLogTest {};
 
-TEST_F(SomeipSerializerTest, KnownAnswersInTheDefaultConfiguration) {
+TEST_F(SomeipSerializerTest, KnownAnswers) {
     const Bytes index = {
         0x00, 0x00, 0x00, 0x02, 0x00, 0x01,  // drivers: 2 bytes, SOMEIP
         0x12, 0x34,                          // serviceId
@@ -54,6 +54,22 @@ TEST_F(SomeipSerializerTest, KnownAnswersInTheDefaultConfiguration) {
         0xFF, 0xFF, 0xFF, 0xFE,                                // pid -2
     };
     EXPECT_EQ(Write(SmallField(), SerializeConfig{}), field);
+
+    SerializeConfig config;
+    config.byteOrder = ByteOrder::kLittleEndian;
+    config.isStringRaw = true;
+    config.stringLengthField = 2;
+    config.structLengthField = 1;
+    const Bytes littleRaw = {
+        0x10,                    // struct length: the 16 bytes behind it
+        0x02, 0x00, 0x00, 0x00,  // drivers: 2 bytes
+        0x01, 0x00,              // SOMEIP
+        0x34, 0x12,              // serviceId
+        0x01, 0x00,              // instanceId
+        0x02, 0x00, 'a',  'b',   // topicName, raw, 2-byte length
+        0x02, 0x80,              // eventId
+    };
+    EXPECT_EQ(Write(SmallIndex(), config), littleRaw);
 }
 
 // Values without a node go through a writer of their own. A node tree that changes nothing
@@ -100,24 +116,6 @@ TEST_F(SomeipSerializerTest, ANullBufferIsRefused) {
                        "[Someip Serializer] Memory copy return error, Invalid serialization."));
 }
 
-TEST_F(SomeipSerializerTest, KnownAnswersLittleEndianRawAndStructLength) {
-    SerializeConfig config;
-    config.byteOrder = ByteOrder::kLittleEndian;
-    config.isStringRaw = true;
-    config.stringLengthField = 2;
-    config.structLengthField = 1;
-    const Bytes expected = {
-        0x10,                    // struct length: the 16 bytes behind it
-        0x02, 0x00, 0x00, 0x00,  // drivers: 2 bytes
-        0x01, 0x00,              // SOMEIP
-        0x34, 0x12,              // serviceId
-        0x01, 0x00,              // instanceId
-        0x02, 0x00, 'a',  'b',   // topicName, raw, 2-byte length
-        0x02, 0x80,              // eventId
-    };
-    EXPECT_EQ(Write(SmallIndex(), config), expected);
-}
-
 TEST_F(SomeipSerializerTest, PaddingIsRelativeToTheMessageAndFollowsTheValue) {
     const auto node = BuildRootNode<ListenerParams>(
         NodeStyle{4, ByteOrder::kBigEndian, false, false, 4, 0, false});
@@ -149,7 +147,8 @@ TEST_F(SomeipSerializerTest, PaddingIsRelativeToTheMessageAndFollowsTheValue) {
     EXPECT_EQ(Write(status, SerializeConfig{}, statusNode, true), (Bytes{0x01, 0x01, 0x00}));
 }
 
-TEST_F(SomeipSerializerTest, TlvKnownAnswersStaticAndDynamic) {
+// Flat and nested, with static and dynamic length widths.
+TEST_F(SomeipSerializerTest, TlvKnownAnswers) {
     const ListenerParams value{"ab", 1, 2};
     const Bytes staticWidth = {
         0x40, 0x01, 0x00, 0x00, 0x00, 0x06,  // tag: wire type 4, id 1; 4-byte length
@@ -164,11 +163,9 @@ TEST_F(SomeipSerializerTest, TlvKnownAnswersStaticAndDynamic) {
         0x20, 0x03, 0x00, 0x00, 0x00, 0x02,                  //
     };
     EXPECT_EQ(Write(value, SerializeConfig{}, ListenerTlvNode(true)), dynamicWidth);
-}
 
-TEST_F(SomeipSerializerTest, NestedTlvKnownAnswers) {
-    const LatencySwitch value{LatencyMode::kOn, SmallIndex()};
-    const Bytes staticWidth = {
+    const LatencySwitch nested{LatencyMode::kOn, SmallIndex()};
+    const Bytes nestedStatic = {
         0x00, 0x01, 0x01,                                // mode: wire type 0, id 1
         0x40, 0x02, 0x00, 0x00, 0x00, 0x20,              // index: wire type 4, 32 bytes
         0x40, 0x01, 0x00, 0x00, 0x00, 0x02, 0x00, 0x01,  //   drivers: SOMEIP
@@ -180,9 +177,9 @@ TEST_F(SomeipSerializerTest, NestedTlvKnownAnswers) {
     };
     const auto staticNode =
         BuildRootNode<LatencySwitch>(NodeStyle{0, ByteOrder::kBigEndian, true, false, 4, 0, false});
-    EXPECT_EQ(Write(value, SerializeConfig{}, staticNode), staticWidth);
+    EXPECT_EQ(Write(nested, SerializeConfig{}, staticNode), nestedStatic);
 
-    const Bytes dynamicWidth = {
+    const Bytes nestedDynamic = {
         0x00, 0x01, 0x01,                    // mode
         0x50, 0x02, 0x1A,                    // index: wire type 5, 26 bytes
         0x50, 0x01, 0x02, 0x00, 0x01,        //   drivers
@@ -194,10 +191,12 @@ TEST_F(SomeipSerializerTest, NestedTlvKnownAnswers) {
     };
     const auto dynamicNode =
         BuildRootNode<LatencySwitch>(NodeStyle{0, ByteOrder::kBigEndian, true, true, 4, 0, false});
-    EXPECT_EQ(Write(value, SerializeConfig{}, dynamicNode), dynamicWidth);
+    EXPECT_EQ(Write(nested, SerializeConfig{}, dynamicNode), nestedDynamic);
 }
 
-TEST_F(SomeipSerializerTest, TlvMembersInAnotherOrderUnknownIdsAndAbsentMembers) {
+// Members in another order, unknown ids and absent members are read; a member over the end of
+// the buffer is refused.
+TEST_F(SomeipSerializerTest, TlvMembersInAnyOrderAndAMemberOverTheBuffer) {
     const Bytes stream = {
         0x20, 0x03, 0x00, 0x00, 0x00, 0x02,              // readerPid first
         0x70, 0x09, 0x00, 0x00, 0x00, 0x02, 0xAA, 0xBB,  // id 9: unknown, skipped
@@ -209,12 +208,10 @@ TEST_F(SomeipSerializerTest, TlvMembersInAnotherOrderUnknownIdsAndAbsentMembers)
                              "Deserialization, cannot find dataId[dataId=2]",
                              [&] { EXPECT_EQ(reader.GetSize(), stream.size()); }));
     EXPECT_EQ(reader.GetValue(), (ListenerParams{"ab", 0, 2}));
-}
 
-TEST_F(SomeipSerializerTest, TlvStreamOverBufferIsRefused) {
-    const Bytes stream = {0x20, 0x02, 0x00, 0x00, 0x00, 0x01, 0x50, 0x01, 0x10, 0xEF};
-    Deserializer<ListenerParams> reader(stream.data(), stream.size(), ListenerTlvNode(false));
-    EXPECT_EQ(reader.GetSize(), kSizeFailure);
+    const Bytes overBuffer = {0x20, 0x02, 0x00, 0x00, 0x00, 0x01, 0x50, 0x01, 0x10, 0xEF};
+    Deserializer<ListenerParams> cut(overBuffer.data(), overBuffer.size(), ListenerTlvNode(false));
+    EXPECT_EQ(cut.GetSize(), kSizeFailure);
 }
 
 TEST_F(SomeipSerializerTest, StringEdgeCases) {
@@ -230,6 +227,10 @@ TEST_F(SomeipSerializerTest, StringEdgeCases) {
     const String text251(251, 'x');
     EXPECT_EQ(Serializer<String>(text252, oneByte).GetSize(), kSizeFailure);
     EXPECT_EQ(Serializer<String>(text251, oneByte).GetSize(), 256U);
+    // A member that fails makes the whole record fail.
+    NodeInfo node;
+    node.methods = {text252};
+    EXPECT_EQ(Serializer<NodeInfo>(node, oneByte).GetSize(), kSizeFailure);
 
     // With a data id and a dynamic length field the width grows to 2 instead.
     auto tagged = std::make_shared<SerializationNode>();
@@ -259,12 +260,6 @@ TEST_F(SomeipSerializerTest, LengthFieldLimitsByWidth) {
     const std::vector<std::uint8_t> tooLong(0x10000);
     EXPECT_EQ(Serializer<std::vector<std::uint8_t>>(fits, twoBytes).GetSize(), 0xFFFFU + 2U);
     EXPECT_EQ(Serializer<std::vector<std::uint8_t>>(tooLong, twoBytes).GetSize(), kSizeFailure);
-    // A member that fails makes the whole record fail.
-    SerializeConfig oneByte;
-    oneByte.stringLengthField = 1;
-    NodeInfo node;
-    node.methods = {String(300, 'm')};
-    EXPECT_EQ(Serializer<NodeInfo>(node, oneByte).GetSize(), kSizeFailure);
 }
 
 TEST_F(SomeipSerializerTest, MalformedStringsAreRefused) {
@@ -293,12 +288,21 @@ TEST_F(SomeipSerializerTest, MalformedStringsAreRefused) {
     }
 }
 
-TEST_F(SomeipSerializerTest, UnevenVectorIsAnInvalidSizeParameter) {
+// A vector of uneven length is refused, and so is one of raw strings without a length field,
+// which take no bytes and must not loop the reader.
+TEST_F(SomeipSerializerTest, VectorsThatCannotBeReadAreRefused) {
     const Bytes stream = {0, 0, 0, 3, 0x00, 0x01, 0x02};
     Deserializer<std::vector<std::uint16_t>> reader(stream.data(), stream.size(),
                                                     SerializeConfig{});
     EXPECT_TRUE(LogsPeerLine("Construct deserialization for Vector failed, invalid size parameter!",
                              [&] { EXPECT_EQ(reader.GetSize(), kSizeFailure); }));
+
+    SerializeConfig config;
+    config.isStringRaw = true;
+    config.stringLengthField = 0;
+    const Bytes strings = {0, 0, 0, 2, 'a', 'b'};
+    Deserializer<std::vector<String>> zeroWidth(strings.data(), strings.size(), config);
+    EXPECT_EQ(zeroWidth.GetSize(), kSizeFailure);
 }
 
 TEST_F(SomeipSerializerTest, TooFewConfigurationNodesFailTheSize) {
@@ -390,16 +394,6 @@ TEST_F(SomeipSerializerTest, StructLengthFieldSkipsMembersThisSideDoesNotKnow) {
     Deserializer<ListenerParams> reader(stream.data(), stream.size(), config);
     EXPECT_EQ(reader.GetSize(), stream.size());
     EXPECT_EQ(reader.GetValue(), value);
-}
-
-TEST_F(SomeipSerializerTest, AStringOfZeroWidthEntriesCannotHangTheReader) {
-    // Raw strings without a length field take no bytes: a vector of them must not loop.
-    SerializeConfig config;
-    config.isStringRaw = true;
-    config.stringLengthField = 0;
-    const Bytes stream = {0, 0, 0, 2, 'a', 'b'};
-    Deserializer<std::vector<String>> reader(stream.data(), stream.size(), config);
-    EXPECT_EQ(reader.GetSize(), kSizeFailure);
 }
 
 // Map values are read straight into the map's nodes: a repeated key keeps the first value, and

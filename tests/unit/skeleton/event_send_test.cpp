@@ -26,6 +26,14 @@ LatencySwitch Switch(std::uint16_t eventId) {
     return sample;
 }
 
+// A serializer whose size is beyond what a sample may take.
+struct HugeSerializer {
+    std::uint64_t GetSize() { return 0xFFFFFFECULL; }
+    void Serialize(unsigned char* /*buffer*/) {
+        ADD_FAILURE() << "an oversized sample was written";
+    }
+};
+
 class EventSendTest : public wardend::test::MemoryLogTest {
 protected:
     void TearDown() override {
@@ -83,7 +91,7 @@ protected:
     std::vector<DriverType> registered_;
 };
 
-TEST_F(EventSendTest, AnEventBeforeTheOfferIsRefusedAfterItGoesOut) {
+TEST_F(EventSendTest, AnEventBeforeTheOfferOrAboveTheSizeLimitIsRefusedAfterItGoesOut) {
     auto someip = AddDriver(DriverType::kSomeip, SerializeType::kSomeip, false);
     Build({DriverType::kSomeip});
     const auto early = Send(Switch(1));
@@ -97,6 +105,13 @@ TEST_F(EventSendTest, AnEventBeforeTheOfferIsRefusedAfterItGoesOut) {
                   .Value(),
               static_cast<int>(lumo::vcc::api::types::ComErrc::kCommunicationStackError));
     EXPECT_TRUE(Logged(LogLevel::kError, "[Vcc][Event were not initialized][id=99]"));
+    HugeSerializer huge;
+    lumo::vcc::api::types::internal::SampleInfoImpl info;
+    EXPECT_FALSE(vcc_->FindEvent(kEventId)->SendCommonData(someip->Event(kEventId), huge, info,
+                                                           DriverType::kSomeip));
+    EXPECT_TRUE(Logged(LogLevel::kError,
+                       "[EventSkeleton][Serialize failed, maybe length filed is less than actual "
+                       "size][instanceId=1, shortName=LatencySwitch, protocol=SOMEIP]"));
 
     ASSERT_TRUE(vcc_->OfferService());
     ASSERT_TRUE(Send(Switch(2)).HasValue());
@@ -142,26 +157,6 @@ TEST_F(EventSendTest, TrafficPolicyAndLatencyStampShapeWhatIsSent) {
     EXPECT_TRUE(Send(Switch(5)).HasValue());
     EXPECT_FALSE(Send(Switch(6)).HasValue());
     EXPECT_EQ(event->GetStats()->TrafficControlledCount(), 1U);
-}
-
-// A serializer whose size is beyond what a sample may take.
-struct HugeSerializer {
-    std::uint64_t GetSize() { return 0xFFFFFFECULL; }
-    void Serialize(unsigned char* /*buffer*/) {
-        ADD_FAILURE() << "an oversized sample was written";
-    }
-};
-
-TEST_F(EventSendTest, ASampleAboveTheSizeLimitIsRefused) {
-    auto someip = AddDriver(DriverType::kSomeip, SerializeType::kSomeip, false);
-    Build({DriverType::kSomeip});
-    auto event = vcc_->FindEvent(kEventId);
-    HugeSerializer huge;
-    lumo::vcc::api::types::internal::SampleInfoImpl info;
-    EXPECT_FALSE(event->SendCommonData(someip->Event(kEventId), huge, info, DriverType::kSomeip));
-    EXPECT_TRUE(Logged(LogLevel::kError,
-                       "[EventSkeleton][Serialize failed, maybe length filed is less than actual "
-                       "size][instanceId=1, shortName=LatencySwitch, protocol=SOMEIP]"));
 }
 
 TEST_F(EventSendTest, AFieldSendsOnlyWhenItsValueChanges) {

@@ -168,9 +168,8 @@ protected:
 };
 
 // The returned output in both wire families; then a SOME/IP reply that the user method writes
-// itself (its DDS reply is still the returned output), and one that it cannot write, which is a
-// binding failure.
-TEST_F(MethodSkeletonTest, ValueRepliesInBothWireFamiliesAndTheLoanGoesBack) {
+// itself (its DDS reply is still the returned output); then the binding's own failures.
+TEST_F(MethodSkeletonTest, ValueAndBindingFailureRepliesAndTheLoanGoesBack) {
     Build(2, 8);
     const struct {
         LengthService::Mode mode;
@@ -192,13 +191,19 @@ TEST_F(MethodSkeletonTest, ValueRepliesInBothWireFamiliesAndTheLoanGoesBack) {
         EXPECT_EQ(ResultOf(replies[replied - 2], kSomeip), c.someipResult);
         EXPECT_EQ(ResultOf(replies[replied - 1], kDds), 7);
     }
+    // Binding failures: a reply the user method cannot write, and a parameter whose length field
+    // announces more than the request holds (which never reaches the user).
     service_->mode = LengthService::Mode::kEncodedTooLarge;
-    (void)handler_->Deliver(SomeipString("ab"), kSomeip);
-    ASSERT_TRUE(handler_->WaitForReplies(++replied));
-    const auto tooLarge = handler_->Replies().back();
-    ASSERT_TRUE(tooLarge.isError);
-    EXPECT_EQ(ErrorOf(tooLarge).second,
-              static_cast<std::int32_t>(lumo::vcc::api::types::ComErrc::kNetworkBindingFailure));
+    for (const auto& request :
+         {SomeipString("ab"), std::vector<unsigned char>{0, 0, 0, 100, 'a', 'b'}}) {
+        (void)handler_->Deliver(request, kSomeip);
+        ASSERT_TRUE(handler_->WaitForReplies(++replied));
+        const auto reply = handler_->Replies().back();
+        ASSERT_TRUE(reply.isError);
+        EXPECT_EQ(ErrorOf(reply), (std::pair<std::uint64_t, std::int32_t>{
+                                      lumo::vcc::api::types::ComErrorDomain::kId, 3}));
+    }
+    EXPECT_TRUE(Logged(LogLevel::kError, "[Vcc][Serialize method parameter failed][id=32777]"));
     EXPECT_EQ(lumo::vcc::PlainSomeipReplyConfig(), nullptr) << "outside a user method";
     EXPECT_TRUE(handler_->WaitForLoansReturned());
     EXPECT_EQ(vcc_->FindMethodStats(kMethodId)->requestsToUser, 5U);
@@ -270,27 +275,6 @@ TEST_F(MethodSkeletonTest, UserFailuresSendNoReply) {
               0U);
 }
 
-TEST_F(MethodSkeletonTest, AMalformedParameterGetsNetworkBindingFailure) {
-    Build(1, 8);
-    // A string whose length field announces more than the request holds.
-    (void)handler_->Deliver({0, 0, 0, 100, 'a', 'b'}, kSomeip);
-    ASSERT_TRUE(handler_->WaitForReplies(1));
-    const auto [domain, code] = ErrorOf(handler_->Replies()[0]);
-    EXPECT_EQ(domain, lumo::vcc::api::types::ComErrorDomain::kId);
-    EXPECT_EQ(code, 3);
-    EXPECT_EQ(service_->calls, 0);
-    EXPECT_TRUE(Logged(LogLevel::kError, "[Vcc][Serialize method parameter failed][id=32777]"));
-}
-
-TEST_F(MethodSkeletonTest, ARequestBeforeTheUserMethodIsRegisteredIsDropped) {
-    Build(1, 8, false);
-    (void)handler_->Deliver(SomeipString("x"), kSomeip);
-    DrainPool();
-    EXPECT_TRUE(Logged(LogLevel::kWarn, "[MethodSkeleton][Method was not registerd]"));
-    EXPECT_TRUE(handler_->Replies().empty());
-    EXPECT_EQ(handler_->OpenLoans(), 0U);
-}
-
 TEST_F(MethodSkeletonTest, StatusOneIsAnE2EErrorUnderProfile41Alone) {
     struct Case {
         std::uint8_t profile;
@@ -346,8 +330,16 @@ TEST_F(MethodSkeletonTest, UnsetMethodCallbackWaitsForTheCallInFlight) {
                        "MethodSkeletonImpl is unset method callback with method id:32777"));
 }
 
-TEST_F(MethodSkeletonTest, RegisteringTwiceKeepsTheFirstMethod) {
-    Build(1, 8);
+// Before the user method is registered a request is dropped; a second registration of the
+// method keeps the first.
+TEST_F(MethodSkeletonTest, RequestsBeforeTheUserMethodAreDroppedAndRegisteringTwiceKeepsTheFirst) {
+    Build(1, 8, false);
+    (void)handler_->Deliver(SomeipString("x"), kSomeip);
+    DrainPool();
+    EXPECT_TRUE(Logged(LogLevel::kWarn, "[MethodSkeleton][Method was not registerd]"));
+    EXPECT_TRUE(handler_->Replies().empty());
+    EXPECT_EQ(handler_->OpenLoans(), 0U);
+
     auto first = vcc_->FindMethod(kMethodId);
     EXPECT_TRUE(Encapsulate());
     EXPECT_EQ(vcc_->FindMethod(kMethodId), first);

@@ -94,6 +94,7 @@ TEST(MethodSkeletonConcurrencyTest, PoolContinuationsAndUnsetWhileCallsArrive) {
 
         std::atomic<bool> detached{false};
         std::vector<std::thread> drivers;
+        drivers.reserve(3);
         for (int t = 0; t < 3; ++t) {
             drivers.emplace_back([&] {
                 for (int i = 0; i < 300; ++i) {
