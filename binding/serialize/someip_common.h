@@ -54,6 +54,17 @@ inline bool IsDynamic(const ValueContext& c) {
     return node != nullptr && node->dataId != kNoDataId && node->isDynamicLengthField == 1;
 }
 
+// The width of a value's length field: a tagged value's TLV width, else its node's or, without a
+// node, the configuration's.
+template <auto kNodeWidth, auto kConfigWidth>
+std::uint64_t LengthWidthOf(const ValueContext& c) {
+    const auto* node = c.node;  // read once, as in IsDynamic
+    if (node == nullptr) {
+        return c.config->*kConfigWidth;
+    }
+    return node->dataId != kNoDataId ? node->tlvLengthField : node->*kNodeWidth;
+}
+
 inline bool IsRaw(const ValueContext& c) {
     return c.node != nullptr ? c.node->isStringRaw : c.config->isStringRaw;
 }

@@ -98,10 +98,8 @@ struct Reader<T, std::enable_if_t<serialize::detail::kIsScalar<T>>> {
 template <>
 struct Reader<ara::core::String> {
     static std::uint64_t LengthWidth(const ValueContext& c) {
-        if (detail::HasDataId(c)) {
-            return c.node->tlvLengthField;
-        }
-        return c.node != nullptr ? c.node->stringLengthField : c.config->stringLengthField;
+        return detail::LengthWidthOf<&SerializationNode::stringLengthField,
+                                     &SerializeConfig::stringLengthField>(c);
     }
 
     static ReadResult Read(const unsigned char* data, std::uint64_t length, const ValueContext& c,
@@ -139,10 +137,8 @@ private:
 template <typename E, typename A>
 struct Reader<std::vector<E, A>> {
     static std::uint64_t LengthWidth(const ValueContext& c) {
-        if (detail::HasDataId(c)) {
-            return c.node->tlvLengthField;
-        }
-        return c.node != nullptr ? c.node->vectorLengthField : c.config->vectorLengthField;
+        return detail::LengthWidthOf<&SerializationNode::vectorLengthField,
+                                     &SerializeConfig::vectorLengthField>(c);
     }
 
     static ReadResult Read(const unsigned char* data, std::uint64_t length, const ValueContext& c,
@@ -219,10 +215,8 @@ struct Reader<std::map<K, V, C, A>> {
     using Map = std::map<K, V, C, A>;
 
     static std::uint64_t LengthWidth(const ValueContext& c) {
-        if (detail::HasDataId(c)) {
-            return c.node->tlvLengthField;
-        }
-        return c.node != nullptr ? c.node->mapLengthField : c.config->vectorLengthField;
+        return detail::LengthWidthOf<&SerializationNode::mapLengthField,
+                                     &SerializeConfig::vectorLengthField>(c);
     }
 
     static ReadResult Read(const unsigned char* data, std::uint64_t length, const ValueContext& c,
@@ -478,10 +472,8 @@ private:
 template <typename T>
 struct Reader<T, std::enable_if_t<serialize::detail::IsRecord<T>::value>> {
     static std::uint64_t LengthWidth(const ValueContext& c) {
-        if (detail::HasDataId(c)) {
-            return c.node->tlvLengthField;
-        }
-        return c.node != nullptr ? c.node->structLengthField : c.config->structLengthField;
+        return detail::LengthWidthOf<&SerializationNode::structLengthField,
+                                     &SerializeConfig::structLengthField>(c);
     }
 
     static ReadResult Read(const unsigned char* data, std::uint64_t length, const ValueContext& c,
