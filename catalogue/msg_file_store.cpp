@@ -98,7 +98,6 @@ const String& MsgFileStore::UserDir() const noexcept {
 }
 
 String MsgFileStore::ReadMsgFile(const String& name) const {
-    // "/Norvane/AP/Speed" is looked for as "/Norvane-AP-Speed.msg", "a/b/c" as "b-c.msg" in "a".
     const String fileName = VeskMsgManager::VeskMsgManager::MsgFileName(name);
     if (RefuseEscape(fileName)) {
         return {};

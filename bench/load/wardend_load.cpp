@@ -747,7 +747,6 @@ constexpr int kToolKeptBytes = 32 << 20;
 void TimeQueryAll(const Options& options, bool keepMemory) {
     Child query = Spawn([&options, keepMemory] {
         if (keepMemory) {
-            // What the answer's records freed stays with the process for the next answer.
             (void)mallopt(M_MMAP_THRESHOLD, kToolKeptBytes);
             (void)mallopt(M_TRIM_THRESHOLD, kToolKeptBytes);
         }

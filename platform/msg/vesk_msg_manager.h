@@ -36,7 +36,8 @@ public:
 
     const std::map<String, String>& JsonCache() const noexcept { return jsonCache_; }
 
-    // The file name of a type below a msg directory.
+    // The file name of a type below a msg directory: the first '/' stays, every later one becomes
+    // '-'. "/Norvane/AP/Speed" is "/Norvane-AP-Speed.msg", "a/b/c" is "b-c.msg" in "a".
     static String MsgFileName(const String& typeName);
     static bool IsPrimitiveType(const String& typeName);
 
