@@ -33,7 +33,7 @@ TEST_F(DaemonTest, LogLinesReachTheDltDaemon) {
                      << dltDaemon.Stderr();
     }
     // Line-buffered, so that its output can be read while it runs.
-    ChildProcess receiver("/usr/bin/stdbuf", {"-oL", "/usr/bin/dlt-receive", "-a", "localhost"});
+    ChildProcess receiver("/usr/bin/stdbuf", {"-oL", "/usr/bin/dlt-receive", "-a", "127.0.0.1"});
     ASSERT_TRUE(WaitForStdout(receiver, "New client connection"))
         << "dlt-receive did not connect: " << receiver.Stdout() << receiver.Stderr();
 
